@@ -1,0 +1,92 @@
+#include "engine/dib.h"
+
+#include <cstring>
+
+#include "hostapi/host_ops.h"
+#include "platform/global_memory.h"
+
+namespace dib {
+
+bool inspect(const std::uint8_t* block, std::size_t blockSize, Layout& layout) {
+    if (!block || blockSize < sizeof(BITMAPINFOHEADER)) return false;
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, block, sizeof h);
+    if (h.biSize < sizeof(BITMAPINFOHEADER) || h.biSize > blockSize) return false;
+    if (h.biBitCount != 8 && h.biBitCount != 24 && h.biBitCount != 32) return false;
+    if (h.biCompression != BI_RGB) return false;
+    if (h.biWidth <= 0 || h.biHeight <= 0) return false;
+    if (std::uint32_t(h.biWidth) > kMaxSide || std::uint32_t(h.biHeight) > kMaxSide) return false;
+
+    std::uint64_t table = BaseKit_ColorTableSize(reinterpret_cast<const BITMAPINFOHEADER*>(block));
+    if (h.biBitCount == 8 && table > 1024) return false;
+    const std::uint64_t width = std::uint32_t(h.biWidth), height = std::uint32_t(h.biHeight);
+    if (h.biSizeImage < paddedStride(width, h.biBitCount) * height) return false;
+    if (std::uint64_t(h.biSize) + table + h.biSizeImage > blockSize) return false;
+    const unsigned outBits = h.biBitCount == 32 ? 32 : 24;
+    if (std::uint64_t(h.biSize) + paddedStride(width, outBits) * height > 0xFFFFFFFFu) return false;
+
+    layout.headerSize = h.biSize;
+    layout.colourTableSize = static_cast<std::uint32_t>(table);
+    layout.fullWidth = h.biWidth;
+    layout.fullHeight = h.biHeight;
+    layout.width = static_cast<std::uint16_t>(width);
+    layout.height = static_cast<std::uint16_t>(height);
+    layout.bitCount = h.biBitCount;
+    layout.bytesPerPixel = h.biBitCount / 8;
+    layout.stride = h.biSizeImage / std::uint32_t(h.biHeight);
+    layout.imageSize = h.biSizeImage;
+    return true;
+}
+
+Source::Source(HGLOBAL handle) : handle_(handle) {
+    if (!handle_) return;
+    block_ = static_cast<const std::uint8_t*>(plat::globalLock(handle_));
+    if (!block_ || !inspect(block_, plat::globalSize(handle_), layout_)) return;
+    table_ = block_ + layout_.headerSize;
+    if (layout_.bitCount == 8 && layout_.colourTableSize < sizeof paddedTable_) {
+        std::memset(paddedTable_, 0, sizeof paddedTable_);
+        std::memcpy(paddedTable_, table_, layout_.colourTableSize);
+        table_ = paddedTable_;
+    }
+    ok_ = true;
+}
+
+Source::~Source() {
+    if (block_) plat::globalUnlock(handle_);
+}
+
+Output::Output(const Source& source) {
+    if (!source.ok()) return;
+    const Layout& in = source.layout();
+    const unsigned bits = in.bitCount == 32 ? 32 : 24;
+    stride_ = static_cast<std::uint32_t>(paddedStride(std::uint32_t(in.fullWidth), bits));
+    const std::uint32_t imageSize = stride_ * std::uint32_t(in.fullHeight);
+    handle_ = plat::globalAlloc(std::size_t(in.headerSize) + imageSize);
+    if (!handle_) return;
+    auto* block = static_cast<std::uint8_t*>(plat::globalLock(handle_));
+    std::memcpy(block, source.block(), in.headerSize);
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, block, sizeof h);
+    h.biBitCount = static_cast<std::uint16_t>(bits);
+    h.biClrUsed = 0;
+    h.biClrImportant = 0;
+    h.biSizeImage = imageSize;
+    std::memcpy(block, &h, sizeof h);
+    pixels_ = block + in.headerSize;
+}
+
+Output::~Output() {
+    if (!handle_) return;
+    plat::globalUnlock(handle_);
+    plat::globalFree(handle_);
+}
+
+HGLOBAL Output::release() {
+    HGLOBAL h = handle_;
+    if (h) plat::globalUnlock(h);
+    handle_ = nullptr;
+    pixels_ = nullptr;
+    return h;
+}
+
+}  // namespace dib

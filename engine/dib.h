@@ -1,0 +1,86 @@
+// Packed DIB access: checking a source picture before any pixel is read, and
+// making output pictures by the one rule every filter follows.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/win_types.h"
+
+namespace dib {
+
+constexpr std::uint32_t kMaxSide = 65535;
+
+// Byte size of a row of `width` pixels at `bits` per pixel, padded to 4 bytes.
+inline std::uint64_t paddedStride(std::uint64_t width, unsigned bits) {
+    return ((width * bits + 31) / 32) * 4;
+}
+
+// Where the parts of a checked picture lie inside its block.
+struct Layout {
+    std::uint32_t headerSize = 0;       // biSize
+    std::uint32_t colourTableSize = 0;  // bytes after the header
+    std::int32_t fullWidth = 0;         // biWidth
+    std::int32_t fullHeight = 0;        // biHeight
+    std::uint16_t width = 0, height = 0;
+    std::uint16_t bitCount = 0;
+    std::uint16_t bytesPerPixel = 0;
+    std::uint32_t stride = 0;           // biSizeImage / biHeight
+    std::uint32_t imageSize = 0;        // biSizeImage
+};
+
+// Checks a packed DIB of `blockSize` bytes: 8-, 24- or 32-bit, uncompressed,
+// bottom-up, 1..65535 pixels each way, colour table and rows inside the block,
+// and an output picture whose size fits 32 bits. False refuses the picture.
+bool inspect(const std::uint8_t* block, std::size_t blockSize, Layout& layout);
+
+// A locked, checked source picture. ok() is false for a picture that is refused.
+class Source {
+public:
+    explicit Source(HGLOBAL handle);
+    ~Source();
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+
+    bool ok() const { return ok_; }
+    const Layout& layout() const { return layout_; }
+    const std::uint8_t* block() const { return block_; }
+    const BITMAPINFOHEADER* header() const { return reinterpret_cast<const BITMAPINFOHEADER*>(block_); }
+    const std::uint8_t* pixels() const { return block_ + layout_.headerSize + layout_.colourTableSize; }
+    const std::uint8_t* row(std::uint32_t y) const { return pixels() + std::size_t(y) * layout_.stride; }
+    // 256 colour-table entries; a shorter table is padded with black so every
+    // index byte reads inside memory.
+    const std::uint8_t* colourTable() const { return table_; }
+    bool hasAlpha() const { return layout_.bitCount == 32; }
+
+private:
+    HGLOBAL handle_;
+    const std::uint8_t* block_ = nullptr;
+    bool ok_ = false;
+    Layout layout_;
+    const std::uint8_t* table_ = nullptr;
+    std::uint8_t paddedTable_[1024];
+};
+
+// An output picture for `source`: header copied (biSize bytes), biBitCount 32 for
+// a 32-bit source and 24 otherwise, no colour table, zero-filled pixels.
+class Output {
+public:
+    explicit Output(const Source& source);
+    ~Output();   // frees the block unless release() handed it on
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    bool ok() const { return pixels_ != nullptr; }
+    std::uint8_t* pixels() const { return pixels_; }
+    std::uint8_t* row(std::uint32_t y) const { return pixels_ + std::size_t(y) * stride_; }
+    std::uint32_t stride() const { return stride_; }
+    HGLOBAL release();   // unlocks and gives up ownership
+
+private:
+    HGLOBAL handle_ = nullptr;
+    std::uint8_t* pixels_ = nullptr;
+    std::uint32_t stride_ = 0;
+};
+
+}  // namespace dib

@@ -1,0 +1,64 @@
+// Registration and the life of settings records.
+#include <cstdlib>
+#include <cstring>
+
+#include "engine/effect_table.h"
+#include "host/exports.h"
+#include "hostapi/host_ops.h"
+#include "platform/module.h"
+#include "platform/strings.h"
+#include "resources/string_ids.h"
+
+namespace {
+SettingsRecord* newRecord() {
+    auto* r = static_cast<SettingsRecord*>(std::malloc(sizeof(SettingsRecord)));
+    if (r) std::memset(r, 0, sizeof *r);
+    return r;
+}
+}  // namespace
+
+extern "C" std::uint32_t FLR_STDCALL InitData(std::uint32_t, std::uint32_t* sizeOut,
+                                              SettingsRecord** recordOut) {
+    *sizeOut = sizeof(SettingsRecord);
+    SettingsRecord* r = newRecord();
+    if (!r) return 0;
+    r->effect = kDefaultEffect;
+    const EffectRecord* e = effectRecord(r->effect);
+    r->param1 = e->defaults[0];
+    r->param2 = e->defaults[1];
+    r->param3 = e->defaults[2];
+    r->direction = kDirectionForward;
+    r->colour = 0;
+    *recordOut = r;
+    return 1;
+}
+
+extern "C" std::uint32_t FLR_STDCALL CopyData(const SettingsRecord* source, SettingsRecord** copyOut) {
+    SettingsRecord* r = newRecord();
+    if (!r) return 0;
+    std::memcpy(r, source, sizeof *r);
+    *copyOut = r;
+    return 1;
+}
+
+extern "C" std::uint32_t FLR_STDCALL FreeData(std::uint32_t, SettingsRecord* record) {
+    std::free(record);
+    return 0;
+}
+
+extern "C" std::uint32_t FLR_STDCALL InitFilter(char* nameOut, std::uint16_t* kindOut) {
+    plat::loadString(ids::kDisplayName, nameOut, 128);
+    *kindOut = kFilterKind;
+    PixKit_RegisterIcon(plat::loadModuleIcon(), nameOut);
+    return 1;
+}
+
+extern "C" std::uint32_t FLR_STDCALL GEN_GeneratorID(std::uint32_t* idOut) {
+    *idOut = kGeneratorId;
+    return 1;
+}
+
+extern "C" std::uint32_t FLR_STDCALL ChangeImage(std::uint32_t, std::uint32_t) { return 1; }
+extern "C" std::uint32_t FLR_STDCALL ChangeQuality(std::uint32_t, std::uint32_t) { return 1; }
+extern "C" std::uint32_t FLR_STDCALL SwapData(std::uint32_t, std::uint32_t) { return 1; }
+extern "C" void FLR_STDCALL WEP(int) {}
