@@ -9,29 +9,51 @@
 #include "platform/strings.h"
 #include "resources/string_ids.h"
 
+namespace {
+
+// Publishes the record's values, fetches the source and runs the effect's filter.
+HGLOBAL runRecordFilter(void* hostContext, const SettingsRecord& record, HGLOBAL& source,
+                        const EffectRecord*& effect) {
+    const std::uint16_t p1 = render::clampParam(record.param1);
+    const std::uint16_t p2 = render::clampParam(record.param2);
+    const std::uint16_t p3 = render::clampParam(record.param3);
+    renderState().hostContext = hostContext;
+    publishRenderValues(p1, p2, p3, record.colour);
+    source = AnimKit_SourcePicture(hostContext, 0);
+    effect = effectRecord(record.effect);
+    if (!effect || !effect->filter || !source) return nullptr;
+    return effect->filter(record.effect, source, render::clampProgress(record.progress), p1, p2, p3);
+}
+
+}  // namespace
+
 extern "C" std::uint32_t FLR_STDCALL GenerateDIB(void* hostContext, HGLOBAL* resultOut, std::uint32_t) {
     const SettingsRecord* record = hostctx::currentRecord(hostContext);
     if (!record || !resultOut) return 0;
-    const std::uint16_t p1 = render::clampParam(record->param1);
-    const std::uint16_t p2 = render::clampParam(record->param2);
-    const std::uint16_t p3 = render::clampParam(record->param3);
-    renderState().hostContext = hostContext;
-    publishRenderValues(p1, p2, p3, record->colour);
-
-    HGLOBAL source = AnimKit_SourcePicture(hostContext, 0);
-    const EffectRecord* effect = effectRecord(record->effect);
-    if (!effect || !effect->filter || !source) return 0;
-    const std::uint32_t progress = render::clampProgress(record->progress);
-    HGLOBAL result = effect->filter(record->effect, source, progress, p1, p2, p3);
+    HGLOBAL source = nullptr;
+    const EffectRecord* effect = nullptr;
+    HGLOBAL result = runRecordFilter(hostContext, *record, source, effect);
     if (!result) return 0;
     if (effect->flags & kFlagMix) {
-        *resultOut = BaseKit_MixPictures(source, result, progress);
+        *resultOut = BaseKit_MixPictures(source, result, render::clampProgress(record->progress));
         plat::globalFree(result);
     } else {
         *resultOut = result;
     }
     return *resultOut ? 1 : 0;
 }
+
+namespace render {
+
+HGLOBAL filterOnly(void* hostContext) {
+    const SettingsRecord* record = hostctx::currentRecord(hostContext);
+    if (!record) return nullptr;
+    HGLOBAL source = nullptr;
+    const EffectRecord* effect = nullptr;
+    return runRecordFilter(hostContext, *record, source, effect);
+}
+
+}  // namespace render
 
 extern "C" std::uint32_t FLR_STDCALL GenAnimation(std::uint32_t a, std::uint32_t b) {
     return AnimKit_GenAnimation(a, b);

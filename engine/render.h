@@ -16,6 +16,9 @@ std::uint32_t preview(std::uint16_t effect, HGLOBAL source, const SettingsRecord
                       std::uint16_t p1, std::uint16_t p2, std::uint16_t p3, HGLOBAL* resultOut,
                       HPALETTE* paletteOut);
 
+// GenerateDIB's render without the final progress mix: the filter's own result.
+HGLOBAL filterOnly(void* hostContext);
+
 inline std::uint16_t clampParam(std::uint16_t p) { return p > 255 ? 255 : p; }
 inline std::uint32_t clampProgress(std::uint32_t p) { return p > 16384 ? 16384 : p; }
 

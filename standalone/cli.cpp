@@ -1,0 +1,484 @@
+#include "standalone/cli.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "engine/effect_table.h"
+#include "engine/filters.h"
+#include "engine/render.h"
+#include "host/exports.h"
+#include "platform/global_memory.h"
+#include "platform/strings.h"
+#include "resources/string_ids.h"
+#include "standalone/host_context.h"
+#include "standalone/picture_io.h"
+
+namespace cli {
+namespace {
+
+const char* const kUsage =
+    "usage: flairize <command> [options]\n"
+    "\n"
+    "commands:\n"
+    "  render IN OUT [effect options] [--progress N] [--filter-only]\n"
+    "                       render one frame (BMP or PNG in and out)\n"
+    "  sequence IN OUTPATTERN --frames N [--direction D] [--speed S] [effect options]\n"
+    "                       render N frames across the effect's stretch, e.g. out/frame%04d.png\n"
+    "  timing --frames N [--speed S] [--direction D]\n"
+    "                       print \"frame position progress\" for N frames\n"
+    "  settings OUT.flr [effect options] [--direction D]\n"
+    "                       write a 20-byte settings block\n"
+    "  list [--tsv]         list the 38 effects\n"
+    "\n"
+    "effect options:\n"
+    "  --effect NAME|INDEX  effect by name (\"find-edges\") or index 0..37 (default Weave)\n"
+    "  --p1 N --p2 N --p3 N slider values 0..255 (default: the effect's defaults)\n"
+    "  --colour RRGGBB      effect colour, hex, red first (default 000000)\n"
+    "  --settings FILE.flr  take effect, sliders, colour and direction from a settings block\n"
+    "\n"
+    "directions: Backward, Cycle, Forward, \"Reverse Cycle\"\n";
+
+struct UsageError {
+    std::string message;
+};
+struct Failure {
+    std::string message;
+};
+
+[[noreturn]] void usage(const std::string& message) { throw UsageError{message}; }
+
+long parseNumber(const std::string& option, const char* text, long lo, long hi) {
+    errno = 0;
+    char* end = nullptr;
+    const long v = std::strtol(text, &end, 10);
+    if (!*text || *end || errno || v < lo || v > hi)
+        usage(option + ": expected a whole number from " + std::to_string(lo) + " to " + std::to_string(hi) +
+              ", got \"" + text + "\"");
+    return v;
+}
+
+std::uint32_t parseColour(const char* text) {
+    const char* hex = text[0] == '#' ? text + 1 : text;
+    if (std::strlen(hex) != 6) usage(std::string("--colour: expected RRGGBB in hex, got \"") + text + "\"");
+    for (const char* p = hex; *p; ++p)
+        if (!std::isxdigit(static_cast<unsigned char>(*p)))
+            usage(std::string("--colour: expected RRGGBB in hex, got \"") + text + "\"");
+    const unsigned long rgb = std::strtoul(hex, nullptr, 16);
+    const std::uint32_t red = (rgb >> 16) & 0xFF, green = (rgb >> 8) & 0xFF, blue = rgb & 0xFF;
+    return red | (green << 8) | (blue << 16);   // COLORREF: red in the lowest byte
+}
+
+std::uint32_t parseDirection(const char* text) {
+    for (unsigned d = 0; d < 4; ++d)
+        if (strcasecmp(text, plat::loadString(ids::kFirstDirection + d).c_str()) == 0) return d;
+    usage(std::string("--direction: expected Backward, Cycle, Forward or \"Reverse Cycle\", got \"") + text + "\"");
+}
+
+std::string normaliseName(const char* text) {
+    std::string s;
+    for (const char* p = text; *p && *p != '['; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (c == ' ' || c == '-' || c == '_' || c == '*') continue;
+        s.push_back(static_cast<char>(std::tolower(c)));
+    }
+    return s;
+}
+
+std::string effectName(unsigned index) { return plat::loadString(ids::kFirstEffectName + index); }
+
+// Options shared by the commands; which ones a command accepts is checked there.
+struct Options {
+    std::vector<std::string> positional;
+    int effect = -1;
+    long progress = 16384;
+    long params[3] = {-1, -1, -1};
+    long colour = -1;
+    long direction = -1;
+    long frames = -1;
+    long speed = 0;
+    std::string settings;
+    bool filterOnly = false;
+    bool tsv = false;
+};
+
+Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
+    Options o;
+    auto allowedOption = [&](const std::string& name) {
+        for (const auto& a : allowed)
+            if (a == name) return true;
+        return false;
+    };
+    for (int i = 0; i < argc; ++i) {
+        std::string arg = argv[i];
+        if (arg.size() < 2 || arg[0] != '-' || arg[1] != '-') {
+            if (arg.size() > 1 && arg[0] == '-') usage("unknown option \"" + arg + "\"");
+            o.positional.push_back(arg);
+            continue;
+        }
+        std::string value;
+        bool inlineValue = false;
+        const std::size_t eq = arg.find('=');
+        if (eq != std::string::npos) {
+            value = arg.substr(eq + 1);
+            arg = arg.substr(0, eq);
+            inlineValue = true;
+        }
+        if (!allowedOption(arg)) usage("unknown option \"" + arg + "\" for this command");
+        if (arg == "--filter-only" || arg == "--tsv") {
+            if (inlineValue) usage(arg + " takes no value");
+            (arg == "--tsv" ? o.tsv : o.filterOnly) = true;
+            continue;
+        }
+        if (!inlineValue) {
+            if (i + 1 >= argc) usage(arg + ": missing value");
+            value = argv[++i];
+        }
+        const char* v = value.c_str();
+        if (arg == "--effect") {
+            o.effect = findEffect(v);
+            if (o.effect < 0) usage("--effect: no effect named \"" + value + "\" (see flairize list)");
+        } else if (arg == "--progress") {
+            o.progress = parseNumber(arg, v, 0, 16384);
+        } else if (arg == "--p1" || arg == "--p2" || arg == "--p3") {
+            o.params[arg[3] - '1'] = parseNumber(arg, v, 0, 255);
+        } else if (arg == "--colour" || arg == "--color") {
+            o.colour = parseColour(v);
+        } else if (arg == "--direction") {
+            o.direction = parseDirection(v);
+        } else if (arg == "--frames") {
+            o.frames = parseNumber(arg, v, 1, 1000000);
+        } else if (arg == "--speed") {
+            o.speed = parseNumber(arg, v, -128, 127);
+        } else if (arg == "--settings") {
+            o.settings = value;
+        }
+    }
+    return o;
+}
+
+const std::vector<std::string> kEffectOptions = {"--effect", "--p1", "--p2", "--p3", "--colour", "--color",
+                                                 "--settings"};
+
+std::vector<std::string> with(std::vector<std::string> base, std::initializer_list<const char*> more) {
+    for (const char* m : more) base.emplace_back(m);
+    return base;
+}
+
+// A settings record owned for the length of a command.
+struct Record {
+    SettingsRecord* r = nullptr;
+    ~Record() { FreeData(0, r); }
+};
+
+// The record a new use of the effect gets, then the settings file, then the options.
+void buildRecord(const Options& o, Record& rec) {
+    std::uint32_t size = 0;
+    if (!o.settings.empty()) {
+        const int fd = ::open(o.settings.c_str(), O_RDONLY);
+        if (fd < 0) throw UsageError{o.settings + ": " + std::strerror(errno)};
+        const std::uint32_t loaded = LoadData(fd, &rec.r, 0, 0, 0);
+        ::close(fd);
+        if (!loaded) throw UsageError{o.settings + ": " + plat::loadString(ids::kProjectDamaged)};
+        if (rec.r->effect >= kEffectCount)
+            throw UsageError{o.settings + ": effect index " + std::to_string(rec.r->effect) + " is outside 0..37"};
+    } else if (!InitData(0, &size, &rec.r)) {
+        throw Failure{"out of memory"};
+    }
+    SettingsRecord& r = *rec.r;
+    if (o.effect >= 0) {
+        // Choosing an effect loads its slider defaults, as the editor does.
+        r.effect = std::uint16_t(o.effect);
+        const EffectRecord* e = effectRecord(r.effect);
+        r.param1 = e->defaults[0];
+        r.param2 = e->defaults[1];
+        r.param3 = e->defaults[2];
+    }
+    if (o.params[0] >= 0) r.param1 = std::uint16_t(o.params[0]);
+    if (o.params[1] >= 0) r.param2 = std::uint16_t(o.params[1]);
+    if (o.params[2] >= 0) r.param3 = std::uint16_t(o.params[2]);
+    if (o.colour >= 0) r.colour = std::uint32_t(o.colour);
+    if (o.direction >= 0) r.direction = (r.direction & ~3u) | std::uint32_t(o.direction);
+}
+
+struct Picture {
+    HGLOBAL h = nullptr;
+    ~Picture() { plat::globalFree(h); }
+};
+
+void readInput(const std::string& path, Picture& pic) {
+    std::string error;
+    pic.h = pictures::read(path, error);
+    if (!pic.h) throw UsageError{path + ": " + error};
+}
+
+void checkOutputName(const std::string& path) {
+    if (!pictures::hasExtension(path, ".bmp") && !pictures::hasExtension(path, ".png"))
+        throw UsageError{path + ": unknown picture format (use .bmp or .png)"};
+}
+
+void writeOutput(const std::string& path, HGLOBAL picture) {
+    std::string error;
+    if (!pictures::write(path, picture, error)) throw Failure{path + ": " + error};
+}
+
+// Messages the engine shows during a render become part of the failure report.
+struct MessageCollector {
+    std::string last;
+    plat::MessageSink old;
+    MessageCollector() {
+        old = plat::setMessageSink([this](const std::string& m) { last = m; });
+    }
+    ~MessageCollector() { plat::setMessageSink(old); }
+};
+
+std::string refusalReason(const SettingsRecord& r, const std::string& input, const std::string& message) {
+    if (!message.empty()) return input + ": " + message;
+    const EffectRecord* e = effectRecord(r.effect);
+    if (e && !e->filter) return "effect \"" + effectName(r.effect) + "\" is not available in this build";
+    if (e && e->filter == FLR_LineFilter && (!e->line1 || !e->line2))
+        return "effect \"" + effectName(r.effect) + "\" is not available in this build";
+    return input + ": the picture cannot be rendered (8-, 24- or 32-bit, uncompressed, up to 65535 pixels a side)";
+}
+
+// A progress bar on stderr, shown only on a terminal.
+struct ProgressBar {
+    bool enabled = isatty(STDERR_FILENO) != 0;
+    void show(double fraction, const std::string& label) const {
+        if (!enabled) return;
+        const int width = 30, filled = static_cast<int>(fraction * width);
+        std::fprintf(stderr, "\r%s [%.*s%*s] %3d%%", label.c_str(), filled, "##############################",
+                     width - filled, "", static_cast<int>(fraction * 100));
+        std::fflush(stderr);
+    }
+    void done() const {
+        if (enabled) std::fprintf(stderr, "\n");
+    }
+};
+
+struct RowProgress {
+    const ProgressBar* bar;
+    long rows = 0, total = 1;
+    std::string label;
+};
+void onRowTick(void* user) {
+    auto* p = static_cast<RowProgress*>(user);
+    if (++p->rows % 64 == 0) p->bar->show(double(p->rows % p->total) / double(p->total), p->label);
+}
+
+int cmdRender(int argc, char** argv) {
+    Options o = parse(argc, argv, with(kEffectOptions, {"--progress", "--filter-only"}));
+    if (o.positional.size() != 2) usage("render needs IN and OUT");
+    Record rec;
+    buildRecord(o, rec);
+    rec.r->progress = std::uint32_t(o.progress);
+    checkOutputName(o.positional[1]);
+    Picture source;
+    readInput(o.positional[0], source);
+    standalone::Context ctx(rec.r, source.h);
+
+    // Long renders (large pictures) show their rows going by.
+    ProgressBar bar;
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, plat::globalLock(source.h), sizeof h);
+    plat::globalUnlock(source.h);
+    RowProgress rows{&bar, 0, h.biHeight > 0 ? h.biHeight : 1, "rendering"};
+    bar.enabled = bar.enabled && std::int64_t(h.biWidth) * h.biHeight >= 4000000;
+    if (bar.enabled) standalone::setRowTickHandler(onRowTick, &rows);
+
+    MessageCollector messages;
+    Picture result;
+    if (o.filterOnly) {
+        result.h = render::filterOnly(ctx.engineView());
+    } else {
+        HGLOBAL out = nullptr;
+        if (GenerateDIB(ctx.engineView(), &out, 0)) result.h = out;
+    }
+    standalone::setRowTickHandler(nullptr, nullptr);
+    bar.done();
+    if (!result.h) throw Failure{refusalReason(*rec.r, o.positional[0], messages.last)};
+    writeOutput(o.positional[1], result.h);
+    return 0;
+}
+
+// Expands OUTPATTERN for frame i: one %d conversion (flags and width allowed).
+std::string frameName(const std::string& pattern, long i) {
+    std::string out;
+    bool used = false;
+    for (std::size_t k = 0; k < pattern.size(); ++k) {
+        if (pattern[k] != '%') {
+            out.push_back(pattern[k]);
+            continue;
+        }
+        if (k + 1 < pattern.size() && pattern[k + 1] == '%') {
+            out.push_back('%');
+            ++k;
+            continue;
+        }
+        std::size_t j = k + 1;
+        while (j < pattern.size() && (pattern[j] == '0' || pattern[j] == '-')) ++j;
+        while (j < pattern.size() && std::isdigit(static_cast<unsigned char>(pattern[j]))) ++j;
+        if (j >= pattern.size() || pattern[j] != 'd' || used || j - k > 6)
+            usage("OUTPATTERN \"" + pattern + "\": expected one frame number such as %04d");
+        char buffer[64];
+        std::snprintf(buffer, sizeof buffer, pattern.substr(k, j - k + 1).c_str(), static_cast<int>(i));
+        out += buffer;
+        used = true;
+        k = j;
+    }
+    if (!used) usage("OUTPATTERN \"" + pattern + "\": expected one frame number such as %04d");
+    return out;
+}
+
+std::uint32_t framePosition(long i, long frames) {
+    return frames == 1 ? 16384u : std::uint32_t(std::int64_t(i) * 16384 / (frames - 1));
+}
+
+int cmdSequence(int argc, char** argv) {
+    Options o = parse(argc, argv, with(kEffectOptions, {"--frames", "--direction", "--speed"}));
+    if (o.positional.size() != 2) usage("sequence needs IN and OUTPATTERN");
+    if (o.frames < 1) usage("sequence needs --frames N");
+    const std::string pattern = o.positional[1];
+    frameName(pattern, 0);
+    checkOutputName(frameName(pattern, 0));
+    Record rec;
+    buildRecord(o, rec);
+    Picture source;
+    readInput(o.positional[0], source);
+    standalone::Context ctx(rec.r, source.h, 0, static_cast<std::int8_t>(o.speed));
+    ProgressBar bar;
+    for (long i = 0; i < o.frames; ++i) {
+        hostctx::setCurrentPosition(ctx.bytes, framePosition(i, o.frames));
+        SetupFrame(ctx.engineView(), 0);
+        MessageCollector messages;
+        Picture frame;
+        HGLOBAL out = nullptr;
+        if (GenerateDIB(ctx.engineView(), &out, 0)) frame.h = out;
+        if (!frame.h) {
+            bar.done();
+            throw Failure{refusalReason(*rec.r, o.positional[0], messages.last)};
+        }
+        writeOutput(frameName(pattern, i), frame.h);
+        bar.show(double(i + 1) / double(o.frames), "frame " + std::to_string(i + 1) + "/" + std::to_string(o.frames));
+    }
+    bar.done();
+    return 0;
+}
+
+int cmdTiming(int argc, char** argv) {
+    Options o = parse(argc, argv, {"--frames", "--speed", "--direction"});
+    if (!o.positional.empty()) usage("timing takes no file names");
+    if (o.frames < 1) usage("timing needs --frames N");
+    SettingsRecord record{};
+    record.direction = o.direction >= 0 ? std::uint32_t(o.direction) : kDirectionForward;
+    standalone::Context ctx(&record, nullptr, 0, static_cast<std::int8_t>(o.speed));
+    std::string out;
+    for (long i = 0; i < o.frames; ++i) {
+        const std::uint32_t position = framePosition(i, o.frames);
+        hostctx::setCurrentPosition(ctx.bytes, position);
+        SetupFrame(ctx.engineView(), 0);
+        out += std::to_string(i) + " " + std::to_string(position) + " " + std::to_string(record.progress) + "\n";
+    }
+    std::fputs(out.c_str(), stdout);
+    return 0;
+}
+
+int cmdSettings(int argc, char** argv) {
+    Options o = parse(argc, argv, with(kEffectOptions, {"--direction"}));
+    if (o.positional.size() != 1) usage("settings needs OUT.flr");
+    Record rec;
+    buildRecord(o, rec);
+    const std::string path = o.positional[0];
+    std::string temp = path + ".XXXXXX";
+    const int fd = mkstemp(temp.data());
+    if (fd < 0) throw Failure{path + ": " + std::strerror(errno)};
+    SaveData(fd, rec.r, 0);
+    bool ok = lseek(fd, 0, SEEK_END) == off_t(sizeof(SettingsRecord));
+    fchmod(fd, 0644);
+    ok = ::close(fd) == 0 && ok;
+    if (!ok || std::rename(temp.c_str(), path.c_str()) != 0) {
+        ::unlink(temp.c_str());
+        throw Failure{path + ": cannot write the settings block"};
+    }
+    return 0;
+}
+
+std::string labelText(std::uint16_t id) { return id ? plat::loadString(id) : std::string(); }
+
+int cmdList(int argc, char** argv) {
+    Options o = parse(argc, argv, {"--tsv"});
+    if (!o.positional.empty()) usage("list takes no file names");
+    std::string out;
+    if (!o.tsv)
+        out += "index  name                    offered  flags  sliders (defaults)\n";
+    for (unsigned i = 0; i < kEffectCount; ++i) {
+        const EffectRecord& e = g_effectTable[i];
+        const std::string name = plat::loadString(e.nameId);
+        const bool offered = !name.empty() && name[0] != '*';
+        if (o.tsv) {
+            out += std::to_string(i) + "\t" + name + "\t" + (offered ? "1" : "0") + "\t" + std::to_string(e.flags);
+            for (auto id : e.labelIds) out += "\t" + labelText(id);
+            for (auto d : e.defaults) out += "\t" + std::to_string(d);
+            out += "\n";
+            continue;
+        }
+        char line[160];
+        std::string sliders;
+        for (int k = 0; k < 3; ++k)
+            if (e.labelIds[k])
+                sliders += (sliders.empty() ? "" : ", ") + labelText(e.labelIds[k]) + " (" + std::to_string(e.defaults[k]) + ")";
+        std::snprintf(line, sizeof line, "%5u  %-22s  %-7s  %5u  %s\n", i, name.c_str(), offered ? "yes" : "no",
+                      unsigned(e.flags), sliders.empty() ? "-" : sliders.c_str());
+        out += line;
+    }
+    std::fputs(out.c_str(), stdout);
+    return 0;
+}
+
+}  // namespace
+
+int findEffect(const char* text) {
+    if (*text && std::isdigit(static_cast<unsigned char>(*text))) {
+        char* end = nullptr;
+        const long v = std::strtol(text, &end, 10);
+        return (*end || v < 0 || v >= long(kEffectCount)) ? -1 : int(v);
+    }
+    const std::string wanted = normaliseName(text);
+    if (wanted.empty()) return -1;
+    for (unsigned i = 0; i < kEffectCount; ++i)
+        if (normaliseName(effectName(i).c_str()) == wanted) return int(i);
+    return -1;
+}
+
+int run(int argc, char** argv) {
+    if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "help")) {
+        std::fputs(kUsage, argc < 2 ? stderr : stdout);
+        return argc < 2 ? 2 : 0;
+    }
+    const std::string command = argv[1];
+    try {
+        if (command == "render") return cmdRender(argc - 2, argv + 2);
+        if (command == "sequence") return cmdSequence(argc - 2, argv + 2);
+        if (command == "timing") return cmdTiming(argc - 2, argv + 2);
+        if (command == "settings") return cmdSettings(argc - 2, argv + 2);
+        if (command == "list") return cmdList(argc - 2, argv + 2);
+        usage("unknown command \"" + command + "\"");
+    } catch (const UsageError& e) {
+        std::fprintf(stderr, "flairize: %s\n", e.message.c_str());
+        return 2;
+    } catch (const Failure& e) {
+        std::fprintf(stderr, "flairize: %s\n", e.message.c_str());
+        return 1;
+    }
+}
+
+}  // namespace cli
