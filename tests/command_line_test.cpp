@@ -1,0 +1,208 @@
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+#include "engine/effect_table.h"
+#include "host/exports.h"
+#include "host/frame_timing.h"
+#include "standalone/cli.h"
+#include "standalone/host_context.h"
+#include "standalone/picture_io.h"
+#include "tests/picture_support.h"
+
+using namespace testpic;
+
+namespace {
+
+struct CommandRun {
+    int status;
+    std::string out, err;
+};
+
+std::string dir() {
+    static std::string d = [] {
+        char t[] = "/tmp/flairize-cli-XXXXXX";
+        return std::string(mkdtemp(t));
+    }();
+    return d;
+}
+
+std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+CommandRun flairize(const std::string& args) {
+    const std::string out = dir() + "/stdout", err = dir() + "/stderr";
+    const std::string cmd = std::string(FLAIRIZE_BIN) + " " + args + " >" + out + " 2>" + err;
+    const int raw = std::system(cmd.c_str());
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+}
+
+bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+// Writes a test picture and returns its path.
+std::string picture(const std::string& name, int w, int h, int bits) {
+    Owned p(make(w, h, bits, pattern, bits == 8 ? palette256() : std::vector<Bgra>{}));
+    std::string error;
+    const std::string path = dir() + "/" + name;
+    EXPECT_TRUE(pictures::write(path, p, error)) << error;
+    return path;
+}
+
+// The engine's own GenerateDIB on a picture file, for comparing with the command.
+std::string engineRender(const std::string& in, std::uint16_t effect, std::uint32_t progress, std::uint16_t p1,
+                         std::uint32_t colour) {
+    std::string error;
+    Owned src(pictures::read(in, error));
+    std::uint32_t size;
+    SettingsRecord* r = nullptr;
+    InitData(0, &size, &r);
+    r->effect = effect;
+    r->progress = progress;
+    r->param1 = p1;
+    r->colour = colour;
+    standalone::Context ctx(r, src.h);
+    HGLOBAL out = nullptr;
+    GenerateDIB(ctx.engineView(), &out, 0);
+    FreeData(0, r);
+    Owned result(out);
+    auto bytes = View(result).bytes();
+    return std::string(bytes.begin(), bytes.end());
+}
+
+}  // namespace
+
+TEST(CommandLine, RenderMatchesTheEngineAndIsDeterministic) {
+    for (int bits : {8, 24, 32}) {
+        const std::string in = picture("in" + std::to_string(bits) + ".bmp", 13, 7, bits);
+        const std::string a = dir() + "/a.bmp", b = dir() + "/b.bmp";
+        ASSERT_EQ(flairize("render " + in + " " + a + " --effect Posterize --p1 77 --progress 9000").status, 0);
+        ASSERT_EQ(flairize("render " + in + " " + b + " --effect 32 --p1=77 --progress 9000").status, 0);
+        const std::string fileA = slurp(a);
+        EXPECT_EQ(fileA, slurp(b));
+        EXPECT_EQ(fileA.substr(14), engineRender(in, 32, 9000, 77, 0));
+    }
+}
+
+TEST(CommandLine, OptionsAsAUserTypesThem) {
+    EXPECT_EQ(cli::findEffect("find-edges"), 6);
+    EXPECT_EQ(cli::findEffect("FIND EDGES"), 6);
+    EXPECT_EQ(cli::findEffect("lens-flare"), 8);
+    EXPECT_EQ(cli::findEffect("bubbles"), 36);
+    EXPECT_EQ(cli::findEffect("colorpencil"), 35);
+    EXPECT_EQ(cli::findEffect("37"), 37);
+    EXPECT_EQ(cli::findEffect("38"), -1);
+    EXPECT_EQ(cli::findEffect("-1"), -1);
+    EXPECT_EQ(cli::findEffect(""), -1);
+
+    // Colour forms: red first, any case, "#" optional; a settings block shows the COLORREF.
+    const std::string flr = dir() + "/c.flr";
+    for (const char* form : {"1a2b3c", "#1A2B3C", "1A2b3C"}) {
+        ASSERT_EQ(flairize(std::string("settings ") + flr + " --colour '" + form + "'").status, 0);
+        const std::string block = slurp(flr);
+        ASSERT_EQ(block.size(), 20u);
+        EXPECT_EQ(block.substr(16), std::string("\x1a\x2b\x3c\x00", 4)) << form;
+    }
+}
+
+TEST(CommandLine, SettingsBlocksWriteAndLoad) {
+    const std::string flr = dir() + "/s.flr";
+    ASSERT_EQ(flairize("settings " + flr).status, 0);
+    EXPECT_EQ(slurp(flr), std::string("\x19\0\0\0\0\0\0\0\0\0\0\0\x02\0\0\0\0\0\0\0", 20));
+    // Choosing an effect loads its defaults; slider options override them.
+    ASSERT_EQ(flairize("settings " + flr + " --effect crosshair --p2 9 --direction 'Reverse Cycle'").status, 0);
+    EXPECT_EQ(slurp(flr), std::string("\x22\0\0\0\0\0\xff\0\x09\0\0\0\x03\0\0\0\0\0\0\0", 20));
+
+    // A render from the block equals a render from the same options.
+    const std::string in = picture("s.bmp", 9, 6, 24);
+    ASSERT_EQ(flairize("settings " + flr + " --effect posterize --p1 33").status, 0);
+    ASSERT_EQ(flairize("render " + in + " " + dir() + "/s1.bmp --settings " + flr).status, 0);
+    ASSERT_EQ(flairize("render " + in + " " + dir() + "/s2.bmp --effect posterize --p1 33").status, 0);
+    EXPECT_EQ(slurp(dir() + "/s1.bmp"), slurp(dir() + "/s2.bmp"));
+
+    // A block that ends early is damaged.
+    std::ofstream(dir() + "/short.flr", std::ios::binary) << std::string("\x0b\0\0\0", 4);
+    const CommandRun r = flairize("render " + in + " " + dir() + "/never.bmp --settings " + dir() + "/short.flr");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("short.flr: This project file is damaged, cannot load"), std::string::npos) << r.err;
+    EXPECT_FALSE(exists(dir() + "/never.bmp"));
+}
+
+TEST(CommandLine, SequenceAndTimingFollowSetupFrame) {
+    const CommandRun t = flairize("timing --frames 5 --speed 25 --direction Cycle");
+    ASSERT_EQ(t.status, 0);
+    EXPECT_EQ(t.out, "0 0 0\n1 4096 2048\n2 8192 8192\n3 12288 14336\n4 16384 0\n");
+    const CommandRun back = flairize("timing --frames 3 --direction backward");
+    EXPECT_EQ(back.out, "0 0 16384\n1 8192 8192\n2 16384 0\n");
+
+    const std::string in = picture("seq.bmp", 8, 5, 24);
+    ASSERT_EQ(flairize("sequence " + in + " " + dir() + "/f%03d.bmp --frames 3 --effect solarize --speed 25").status, 0);
+    const std::uint32_t positions[] = {0, 8192, 16384};
+    for (int i = 0; i < 3; ++i) {
+        char name[32];
+        std::snprintf(name, sizeof name, "/f%03d.bmp", i);
+        ASSERT_TRUE(exists(dir() + name)) << name;
+        EXPECT_EQ(slurp(dir() + name).substr(14), engineRender(in, 11, timing::speedCurve(positions[i], 25), 0, 0)) << i;
+    }
+    EXPECT_FALSE(exists(dir() + "/f003.bmp"));
+    EXPECT_EQ(flairize("sequence " + in + " " + dir() + "/nopattern.bmp --frames 2 --effect 11").status, 2);
+}
+
+TEST(CommandLine, ListTable) {
+    const CommandRun r = flairize("list --tsv");
+    ASSERT_EQ(r.status, 0);
+    std::istringstream lines(r.out);
+    std::string line;
+    int count = 0, offered = 0;
+    while (std::getline(lines, line)) {
+        std::vector<std::string> fields;
+        std::string f;
+        std::istringstream cells(line);
+        while (std::getline(cells, f, '\t')) fields.push_back(f);
+        if (line.back() == '\t') fields.emplace_back();
+        ASSERT_EQ(fields.size(), 10u) << line;
+        EXPECT_EQ(fields[0], std::to_string(count));
+        offered += fields[2] == "1";
+        ++count;
+    }
+    EXPECT_EQ(count, 38);
+    EXPECT_EQ(offered, 30);
+    EXPECT_NE(r.out.find("34\tCrosshair\t1\t3\tSize\t\t\t255\t0\t0\n"), std::string::npos);
+    EXPECT_NE(r.out.find("36\t*Bubbles [24]\t0\t1\tNumber\tRandomness\t\t128\t0\t0\n"), std::string::npos);
+    EXPECT_NE(r.out.find("14\tShake\t1\t1\tAngle\tAmount\t\t0\t128\t0\n"), std::string::npos);
+}
+
+TEST(CommandLine, BadInputIsRefusedClearly) {
+    const std::string in = picture("bad.bmp", 4, 4, 24);
+    std::ofstream(dir() + "/junk.bmp") << "BM not really";
+    struct Case { std::string args; int status; std::string message; };
+    const Case cases[] = {
+        {"render " + dir() + "/junk.bmp " + dir() + "/o.bmp --effect 11", 2, "junk.bmp: "},
+        {"render " + dir() + "/absent.bmp " + dir() + "/o.bmp --effect 11", 2, "absent.bmp: No such file"},
+        {"render " + in + " " + dir() + "/o.bmp --effect 11 --progress 16385", 2, "--progress"},
+        {"render " + in + " " + dir() + "/o.bmp --effect 11 --colour 12345g", 2, "--colour"},
+        {"render " + in + " " + dir() + "/o.bmp --effect 11 --bogus", 2, "--bogus"},
+        {"render " + in + " " + dir() + "/o.jpg --effect 11", 2, "o.jpg: unknown picture format"},
+        {"render " + in + " " + dir() + "/missing-dir/o.bmp --effect 11", 1, "missing-dir/o.bmp"},
+        {"render " + in, 2, "render needs IN and OUT"},
+        {"frobnicate", 2, "unknown command"},
+        {"timing --frames 0", 2, "--frames"},
+        {"timing --frames 3 --direction sideways", 2, "--direction"},
+    };
+    for (const Case& c : cases) {
+        const CommandRun r = flairize(c.args);
+        EXPECT_EQ(r.status, c.status) << c.args;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.args << " -> " << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    }
+    EXPECT_FALSE(exists(dir() + "/o.bmp"));
+    EXPECT_FALSE(exists(dir() + "/o.jpg"));
+}
