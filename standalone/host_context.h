@@ -41,3 +41,9 @@ struct OperationCounts {
 OperationCounts& operationCounts();   // this thread's
 
 }  // namespace standalone
+
+namespace standalone {
+// Keeps freed picture memory in the process heap, so rendering frame after
+// frame does not fault fresh pages in for every picture.
+void keepPictureMemory();
+}  // namespace standalone

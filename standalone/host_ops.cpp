@@ -1,5 +1,7 @@
 // The host operations as the stand-alone host provides them.
 #include <cstring>
+#include <malloc.h>
+#include <vector>
 
 #include "engine/dib.h"
 #include "host/exports.h"
@@ -16,6 +18,11 @@ thread_local void* t_tickUser = nullptr;
 void setRowTickHandler(RowTickHandler handler, void* user) {
     t_tickHandler = handler;
     t_tickUser = user;
+}
+
+void keepPictureMemory() {
+    mallopt(M_MMAP_THRESHOLD, 256 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 512 * 1024 * 1024);
 }
 
 OperationCounts& operationCounts() {
@@ -54,6 +61,14 @@ extern "C" std::uint16_t FLR_STDCALL BaseKit_ColorTableSize(const BITMAPINFOHEAD
     return bytes > 0xFFFF ? 0xFFFF : static_cast<std::uint16_t>(bytes);
 }
 
+namespace {
+// One row of the mix, byte by byte; a flat loop the compiler vectorises.
+void mixRow(const std::uint8_t* f, const std::uint8_t* s, std::uint8_t* o, std::uint32_t n, std::uint32_t w) {
+    const std::uint32_t wf = 16384 - w;
+    for (std::uint32_t i = 0; i < n; ++i) o[i] = static_cast<std::uint8_t>((f[i] * wf + s[i] * w) >> 14);
+}
+}  // namespace
+
 // out = (first * (16384 - w) + second * w) >> 14 per byte, in the second's format.
 extern "C" HGLOBAL FLR_STDCALL BaseKit_MixPictures(HGLOBAL first, HGLOBAL second, std::uint32_t weight) {
     ++operationCounts().mixes;
@@ -68,16 +83,16 @@ extern "C" HGLOBAL FLR_STDCALL BaseKit_MixPictures(HGLOBAL first, HGLOBAL second
     dib::Output out(b);
     if (!out.ok()) return nullptr;
     const unsigned step = alpha ? 4 : 3;
-    const unsigned wa = 16384 - weight;
+    const std::uint32_t rowBytes = std::uint32_t(lb.width) * step;
+    std::vector<std::uint8_t> expanded(la.bitCount == 8 ? rowBytes : 0);
     for (std::uint32_t y = 0; y < lb.height; ++y) {
-        const std::uint8_t* fa = a.row(y);
-        const std::uint8_t* sb = b.row(y);
-        std::uint8_t* o = out.row(y);
-        for (std::uint32_t x = 0; x < lb.width; ++x, sb += step, o += step) {
-            const std::uint8_t* f = la.bitCount == 8 ? a.colourTable() + 4u * fa[x] : fa + std::size_t(x) * step;
-            for (unsigned k = 0; k < step; ++k)
-                o[k] = static_cast<std::uint8_t>((f[k] * wa + sb[k] * weight) >> 14);
+        const std::uint8_t* f = a.row(y);
+        if (la.bitCount == 8) {   // read the first picture through its colour table
+            for (std::uint32_t x = 0; x < lb.width; ++x)
+                std::memcpy(&expanded[3 * x], a.colourTable() + 4u * f[x], 3);
+            f = expanded.data();
         }
+        mixRow(f, b.row(y), out.row(y), rowBytes, weight);
     }
     return out.release();
 }

@@ -1,3 +1,7 @@
 #include "standalone/cli.h"
+#include "standalone/host_context.h"
 
-int main(int argc, char** argv) { return cli::run(argc, argv); }
+int main(int argc, char** argv) {
+    standalone::keepPictureMemory();
+    return cli::run(argc, argv);
+}
