@@ -54,7 +54,7 @@ extern "C" std::uint32_t FLR_STDCALL InitFilter(char* nameOut, std::uint16_t* ki
 }
 
 extern "C" std::uint32_t FLR_STDCALL GEN_GeneratorID(std::uint32_t* idOut) {
-    *idOut = kGeneratorId;
+    std::memcpy(idOut, &kGeneratorId, sizeof kGeneratorId);
     return 1;
 }
 

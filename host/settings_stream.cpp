@@ -49,15 +49,16 @@ extern "C" std::uint32_t FLR_STDCALL LoadData(plat::FileHandle file, SettingsRec
     auto* r = static_cast<SettingsRecord*>(std::malloc(sizeof(SettingsRecord)));
     if (!r) return 0;
     std::memset(r, 0, sizeof *r);
-    SettingsRecord v{};
-    const bool complete = ReadU16(file, v.effect) && ReadU32(file, v.progress) &&
-                          ReadU16(file, v.param1) && ReadU16(file, v.param2) &&
-                          ReadU16(file, v.param3) && ReadU32(file, v.direction) &&
-                          ReadU32(file, v.colour);
+    std::uint16_t effect = 0, param1 = 0, param2 = 0, param3 = 0;
+    std::uint32_t progress = 0, direction = 0, colour = 0;
+    const bool complete = ReadU16(file, effect) && ReadU32(file, progress) && ReadU16(file, param1) &&
+                          ReadU16(file, param2) && ReadU16(file, param3) && ReadU32(file, direction) &&
+                          ReadU32(file, colour);
     if (!complete) {
         std::free(r);
         return 0;
     }
+    const SettingsRecord v{effect, progress, param1, param2, param3, direction, colour};
     std::memcpy(r, &v, sizeof v);
     *recordOut = r;
     return 1;

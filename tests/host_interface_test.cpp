@@ -55,11 +55,11 @@ TEST(SettingsRecord, FreshRecordBytesAndCopies) {
 }
 
 TEST(SettingsRecord, IdentityAndRegistration) {
-    unsigned char id[8];
+    alignas(4) unsigned char id[12];
     std::memset(id, 0xEE, sizeof id);
-    ASSERT_EQ(GEN_GeneratorID(reinterpret_cast<std::uint32_t*>(id + 2)), 1u);
-    const unsigned char expected[8] = {0xEE, 0xEE, 'Z', 'E', 'W', 'K', 0xEE, 0xEE};
-    EXPECT_EQ(0, std::memcmp(id, expected, 8));
+    ASSERT_EQ(GEN_GeneratorID(reinterpret_cast<std::uint32_t*>(id + 4)), 1u);
+    const unsigned char expected[12] = {0xEE, 0xEE, 0xEE, 0xEE, 'Z', 'E', 'W', 'K', 0xEE, 0xEE, 0xEE, 0xEE};
+    EXPECT_EQ(0, std::memcmp(id, expected, 12));
 
     char name[128];
     std::uint16_t kind[3] = {0xEEEE, 0xEEEE, 0xEEEE};
@@ -145,8 +145,8 @@ TEST(FrameTiming, DirectionsThroughSetupFrame) {
         r.direction = c.direction;
         standalone::Context ctx(&r, nullptr, c.position);
         EXPECT_EQ(SetupFrame(ctx.engineView(), 0), 1u);
-        EXPECT_EQ(r.progress, c.progress) << "direction " << c.direction << " position " << c.position;
-        EXPECT_EQ(r.direction, c.direction);
+        EXPECT_EQ(std::uint32_t(r.progress), c.progress) << "direction " << c.direction << " position " << c.position;
+        EXPECT_EQ(std::uint32_t(r.direction), c.direction);
     }
 }
 
@@ -159,14 +159,14 @@ TEST(FrameTiming, SlotPositionSpeedAndOtherSlots) {
     hostctx::setSpeed(ctx.bytes, 1, 25);
     hostctx::setSlot(ctx.bytes, 1);
     SetupFrame(ctx.engineView(), 0);
-    EXPECT_EQ(r1.progress, 1024u);   // the slot's own position, through its speed curve
-    EXPECT_EQ(r0.progress, 0u);      // other slots untouched
+    EXPECT_EQ(std::uint32_t(r1.progress), 1024u);   // the slot's own position, through its speed curve
+    EXPECT_EQ(std::uint32_t(r0.progress), 0u);      // other slots untouched
     hostctx::setSlotPosition(ctx.bytes, 1, -1);
     SetupFrame(ctx.engineView(), 0);
-    EXPECT_EQ(r1.progress, timing::speedCurve(9000, 25));   // -1: the host's current position
+    EXPECT_EQ(std::uint32_t(r1.progress), timing::speedCurve(9000, 25));   // -1: the host's current position
     // The curve comes before the direction: Cycle turns where the curved value reaches 8192.
     r1.direction = 1;
     hostctx::setSlotPosition(ctx.bytes, 1, 11585);   // 11585^2 / 16384 = 8191.6
     SetupFrame(ctx.engineView(), 0);
-    EXPECT_EQ(r1.progress, 2u * 8191);
+    EXPECT_EQ(std::uint32_t(r1.progress), 2u * 8191);
 }

@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Installs what Flairize needs from Debian's packages, skipping what is there.
+# Required packages must install; optional ones are reported plainly when they
+# cannot be had, and only the work that needs them is skipped later.
+set -u
+
+required=(build-essential cmake pkg-config libpng-dev libgtest-dev)
+optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev)
+
+installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
+
+missing=()
+for p in "${required[@]}" "${optional[@]}"; do installed "$p" || missing+=("$p"); done
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "install-deps: everything is installed"
+  exit 0
+fi
+
+run() { if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi; }
+export DEBIAN_FRONTEND=noninteractive
+
+echo "install-deps: installing ${missing[*]}"
+# One failed index (seen with Debian's i386 security index) must not stop us:
+# the packages come from the indexes that did arrive.
+if ! run apt-get update -q >/tmp/flairize-apt-update.log 2>&1; then
+  echo "install-deps: apt-get update reported a problem (continuing with the indexes that arrived):"
+  grep -E '^(E|W):' /tmp/flairize-apt-update.log | head -n 5
+fi
+if ! run apt-get install -y -q --no-install-recommends "${missing[@]}" >/tmp/flairize-apt-install.log 2>&1; then
+  # Install one by one so a single unavailable package does not block the rest.
+  for p in "${missing[@]}"; do
+    run apt-get install -y -q --no-install-recommends "$p" >>/tmp/flairize-apt-install.log 2>&1 || true
+  done
+fi
+
+status=0
+for p in "${required[@]}"; do
+  if ! installed "$p"; then
+    echo "install-deps: required package $p could not be installed"
+    status=1
+  fi
+done
+for p in "${optional[@]}"; do
+  installed "$p" || echo "install-deps: optional package $p could not be installed; the work that needs it is skipped"
+done
+exit $status
