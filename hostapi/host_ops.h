@@ -7,7 +7,7 @@
 
 #include "platform/win_types.h"
 
-#ifdef _WIN32
+#if defined(_WIN32) && !defined(FLAIRIZE_HOST_SIDE)
 #define HOSTAPI extern "C" __declspec(dllimport)
 #else
 #define HOSTAPI extern "C"
@@ -24,6 +24,14 @@ HOSTAPI void FLR_STDCALL AnimKit_MoveTo(void* hostContext, std::uint32_t positio
 // BASEKIT
 HOSTAPI void FLR_STDCALL BaseKit_BusyBegin();                                               // 100
 HOSTAPI void FLR_STDCALL BaseKit_BusyEnd();                                                 // 101
+HOSTAPI std::int32_t FLR_STDCALL BaseKit_Scroll(HWND dialog, std::uintptr_t wParam, std::intptr_t lParam,
+                                                std::uint32_t zero);                         // 107
+HOSTAPI void FLR_STDCALL BaseKit_PreviewSetupA(HWND preview, std::uint32_t zero);          // 301
+HOSTAPI void FLR_STDCALL BaseKit_PreviewSetupB(HWND preview, std::uint32_t zero);          // 302
+HOSTAPI void FLR_STDCALL BaseKit_PreviewSource(HWND preview, HGLOBAL source, HPALETTE palette);  // 309
+// The preview control's render callback: (source, result out, palette out) -> 1 or 0.
+using PreviewCallback = std::uint32_t(FLR_STDCALL*)(HGLOBAL, HGLOBAL*, HPALETTE*);
+HOSTAPI void FLR_STDCALL BaseKit_PreviewCallback(HWND preview, PreviewCallback callback);   // 316
 HOSTAPI std::uint16_t FLR_STDCALL BaseKit_ColorTableSize(const BITMAPINFOHEADER* header);  // 401
 HOSTAPI HGLOBAL FLR_STDCALL BaseKit_MixPictures(HGLOBAL first, HGLOBAL second,
                                                  std::uint32_t weight);                     // 409

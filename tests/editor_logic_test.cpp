@@ -1,0 +1,82 @@
+#include <gtest/gtest.h>
+
+#include "editor/editor_logic.h"
+#include "engine/effect_table.h"
+
+using namespace editor;
+
+TEST(EditorLogic, EffectListHoldsTheThirtyOfferedEffectsSorted) {
+    const auto items = effectList();
+    ASSERT_EQ(items.size(), 30u);
+    EXPECT_EQ(items.front().name, "Bricks");
+    EXPECT_EQ(items.front().effect, 15);
+    EXPECT_EQ(items.back().name, "Weave");
+    const char* expected[] = {"Bricks",      "Bumps",      "Center Blur", "Charcoal",    "Color Pencil", "Contours",
+                              "Crosshair",   "Dark Strokes", "Find Edges", "Frazzle",    "Fresco",       "Glass",
+                              "Kaleidoscope", "Mosaic",    "Motion Blur", "Pointillize", "Posterize",    "Radial Blur",
+                              "Rain",        "Reflection", "Sampler",     "Shake",       "Smudge",       "Solarize",
+                              "Stamp",       "Steel Plate", "Tiles",      "Triangles",   "WaterColor",   "Weave"};
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        EXPECT_EQ(items[i].name, expected[i]);
+        EXPECT_EQ(effectRecord(items[i].effect)->nameId, 4128 + items[i].effect);   // item data is the index
+    }
+    for (unsigned hidden : {0u, 1u, 2u, 4u, 5u, 7u, 8u, 36u}) {
+        for (const auto& item : items) EXPECT_NE(item.effect, hidden);
+        EXPECT_EQ(openingPosition(std::uint16_t(hidden)), 0) << hidden;   // opens on "Bricks"
+    }
+    EXPECT_EQ(openingPosition(25), 29);
+    EXPECT_EQ(openingPosition(20), 14);
+}
+
+TEST(EditorLogic, SlidersColourButtonAndDefaults) {
+    struct Case { std::uint16_t effect; const char* labels[3]; };
+    const Case cases[] = {
+        {15, {"", "", ""}},  {14, {"Angle", "Amount", ""}},          {20, {"Angle", "", ""}},
+        {22, {"", "", ""}},  {10, {"Number", "Randomness", ""}},     {34, {"Size", "", ""}},
+        {32, {"Colors", "", ""}}, {36, {"Number", "Randomness", ""}},
+    };
+    for (const Case& c : cases) {
+        const SliderView v = sliders(c.effect);
+        for (int k = 0; k < 3; ++k) {
+            EXPECT_EQ(v.label[std::size_t(k)], c.labels[k]) << c.effect;
+            EXPECT_EQ(v.visible(k), c.labels[k][0] != '\0');
+        }
+    }
+    std::vector<std::string> coloured;
+    for (const auto& item : effectList())
+        if (colourButtonEnabled(item.effect)) coloured.push_back(item.name);
+    EXPECT_EQ(coloured, (std::vector<std::string>{"Contours", "Crosshair", "Find Edges", "Pointillize", "Rain",
+                                                  "Sampler", "Smudge", "Stamp", "Triangles"}));
+
+    // A new selection loads all three defaults, hidden sliders' zeros included.
+    SettingsRecord r{};
+    r.param1 = 9, r.param2 = 8, r.param3 = 7;
+    WorkingParameters w = WorkingParameters::from(r);
+    EXPECT_EQ(w.p, (std::array<std::uint16_t, 3>{9, 8, 7}));
+    w.loadDefaults(34);
+    EXPECT_EQ(w.p, (std::array<std::uint16_t, 3>{255, 0, 0}));
+    w.loadDefaults(14);
+    EXPECT_EQ(w.p, (std::array<std::uint16_t, 3>{0, 128, 0}));
+}
+
+TEST(EditorLogic, OkCancelAndDirection) {
+    SettingsRecord r{};
+    r.effect = 8;
+    r.param1 = 11, r.param2 = 22, r.param3 = 33;
+    r.direction = 0xF0000002;
+    r.colour = 0x123456;
+    // Cancel after a direction and colour change: those stay, effect and parameters do not move.
+    applyDirection(r, 1);
+    r.colour = 0x00FF00;
+    EXPECT_EQ(std::uint32_t(r.direction), 0xF0000001u);
+    EXPECT_EQ(r.effect, 8);
+    // OK on a record naming an unlisted effect stores the list's first effect with the working values.
+    const WorkingParameters w = WorkingParameters::from(r);
+    commit(r, effectList()[openingPosition(r.effect)].effect, w);
+    EXPECT_EQ(r.effect, 15);
+    EXPECT_EQ(r.param1, 11);
+    EXPECT_EQ(r.param3, 33);
+    EXPECT_EQ(std::uint32_t(r.colour), 0x00FF00u);
+    applyDirection(r, 7);   // only two bits reach the record
+    EXPECT_EQ(std::uint32_t(r.direction), 0xF0000003u);
+}
