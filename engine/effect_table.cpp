@@ -43,12 +43,12 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(6, MC, nullptr, nullptr),                        // Find Edges
     rowEffect(7, M, EmptyRow, EmptyRow),                       // *Fragment
     rowEffect(8, M, LensFlareLine1, LensFlareLine2),           // *Lens Flare
-    rowEffect(9, 0, nullptr, nullptr),                         // Mosaic
+    rowEffect(9, 0, MosaicLine1, MosaicLine2),                 // Mosaic
     imageEffect(10, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Pointillize
     rowEffect(11, M, SolarizeLine1, SolarizeLine2),            // Solarize
     imageEffect(12, M, nullptr),                               // Tiles
     rowEffect(13, MC, nullptr, nullptr),                       // Contours
-    rowEffect(14, M, nullptr, nullptr, nullptr, nullptr, kLabelAngle, kLabelAmount, 0, 128),  // Shake
+    rowEffect(14, M, ShakeLine1, ShakeLine2, nullptr, nullptr, kLabelAngle, kLabelAmount, 0, 128),  // Shake
     imageEffect(15, M, nullptr),                               // Bricks
     imageEffect(16, M, nullptr),                               // Bumps
     rowEffect(17, M, nullptr, nullptr),                        // Dark Strokes
@@ -57,20 +57,20 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(20, M, nullptr, nullptr, nullptr, nullptr, kLabelAngle, 0, 0),     // Motion Blur
     rowEffect(21, M, nullptr, nullptr, nullptr, nullptr, kLabelAmount, 0, 128),  // Center Blur
     rowEffect(22, M, nullptr, nullptr),                        // Radial Blur
-    rowEffect(23, 0, nullptr, nullptr),                        // Frazzle
+    rowEffect(23, 0, FrazzleLine1, FrazzleLine2),              // Frazzle
     imageEffect(24, M, nullptr),                               // Steel Plate
     imageEffect(25, M, nullptr),                               // Weave
     imageEffect(26, M, nullptr),                               // Glass
     imageEffect(27, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Rain
     imageEffect(28, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Triangles
     imageEffect(29, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Smudge
-    rowEffect(30, 0, nullptr, nullptr, nullptr, nullptr, kLabelAmount, 0, 128),  // Reflection
+    rowEffect(30, 0, ReflectionLine1, ReflectionLine2, nullptr, nullptr, kLabelAmount, 0, 128),  // Reflection
     rowEffect(31, M, nullptr, nullptr),                        // Charcoal
     rowEffect(32, M, PosterizeLine1, PosterizeLine2, nullptr, nullptr, kLabelColors, 0, 128),  // Posterize
-    rowEffect(33, MC, nullptr, nullptr, nullptr, nullptr, kLabelSize, 0, 128),   // Sampler
-    rowEffect(34, MC, nullptr, nullptr, nullptr, nullptr, kLabelSize, 0, 255),   // Crosshair
+    rowEffect(33, MC, SamplerLine1, SamplerLine2, nullptr, nullptr, kLabelSize, 0, 128),   // Sampler
+    rowEffect(34, MC, CrosshairLine1, CrosshairLine2, nullptr, nullptr, kLabelSize, 0, 255),   // Crosshair
     imageEffect(35, M, nullptr),                               // Color Pencil
     imageEffect(36, M, nullptr, kLabelNumber, kLabelRandomness, 128, 0),     // *Bubbles
-    rowEffect(37, 0, nullptr, nullptr),                        // Kaleidoscope
+    rowEffect(37, 0, KaleidoscopeLine1, KaleidoscopeLine2),    // Kaleidoscope
     EffectRecord{},                                            // terminating record
 };
