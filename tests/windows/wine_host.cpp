@@ -1,0 +1,428 @@
+// A small host for FLAIR.dll, run under Wine: loads the plug-in, finds every
+// export by ordinal and drives it as the compositing host does. Pictures and
+// timing go to files that the Linux tests compare with the Linux build;
+// every check prints "PASS name" or "FAIL name: detail".
+//   wine_host.exe WORKDIR [--editor]
+#include <windows.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "host/settings_record.h"
+#include "standalone/host_context.h"
+#include "tests/windows/standin_host.h"
+
+namespace {
+
+std::string g_dir;
+int g_failures = 0;
+
+void check(bool ok, const char* name, const std::string& detail = "") {
+    std::printf("%s %s%s%s\n", ok ? "PASS" : "FAIL", name, ok || detail.empty() ? "" : ": ", ok ? "" : detail.c_str());
+    if (!ok) ++g_failures;
+}
+
+HMODULE g_plugin;
+FARPROC ordinal(int n) { return GetProcAddress(g_plugin, MAKEINTRESOURCEA(n)); }
+
+// A function pointer of the right type for a looked-up export.
+template <typename F>
+F as(FARPROC p) {
+    return reinterpret_cast<F>(reinterpret_cast<void (*)()>(p));
+}
+
+using Fn2 = std::uint32_t(WINAPI*)(std::uint32_t, std::uint32_t);
+using InitDataFn = std::uint32_t(WINAPI*)(std::uint32_t, std::uint32_t*, SettingsRecord**);
+using CopyDataFn = std::uint32_t(WINAPI*)(const SettingsRecord*, SettingsRecord**);
+using FreeDataFn = std::uint32_t(WINAPI*)(std::uint32_t, SettingsRecord*);
+using LoadDataFn = std::uint32_t(WINAPI*)(HFILE, SettingsRecord**, std::uint32_t, std::uint32_t, std::uint32_t);
+using SaveDataFn = std::uint32_t(WINAPI*)(HFILE, const SettingsRecord*, std::uint32_t);
+using GenerateDibFn = std::uint32_t(WINAPI*)(void*, HGLOBAL*, std::uint32_t);
+using ContextFn = std::uint32_t(WINAPI*)(void*, std::uint32_t);
+using GenEditFn = std::uint32_t(WINAPI*)(void*);
+using InitFilterFn = std::uint32_t(WINAPI*)(char*, std::uint16_t*);
+using IdFn = std::uint32_t(WINAPI*)(std::uint32_t*);
+
+StandInLog* standInLog(const char* library) {
+    using LogFn = StandInLog*(*)();
+    auto fn = as<LogFn>(GetProcAddress(GetModuleHandleA(library), "StandIn_Log"));
+    return fn ? fn() : nullptr;
+}
+
+std::vector<unsigned char> readFile(const std::string& path) {
+    std::vector<unsigned char> data;
+    if (FILE* f = std::fopen(path.c_str(), "rb")) {
+        unsigned char buffer[65536];
+        std::size_t n;
+        while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) data.insert(data.end(), buffer, buffer + n);
+        std::fclose(f);
+    }
+    return data;
+}
+
+bool writeFile(const std::string& path, const void* data, std::size_t size) {
+    FILE* f = std::fopen(path.c_str(), "wb");
+    if (!f) return false;
+    const bool ok = std::fwrite(data, 1, size, f) == size;
+    return std::fclose(f) == 0 && ok;
+}
+
+// A BMP file's packed DIB in a movable block.
+HGLOBAL readBmp(const std::string& path) {
+    const auto file = readFile(path);
+    if (file.size() < 14 + 40) return nullptr;
+    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, file.size() - 14);
+    std::memcpy(GlobalLock(h), file.data() + 14, file.size() - 14);
+    GlobalUnlock(h);
+    return h;
+}
+
+// The packed DIB behind a 14-byte BMP file header, unchanged.
+void writeBmp(const std::string& path, HGLOBAL picture) {
+    const std::size_t size = GlobalSize(picture);
+    const auto* dib = static_cast<const unsigned char*>(GlobalLock(picture));
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, dib, sizeof h);
+    std::vector<unsigned char> file(14 + size);
+    file[0] = 'B', file[1] = 'M';
+    const DWORD total = DWORD(file.size()), offset = 14 + h.biSize;
+    std::memcpy(&file[2], &total, 4);
+    std::memcpy(&file[10], &offset, 4);
+    std::memcpy(&file[14], dib, size);
+    GlobalUnlock(picture);
+    writeFile(path, file.data(), file.size());
+}
+
+std::vector<unsigned char> bytesOf(const SettingsRecord* r) {
+    const auto* p = reinterpret_cast<const unsigned char*>(r);
+    return {p, p + sizeof *r};
+}
+
+void checkExportsAndRecords() {
+    check(GetProcAddress(g_plugin, MAKEINTRESOURCEA(1)) == nullptr, "no export at ordinal 1");
+    const char* names[] = {"InitData",      "CopyData",        "FreeData",       "LoadData",          "SaveData",
+                           "ChangeImage",   "GenAnimation",    "GenerateDIB",    "GenEdit",           "SetupFrame",
+                           "InitFilter",    "ChangeQuality",   "SwapData",       "GEN_GeneratorID",   "FLR_EditProc",
+                           "FLR_DisplayFilter", "FLR_LineFilter", "FLR_WaterColor", "FLR_TextureFilter", "FLR_Glass",
+                           "FLR_MeanMapFilter", "WEP"};
+    bool all = true;
+    std::string missing;
+    for (int n = 2; n <= 23; ++n) {
+        FARPROC byOrdinal = ordinal(n), byName = GetProcAddress(g_plugin, names[n - 2]);
+        if (!byOrdinal || byOrdinal != byName) all = false, missing += std::string(names[n - 2]) + " ";
+    }
+    check(all, "exports 2..23 by ordinal and name", missing);
+
+    std::uint32_t id[3] = {0xEEEEEEEE, 0, 0xEEEEEEEE};
+    check(as<IdFn>(ordinal(15))(&id[1]) == 1 && id[1] == 0x4B57455A && id[0] == 0xEEEEEEEE &&
+              id[2] == 0xEEEEEEEE && std::memcmp(&id[1], "ZEWK", 4) == 0,
+          "GEN_GeneratorID");
+
+    char name[128];
+    std::uint16_t kind[3] = {0xEEEE, 0, 0xEEEE};
+    const std::uint32_t ok = as<InitFilterFn>(ordinal(12))(name, &kind[1]);
+    StandInLog* pix = standInLog("PIXKIT.dll");
+    check(ok == 1 && std::strcmp(name, "Flairize") == 0 && kind[1] == 14 && kind[0] == 0xEEEE && kind[2] == 0xEEEE &&
+              pix && pix->icon != nullptr && std::strcmp(pix->name, "Flairize") == 0,
+          "InitFilter hands name, kind and icon to the host", name);
+
+    auto initData = as<InitDataFn>(ordinal(2));
+    auto copyData = as<CopyDataFn>(ordinal(3));
+    auto freeData = as<FreeDataFn>(ordinal(4));
+    std::uint32_t size = 0;
+    SettingsRecord *r = nullptr, *copy = nullptr;
+    check(initData(0, &size, &r) == 1 && size == 20 &&
+              bytesOf(r) == std::vector<unsigned char>{0x19, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0},
+          "InitData record bytes");
+    r->direction = 0x80000003;
+    check(copyData(r, &copy) == 1 && copy != r && bytesOf(copy) == bytesOf(r), "CopyData keeps every byte");
+    check(freeData(0, copy) == 0, "FreeData answers 0");
+
+    // The settings stream through a real HFILE.
+    const std::string path = g_dir + "\\stream.flr";
+    HFILE file = _lcreat(path.c_str(), 0);
+    auto save = as<SaveDataFn>(ordinal(6));
+    auto load = as<LoadDataFn>(ordinal(5));
+    *copy = SettingsRecord{};
+    SettingsRecord other{37, 0x01020304, 255, 7, 65535, 0xFFFFFFFE, 0x00123456};
+    save(file, r, 0);
+    save(file, &other, 0);
+    _llseek(file, 0, 0);
+    SettingsRecord *a = nullptr, *b = nullptr;
+    const bool loaded = load(file, &a, 0, 0, 0) == 1 && load(file, &b, 0, 0, 0) == 1;
+    const LONG end = _llseek(file, 0, 2);
+    _lclose(file);
+    check(loaded && end == 40 && bytesOf(a) == bytesOf(r) && bytesOf(b) == bytesOf(&other),
+          "SaveData and LoadData through an HFILE");
+    freeData(0, a), freeData(0, b), freeData(0, r);
+
+    Fn2 genAnimation = as<Fn2>(ordinal(8));
+    check(genAnimation(7, 5) == 26, "GenAnimation passes through to the host");
+}
+
+// SetupFrame for every speed -124..127 and position 0..16384, Forward.
+void writeTiming() {
+    auto setup = as<ContextFn>(ordinal(11));
+    SettingsRecord r{};
+    r.direction = 2;
+    standalone::Context ctx(&r, nullptr);
+    std::vector<std::uint32_t> values;
+    values.reserve(252u * 16385u);
+    for (int speed = -124; speed <= 127; ++speed) {
+        hostctx::setSpeed(ctx.bytes, 0, static_cast<std::int8_t>(speed));
+        for (std::uint32_t p = 0; p <= 16384; ++p) {
+            hostctx::setCurrentPosition(ctx.bytes, p);
+            setup(&ctx, 0);
+            values.push_back(r.progress);
+        }
+    }
+    check(writeFile(g_dir + "\\timing.bin", values.data(), values.size() * 4), "SetupFrame sweep written");
+}
+
+// GenerateDIB of every effect on 8-, 24- and 32-bit pictures.
+void writeRenders() {
+    auto generate = as<GenerateDibFn>(ordinal(9));
+    auto initData = as<InitDataFn>(ordinal(2));
+    std::string list;
+    for (int bits : {8, 24, 32}) {
+        HGLOBAL source = readBmp(g_dir + "\\in" + std::to_string(bits) + ".bmp");
+        check(source != nullptr, "input picture", std::to_string(bits));
+        if (!source) continue;
+        for (int effect = 0; effect < 38; ++effect) {
+            std::uint32_t size;
+            SettingsRecord* r = nullptr;
+            initData(0, &size, &r);
+            r->effect = static_cast<std::uint16_t>(effect);
+            r->progress = 12000;
+            r->colour = 0x00CC6633;
+            standalone::Context ctx(r, source);
+            HGLOBAL out = nullptr;
+            const std::uint32_t ok = generate(&ctx, &out, 0);
+            const std::string name = "out-" + std::to_string(effect) + "-" + std::to_string(bits) + ".bmp";
+            if (ok && out) {
+                writeBmp(g_dir + "\\" + name, out);
+                GlobalFree(out);
+                list += name + "\n";
+            } else {
+                list += "refused " + name + "\n";
+            }
+            as<FreeDataFn>(ordinal(4))(0, r);
+        }
+        GlobalFree(source);
+    }
+    writeFile(g_dir + "\\renders.txt", list.data(), list.size());
+}
+
+// ---------------------------------------------------------------- the editor
+
+struct EditorScript {
+    SettingsRecord* record;
+    int session;
+};
+
+HWND waitForWindow(const char* title, HWND notThis = nullptr) {
+    for (int i = 0; i < 400; ++i) {
+        HWND w = FindWindowA(nullptr, title);
+        if (w && w != notThis && IsWindowVisible(w)) return w;
+        Sleep(50);
+    }
+    return nullptr;
+}
+
+std::string itemText(HWND combo, int i) {
+    char text[128] = "";
+    SendMessageA(combo, CB_GETLBTEXT, WPARAM(i), LPARAM(text));
+    return text;
+}
+
+void choose(HWND dialog, int control, int position) {
+    HWND combo = GetDlgItem(dialog, control);
+    SendMessageA(combo, CB_SETCURSEL, WPARAM(position), 0);
+    SendMessageA(dialog, WM_COMMAND, MAKEWPARAM(control, CBN_SELCHANGE), LPARAM(combo));
+}
+
+void scrollTo(HWND dialog, int control, int position) {
+    HWND bar = GetDlgItem(dialog, control);
+    SendMessageA(dialog, WM_HSCROLL, MAKEWPARAM(SB_THUMBPOSITION, position), LPARAM(bar));
+}
+
+int findItem(HWND dialog, const char* name) {
+    HWND combo = GetDlgItem(dialog, 200);
+    const int n = int(SendMessageA(combo, CB_GETCOUNT, 0, 0));
+    for (int i = 0; i < n; ++i)
+        if (itemText(combo, i) == name) return i;
+    return -1;
+}
+
+bool visible(HWND dialog, int id) { return IsWindowVisible(GetDlgItem(dialog, id)) != FALSE; }
+
+// Saves the dialog as it shows on screen.
+void screenshot(HWND dialog, const std::string& path) {
+    RedrawWindow(dialog, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN);
+    Sleep(300);
+    RECT r;
+    GetWindowRect(dialog, &r);
+    const int w = r.right - r.left, h = r.bottom - r.top;
+    HDC screen = GetDC(nullptr);
+    HDC memory = CreateCompatibleDC(screen);
+    BITMAPINFO info{};
+    info.bmiHeader.biSize = sizeof info.bmiHeader;
+    info.bmiHeader.biWidth = w;
+    info.bmiHeader.biHeight = h;
+    info.bmiHeader.biPlanes = 1;
+    info.bmiHeader.biBitCount = 24;
+    void* bits = nullptr;
+    HBITMAP bitmap = CreateDIBSection(screen, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
+    HGDIOBJ old = SelectObject(memory, bitmap);
+    BitBlt(memory, 0, 0, w, h, screen, r.left, r.top, SRCCOPY);
+    GdiFlush();
+    const DWORD stride = ((DWORD(w) * 24 + 31) / 32) * 4;
+    info.bmiHeader.biSizeImage = stride * DWORD(h);
+    HGLOBAL dib = GlobalAlloc(GMEM_MOVEABLE, sizeof info.bmiHeader + info.bmiHeader.biSizeImage);
+    auto* p = static_cast<unsigned char*>(GlobalLock(dib));
+    std::memcpy(p, &info.bmiHeader, sizeof info.bmiHeader);
+    std::memcpy(p + sizeof info.bmiHeader, bits, info.bmiHeader.biSizeImage);
+    GlobalUnlock(dib);
+    writeBmp(path, dib);
+    GlobalFree(dib);
+    SelectObject(memory, old);
+    DeleteObject(bitmap);
+    DeleteDC(memory);
+    ReleaseDC(nullptr, screen);
+}
+
+DWORD WINAPI driveEditor(void* argument) {
+    auto* script = static_cast<EditorScript*>(argument);
+    SettingsRecord* r = script->record;
+    HWND dialog = waitForWindow("Flairize Editor");
+    check(dialog != nullptr, "editor opens");
+    if (!dialog) return 0;
+    Sleep(200);
+    HWND list = GetDlgItem(dialog, 200);
+    if (script->session == 1) {
+        // Opened on index 8 (not listed): "Bricks" with no sliders.
+        const int count = int(SendMessageA(list, CB_GETCOUNT, 0, 0));
+        check(count == 30 && itemText(list, 0) == "Bricks" && itemText(list, 29) == "Weave", "effect list",
+              std::to_string(count) + " " + itemText(list, 0) + ".." + itemText(list, count - 1));
+        check(SendMessageA(list, CB_GETCURSEL, 0, 0) == 0, "unlisted effect opens on Bricks");
+        check(!visible(dialog, 205) && !visible(dialog, 206) && !visible(dialog, 207) && !visible(dialog, 202),
+              "Bricks shows no sliders");
+        HWND directions = GetDlgItem(dialog, 211);
+        check(itemText(directions, 0) == "Backward" && itemText(directions, 1) == "Cycle" &&
+                  itemText(directions, 2) == "Forward" && itemText(directions, 3) == "Reverse Cycle" &&
+                  SendMessageA(directions, CB_GETCURSEL, 0, 0) == 2,
+              "direction list");
+        check(GetScrollPos(GetDlgItem(dialog, 209), SB_CTL) == 16384, "position bar opens at the end");
+        PostMessageA(dialog, WM_COMMAND, IDOK, 0);
+    } else if (script->session == 2) {
+        // Which effects enable the Color button.
+        std::string coloured;
+        for (int i = 0; i < 30; ++i) {
+            choose(dialog, 200, i);
+            if (IsWindowEnabled(GetDlgItem(dialog, 212))) coloured += itemText(list, i) + ",";
+        }
+        check(coloured == "Contours,Crosshair,Find Edges,Pointillize,Rain,Sampler,Smudge,Stamp,Triangles,",
+              "Color button for the nine colour effects", coloured);
+        // Crosshair: one slider "Size" at its default.
+        choose(dialog, 200, findItem(dialog, "Crosshair"));
+        char label[64];
+        GetDlgItemTextA(dialog, 202, label, sizeof label);
+        check(visible(dialog, 205) && !visible(dialog, 206) && !visible(dialog, 207) &&
+                  std::string(label) == "Size" && GetScrollPos(GetDlgItem(dialog, 205), SB_CTL) == 255,
+              "Crosshair shows one slider, Size, at 255", label);
+        scrollTo(dialog, 205, 100);
+        check(r->param1 == 1, "a slider does not write the record before OK");
+        choose(dialog, 211, 1);
+        check(r->direction == 0x40000001, "direction written at once, two bits only");
+        // The colour chooser: pick red 0x10, green 0x80, blue 0xF0.
+        PostMessageA(dialog, WM_COMMAND, MAKEWPARAM(212, BN_CLICKED), LPARAM(GetDlgItem(dialog, 212)));
+        HWND chooser = waitForWindow("Color", dialog);
+        if (!chooser) chooser = waitForWindow("Colour", dialog);
+        check(chooser != nullptr, "colour chooser opens");
+        if (chooser) {
+            SetDlgItemInt(chooser, 706, 0x10, FALSE);
+            SetDlgItemInt(chooser, 707, 0x80, FALSE);
+            SetDlgItemInt(chooser, 708, 0xF0, FALSE);
+            SendMessageA(chooser, WM_COMMAND, MAKEWPARAM(708, EN_KILLFOCUS), LPARAM(GetDlgItem(chooser, 708)));
+            Sleep(100);
+            SendMessageA(chooser, WM_COMMAND, IDOK, LPARAM(GetDlgItem(chooser, IDOK)));
+            Sleep(300);
+        }
+        check(r->colour == 0x00F08010, "colour written at once", std::to_string(r->colour));
+        scrollTo(dialog, 209, 4096);
+        check(r->progress == 8192, "position bar moves the host (Cycle at 4096 gives 8192)",
+              std::to_string(r->progress));
+        screenshot(dialog, g_dir + "\\editor.bmp");
+        PostMessageA(dialog, WM_COMMAND, IDOK, 0);
+    } else {
+        // Cancel keeps effect and parameters, not direction and colour.
+        choose(dialog, 200, findItem(dialog, "Mosaic"));
+        choose(dialog, 211, 0);
+        PostMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
+    }
+    return 0;
+}
+
+void runEditor() {
+    auto genEdit = as<GenEditFn>(ordinal(10));
+    auto initData = as<InitDataFn>(ordinal(2));
+    HGLOBAL source = readBmp(g_dir + "\\in24.bmp");
+    std::uint32_t size;
+    SettingsRecord* r = nullptr;
+    initData(0, &size, &r);
+    standalone::Context ctx(r, source);
+    StandInLog* base = standInLog("BASEKIT.dll");
+    StandInLog* anim = standInLog("ANIMKIT.dll");
+
+    *r = SettingsRecord{8, 0, 1, 2, 3, 0x40000002, 0};
+    EditorScript one{r, 1};
+    HANDLE t = CreateThread(nullptr, 0, driveEditor, &one, 0, nullptr);
+    check(genEdit(&ctx) == 1, "GenEdit answers 1");
+    WaitForSingleObject(t, INFINITE);
+    CloseHandle(t);
+    check(r->effect == 15 && r->param1 == 1 && r->param2 == 2 && r->param3 == 3,
+          "OK on an unlisted effect stores Bricks with the record's values");
+    check(anim && anim->beforeEditor == 1 && anim->afterEditor == 1, "host told before and after the editor");
+    check(base && base->previewRenders > 0 && base->busyBegin == base->busyEnd && base->busyBegin > 0,
+          "preview rendered inside the busy bracket");
+
+    EditorScript two{r, 2};
+    t = CreateThread(nullptr, 0, driveEditor, &two, 0, nullptr);
+    genEdit(&ctx);
+    WaitForSingleObject(t, INFINITE);
+    CloseHandle(t);
+    check(r->effect == 34 && r->param1 == 100 && r->param2 == 0 && r->param3 == 0, "OK stores Crosshair and sliders",
+          std::to_string(r->effect) + " " + std::to_string(r->param1));
+
+    EditorScript three{r, 3};
+    t = CreateThread(nullptr, 0, driveEditor, &three, 0, nullptr);
+    genEdit(&ctx);
+    WaitForSingleObject(t, INFINITE);
+    CloseHandle(t);
+    check(r->effect == 34 && r->param1 == 100 && r->direction == 0x40000000 && r->colour == 0x00F08010,
+          "Cancel keeps effect and parameters, direction and colour stay changed");
+    check(base && base->palettesMade > 0, "preview palettes made and handed over");
+    as<FreeDataFn>(ordinal(4))(0, r);
+    GlobalFree(source);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: wine_host WORKDIR [--editor]\n");
+        return 2;
+    }
+    g_dir = argv[1];
+    g_plugin = LoadLibraryA("FLAIR.dll");
+    check(g_plugin != nullptr, "FLAIR.dll loads");
+    if (!g_plugin) return 1;
+    checkExportsAndRecords();
+    writeTiming();
+    writeRenders();
+    if (argc > 2 && std::strcmp(argv[2], "--editor") == 0) runEditor();
+    std::printf("%d failed\n", g_failures);
+    return g_failures ? 1 : 0;
+}
