@@ -44,7 +44,7 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(7, M, EmptyRow, EmptyRow),                       // *Fragment
     rowEffect(8, M, LensFlareLine1, LensFlareLine2),           // *Lens Flare
     rowEffect(9, 0, nullptr, nullptr),                         // Mosaic
-    imageEffect(10, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Pointillize
+    imageEffect(10, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Pointillize
     rowEffect(11, M, SolarizeLine1, SolarizeLine2),            // Solarize
     imageEffect(12, M, nullptr),                               // Tiles
     rowEffect(13, MC, nullptr, nullptr),                       // Contours
@@ -61,9 +61,9 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     imageEffect(24, M, nullptr),                               // Steel Plate
     imageEffect(25, M, nullptr),                               // Weave
     imageEffect(26, M, nullptr),                               // Glass
-    imageEffect(27, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Rain
-    imageEffect(28, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Triangles
-    imageEffect(29, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Smudge
+    imageEffect(27, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Rain
+    imageEffect(28, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Triangles
+    imageEffect(29, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Smudge
     rowEffect(30, 0, nullptr, nullptr, nullptr, nullptr, kLabelAmount, 0, 128),  // Reflection
     rowEffect(31, M, nullptr, nullptr),                        // Charcoal
     rowEffect(32, M, PosterizeLine1, PosterizeLine2, nullptr, nullptr, kLabelColors, 0, 128),  // Posterize
