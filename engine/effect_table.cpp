@@ -46,11 +46,11 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(9, 0, nullptr, nullptr),                         // Mosaic
     imageEffect(10, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Pointillize
     rowEffect(11, M, SolarizeLine1, SolarizeLine2),            // Solarize
-    imageEffect(12, M, nullptr),                               // Tiles
+    imageEffect(12, M, FLR_TextureFilter),                     // Tiles
     rowEffect(13, MC, nullptr, nullptr),                       // Contours
     rowEffect(14, M, nullptr, nullptr, nullptr, nullptr, kLabelAngle, kLabelAmount, 0, 128),  // Shake
-    imageEffect(15, M, nullptr),                               // Bricks
-    imageEffect(16, M, nullptr),                               // Bumps
+    imageEffect(15, M, FLR_TextureFilter),                     // Bricks
+    imageEffect(16, M, FLR_TextureFilter),                     // Bumps
     rowEffect(17, M, nullptr, nullptr),                        // Dark Strokes
     rowEffect(18, M, nullptr, nullptr),                        // Fresco
     rowEffect(19, MC, nullptr, nullptr),                       // Stamp
@@ -58,8 +58,8 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(21, M, nullptr, nullptr, nullptr, nullptr, kLabelAmount, 0, 128),  // Center Blur
     rowEffect(22, M, nullptr, nullptr),                        // Radial Blur
     rowEffect(23, 0, nullptr, nullptr),                        // Frazzle
-    imageEffect(24, M, nullptr),                               // Steel Plate
-    imageEffect(25, M, nullptr),                               // Weave
+    imageEffect(24, M, FLR_TextureFilter),                     // Steel Plate
+    imageEffect(25, M, FLR_TextureFilter),                     // Weave
     imageEffect(26, M, nullptr),                               // Glass
     imageEffect(27, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Rain
     imageEffect(28, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Triangles
