@@ -70,7 +70,7 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(33, MC, nullptr, nullptr, nullptr, nullptr, kLabelSize, 0, 128),   // Sampler
     rowEffect(34, MC, nullptr, nullptr, nullptr, nullptr, kLabelSize, 0, 255),   // Crosshair
     imageEffect(35, M, nullptr),                               // Color Pencil
-    imageEffect(36, M, nullptr, kLabelNumber, kLabelRandomness, 128, 0),     // *Bubbles
+    imageEffect(36, M, BubblesFilter, kLabelNumber, kLabelRandomness, 128, 0),  // *Bubbles
     rowEffect(37, 0, nullptr, nullptr),                        // Kaleidoscope
     EffectRecord{},                                            // terminating record
 };
