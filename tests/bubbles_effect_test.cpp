@@ -169,13 +169,15 @@ TEST(BubblesEffect, GridBubblesCopyThroughTheLens) {
     }
 }
 
-// Displaced bubbles, drawn x then y from the sequence seeded with 0, painted
-// band by band and left to right; gaps show the background of the source's
-// depth: the colours of an 8-bit source, black for 24 bits, the source itself
-// (alpha included) for 32 bits.
+// Bubbles displaced by draws from the sequence seeded with 0 (x, then y),
+// painted band by band and left to right, later ones replacing earlier ones;
+// gaps show the background of the source's depth: the colours of an 8-bit
+// source, black for 24 bits, the source itself (alpha included) for 32 bits.
+// Undisplaced bubbles at small spacings overlap many times over.
 TEST(BubblesEffect, DisplacedBubblesLeaveTheBackgroundInGaps) {
     struct Case { int w, h; std::uint16_t number, randomness; };
-    const Case cases[] = {{61, 47, kSpacing17, 255}, {30, 33, 128, 100}, {5, 44, 255, 255}};
+    const Case cases[] = {{61, 47, kSpacing17, 255}, {30, 33, 128, 100}, {5, 44, 255, 255},
+                          {37, 29, 255, 0},          {40, 31, 128, 0}};
     for (int bits : {8, 24, 32}) {
         for (const Case& c : cases) {
             Owned src(source(c.w, c.h, bits));

@@ -20,6 +20,7 @@ namespace {
 
 constexpr std::uint16_t kBubblesEffect = 36;
 constexpr std::int32_t kBubbleSize = 20;
+static_assert(kBubbleSize > grid::kMaxSpacing, "neighbouring bubbles on the grid overlap");
 // A little below 2 / pi: the entries at radius exactly 0.5 then land one pixel
 // further in than truncation of the exact value would put them.
 constexpr double kLensFactor = 0.6366197723659386;
@@ -88,6 +89,39 @@ void paintBackground(const dib::Source& src, const dib::Output& out) {
     }
 }
 
+// Bubbles on the grid (jitter 0), painted by final owner: bubbles are painted
+// band by band and left to right and each covers more than the spacing, so a
+// pixel ends up with the bubble of the last grid row and column at or before
+// it. Each pixel is written once instead of once per overlapping bubble; the
+// row ticks and random draws stay those of painting every bubble.
+void paintGridBubbles(const dib::Source& src, const dib::Output& out, int step, const BubbleMapEntry* map) {
+    const dib::Layout& in = src.layout();
+    const int width = in.width, height = in.height;
+    const unsigned inStep = in.bytesPerPixel, outStep = in.bitCount == 32 ? 4 : 3;
+    const bool palette = in.bytesPerPixel == 1;
+    for (int gy = 0; gy < height; gy += step) {
+        BaseKit_RowTick();
+        for (int gx = 0; gx < width; gx += step) plat::rand(), plat::rand();
+        const int bandEnd = gy + step < height ? gy + step : height;
+        for (int y = gy; y < bandEnd; ++y) {
+            const BubbleMapEntry* mapRow = map + std::size_t(y - gy) * kBubbleSize;
+            std::uint8_t* o = out.row(std::uint32_t(y));
+            for (int gx = 0; gx < width; gx += step) {
+                const int cellEnd = gx + step < width ? gx + step : width;
+                for (int x = gx; x < cellEnd; ++x, o += outStep) {
+                    const BubbleMapEntry m = mapRow[x - gx];
+                    const int sx = clampToLast(gx + m.x, width - 1);
+                    const int sy = clampToLast(gy + m.y, height - 1);
+                    const std::uint8_t* s = src.row(std::uint32_t(sy)) + std::size_t(sx) * inStep;
+                    if (palette) s = src.colourTable() + 4u * s[0];
+                    o[0] = s[0], o[1] = s[1], o[2] = s[2];
+                    if (outStep == 4) o[3] = s[3];
+                }
+            }
+        }
+    }
+}
+
 }  // namespace
 
 BubbleMapEntry* MakeBubbleMap(std::int32_t w, std::int32_t h) {
@@ -130,16 +164,21 @@ FLR_FILTER(BubblesFilter) {
         return nullptr;
     }
     const dib::Layout& in = src.layout();
-    paintBackground(src, out);
+    const int step = grid::spacing(p1);
+    const std::uint16_t jitter = grid::jitter(p2);
+    if (jitter) paintBackground(src, out);   // on the grid, bubbles cover every pixel
     plat::srand(0);
     BubbleMapEntry* map = MakeBubbleMap(kBubbleSize, kBubbleSize);
     if (!map) {
         plat::showStringMessage(ids::kNoMemory);
         return nullptr;   // the output is freed with `out`
     }
+    if (!jitter) {
+        paintGridBubbles(src, out, step, map);
+        plat::localFree(map);
+        return out.release();
+    }
 
-    const int step = grid::spacing(p1);
-    const std::uint16_t jitter = grid::jitter(p2);
     const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
     for (int y = 0; y < in.height; y += step) {
         BaseKit_RowTick();

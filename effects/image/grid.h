@@ -11,6 +11,7 @@ namespace grid {
 inline std::uint16_t clampSlider(std::uint16_t v) { return v > 255 ? 255 : v; }
 
 // 2 for Number 255, 9 for 128, 17 for 0.
+constexpr int kMaxSpacing = 17;
 inline int spacing(std::uint16_t number) { return (255 - int(clampSlider(number))) / 16 + 2; }
 
 // Largest displacement in pixels, 0..15.
