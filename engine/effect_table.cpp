@@ -37,7 +37,7 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(0, M, EmptyRow, EmptyRow),                       // *Color Halftone
     rowEffect(1, M, EmptyRow, EmptyRow),                       // *Crystallize
     rowEffect(2, M, EmptyRow, EmptyRow),                       // *Diffuse
-    imageEffect(3, M, nullptr),                                // WaterColor
+    imageEffect(3, M, FLR_WaterColor),                         // WaterColor
     rowEffect(4, M, EmptyRow, EmptyRow),                       // *Extrude
     rowEffect(5, M, EmptyRow, EmptyRow),                       // *Facet
     rowEffect(6, MC, nullptr, nullptr),                        // Find Edges
@@ -60,7 +60,7 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(23, 0, nullptr, nullptr),                        // Frazzle
     imageEffect(24, M, FLR_TextureFilter),                     // Steel Plate
     imageEffect(25, M, FLR_TextureFilter),                     // Weave
-    imageEffect(26, M, nullptr),                               // Glass
+    imageEffect(26, M, FLR_Glass),                             // Glass
     imageEffect(27, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Rain
     imageEffect(28, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Triangles
     imageEffect(29, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Smudge
@@ -69,7 +69,7 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(32, M, PosterizeLine1, PosterizeLine2, nullptr, nullptr, kLabelColors, 0, 128),  // Posterize
     rowEffect(33, MC, nullptr, nullptr, nullptr, nullptr, kLabelSize, 0, 128),   // Sampler
     rowEffect(34, MC, nullptr, nullptr, nullptr, nullptr, kLabelSize, 0, 255),   // Crosshair
-    imageEffect(35, M, nullptr),                               // Color Pencil
+    imageEffect(35, M, ColorPencilFilter),                     // Color Pencil
     imageEffect(36, M, BubblesFilter, kLabelNumber, kLabelRandomness, 128, 0),  // *Bubbles
     rowEffect(37, 0, nullptr, nullptr),                        // Kaleidoscope
     EffectRecord{},                                            // terminating record
