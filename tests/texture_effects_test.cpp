@@ -85,40 +85,28 @@ TEST(TextureEffects, UniformGreyShowsEveryOffset) {
     EXPECT_EQ(v.at(8, 8).g, 128);   // the tiling repeats
 }
 
-// Every channel moves by the same offset; pictures smaller than the texture use its first entries.
-TEST(TextureEffects, ChannelsMoveTogetherOnSmallPictures) {
-    for (const EffectTexture& e : kEffects) {
-        for (auto size : {std::pair<int, int>{1, 1}, {3, 1}, {1, 5}, {5, 4}}) {
-            Owned src(make(size.first, size.second, 24, pattern));
-            Owned out(runFilter(e.effect, src, 0));
-            View in(src), v(out);
-            for (int y = 0; y < size.second; ++y)
-                for (int x = 0; x < size.first; ++x) {
-                    const Bgra s = in.at(x, y);
-                    const int t = offsetAt(e, x, y);
-                    ASSERT_EQ(v.at(x, y), (Bgra{std::uint8_t(clamp(s.b + t)), std::uint8_t(clamp(s.g + t)),
-                                                std::uint8_t(clamp(s.r + t)), 255}))
-                        << e.effect << " at " << x << "," << y;
-                }
-        }
-    }
-}
-
-// 32-bit pictures: the textured colour mixed with the source by alpha, alpha kept.
-TEST(TextureEffects, AlphaMixesTheTextureWithTheSource) {
-    Owned src(make(17, 11, 32, pattern));
-    View in(src);
-    for (const EffectTexture& e : kEffects) {
-        Owned out(runFilter(e.effect, src, 0));
-        View v(out);
-        ASSERT_EQ(v.header().biBitCount, 32);
-        for (int y = 0; y < 11; ++y)
-            for (int x = 0; x < 17; ++x) {
-                const Bgra s = in.at(x, y);
-                const int t = offsetAt(e, x, y);
-                auto mix = [&](int c) { return std::uint8_t((c * (255 - s.a) + clamp(c + t) * s.a) / 255); };
-                ASSERT_EQ(v.at(x, y), (Bgra{mix(s.b), mix(s.g), mix(s.r), s.a})) << e.effect << " at " << x << "," << y;
+// Every channel moves by the same offset and is clamped; 32-bit pictures mix
+// that with the source by alpha and keep alpha. Pictures smaller than the
+// texture use its first entries.
+TEST(TextureEffects, ChannelsMoveTogetherAndMixByAlpha) {
+    for (int bits : {24, 32}) {
+        for (auto size : {std::pair<int, int>{1, 1}, {3, 1}, {1, 5}, {17, 11}}) {
+            Owned src(make(size.first, size.second, bits, pattern));
+            View in(src);
+            for (const EffectTexture& e : kEffects) {
+                Owned out(runFilter(e.effect, src, 0));
+                View v(out);
+                ASSERT_EQ(v.header().biBitCount, bits);
+                for (int y = 0; y < size.second; ++y)
+                    for (int x = 0; x < size.first; ++x) {
+                        const Bgra s = in.at(x, y);
+                        const int t = offsetAt(e, x, y), a = bits == 32 ? s.a : 255;
+                        auto mix = [&](int c) { return std::uint8_t((c * (255 - a) + clamp(c + t) * a) / 255); };
+                        ASSERT_EQ(v.at(x, y), (Bgra{mix(s.b), mix(s.g), mix(s.r), std::uint8_t(a)}))
+                            << e.effect << " bits " << bits << " at " << x << "," << y;
+                    }
             }
+        }
     }
 }
 
