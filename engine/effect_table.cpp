@@ -37,20 +37,20 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(0, M, EmptyRow, EmptyRow),                       // *Color Halftone
     rowEffect(1, M, EmptyRow, EmptyRow),                       // *Crystallize
     rowEffect(2, M, EmptyRow, EmptyRow),                       // *Diffuse
-    imageEffect(3, M, nullptr),                                // WaterColor
+    imageEffect(3, M, FLR_WaterColor),                         // WaterColor
     rowEffect(4, M, EmptyRow, EmptyRow),                       // *Extrude
     rowEffect(5, M, EmptyRow, EmptyRow),                       // *Facet
     rowEffect(6, MC, nullptr, nullptr),                        // Find Edges
     rowEffect(7, M, EmptyRow, EmptyRow),                       // *Fragment
     rowEffect(8, M, LensFlareLine1, LensFlareLine2),           // *Lens Flare
     rowEffect(9, 0, MosaicLine1, MosaicLine2),                 // Mosaic
-    imageEffect(10, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Pointillize
+    imageEffect(10, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Pointillize
     rowEffect(11, M, SolarizeLine1, SolarizeLine2),            // Solarize
-    imageEffect(12, M, nullptr),                               // Tiles
+    imageEffect(12, M, FLR_TextureFilter),                     // Tiles
     rowEffect(13, MC, nullptr, nullptr),                       // Contours
     rowEffect(14, M, ShakeLine1, ShakeLine2, nullptr, nullptr, kLabelAngle, kLabelAmount, 0, 128),  // Shake
-    imageEffect(15, M, nullptr),                               // Bricks
-    imageEffect(16, M, nullptr),                               // Bumps
+    imageEffect(15, M, FLR_TextureFilter),                     // Bricks
+    imageEffect(16, M, FLR_TextureFilter),                     // Bumps
     rowEffect(17, M, nullptr, nullptr),                        // Dark Strokes
     rowEffect(18, M, nullptr, nullptr),                        // Fresco
     rowEffect(19, MC, nullptr, nullptr),                       // Stamp
@@ -58,19 +58,19 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(21, M, nullptr, nullptr, nullptr, nullptr, kLabelAmount, 0, 128),  // Center Blur
     rowEffect(22, M, nullptr, nullptr),                        // Radial Blur
     rowEffect(23, 0, FrazzleLine1, FrazzleLine2),              // Frazzle
-    imageEffect(24, M, nullptr),                               // Steel Plate
-    imageEffect(25, M, nullptr),                               // Weave
-    imageEffect(26, M, nullptr),                               // Glass
-    imageEffect(27, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Rain
-    imageEffect(28, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Triangles
-    imageEffect(29, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Smudge
+    imageEffect(24, M, FLR_TextureFilter),                     // Steel Plate
+    imageEffect(25, M, FLR_TextureFilter),                     // Weave
+    imageEffect(26, M, FLR_Glass),                             // Glass
+    imageEffect(27, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Rain
+    imageEffect(28, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Triangles
+    imageEffect(29, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Smudge
     rowEffect(30, 0, ReflectionLine1, ReflectionLine2, nullptr, nullptr, kLabelAmount, 0, 128),  // Reflection
     rowEffect(31, M, nullptr, nullptr),                        // Charcoal
     rowEffect(32, M, PosterizeLine1, PosterizeLine2, nullptr, nullptr, kLabelColors, 0, 128),  // Posterize
     rowEffect(33, MC, SamplerLine1, SamplerLine2, nullptr, nullptr, kLabelSize, 0, 128),   // Sampler
     rowEffect(34, MC, CrosshairLine1, CrosshairLine2, nullptr, nullptr, kLabelSize, 0, 255),   // Crosshair
-    imageEffect(35, M, nullptr),                               // Color Pencil
-    imageEffect(36, M, nullptr, kLabelNumber, kLabelRandomness, 128, 0),     // *Bubbles
+    imageEffect(35, M, ColorPencilFilter),                     // Color Pencil
+    imageEffect(36, M, BubblesFilter, kLabelNumber, kLabelRandomness, 128, 0),  // *Bubbles
     rowEffect(37, 0, KaleidoscopeLine1, KaleidoscopeLine2),    // Kaleidoscope
     EffectRecord{},                                            // terminating record
 };

@@ -1,0 +1,196 @@
+// Bubbles (hidden effect 36): a grid of 20 x 20 lens bubbles. Inside a bubble's
+// circle each pixel is taken from slightly nearer the centre, which magnifies
+// the middle; outside the circle a pixel is its own source.
+#include "effects/image/bubbles.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+
+#include "effects/image/grid.h"
+#include "engine/dib.h"
+#include "engine/filters.h"
+#include "hostapi/host_ops.h"
+#include "platform/global_memory.h"
+#include "platform/random.h"
+#include "platform/strings.h"
+#include "resources/string_ids.h"
+
+namespace {
+
+constexpr std::uint16_t kBubblesEffect = 36;
+constexpr std::int32_t kBubbleSize = 20;
+static_assert(kBubbleSize > grid::kMaxSpacing, "neighbouring bubbles on the grid overlap");
+// A little below 2 / pi: the entries at radius exactly 0.5 then land one pixel
+// further in than truncation of the exact value would put them.
+constexpr double kLensFactor = 0.6366197723659386;
+
+inline int clampToLast(int v, int last) { return v > last ? last : v; }
+
+// One bubble from a 24- or 32-bit source: pixels copied through the map, alpha
+// travelling with its pixel. Reads past the right or top edge use the last column or row.
+void BubbleCell2(std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
+                 const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
+                 std::uint32_t outStride, std::uint32_t hasAlpha, const BubbleMapEntry* map,
+                 std::int32_t mapWidth, std::int32_t mapHeight, std::uint16_t jitter) {
+    const grid::Area a = grid::place(x, y, width, height, jitter, mapWidth, mapHeight);
+    if (a.empty()) return;
+    const unsigned step = hasAlpha ? 4 : 3;
+    const int lastCol = width - 1, lastRow = height - 1;
+    for (int j = 0; j < a.rows; ++j) {
+        const BubbleMapEntry* m = map + std::size_t(j) * std::size_t(mapWidth);
+        std::uint8_t* o = outBase + std::size_t(a.y0 + j) * outStride + std::size_t(a.x0) * step;
+        for (int i = 0; i < a.cols; ++i, o += step) {
+            const int sx = clampToLast(a.x0 + m[i].x, lastCol);
+            const int sy = clampToLast(a.y0 + m[i].y, lastRow);
+            const std::uint8_t* s = srcBase + std::size_t(sy) * srcStride + std::size_t(sx) * step;
+            o[0] = s[0], o[1] = s[1], o[2] = s[2];
+            if (hasAlpha) o[3] = s[3];
+        }
+    }
+}
+
+// One bubble from an 8-bit source: the same lens, on the colours the table gives.
+void BubbleCell1(std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
+                 const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
+                 std::uint32_t outStride, const std::uint8_t* colourTable, const BubbleMapEntry* map,
+                 std::int32_t mapWidth, std::int32_t mapHeight, std::uint16_t jitter) {
+    const grid::Area a = grid::place(x, y, width, height, jitter, mapWidth, mapHeight);
+    if (a.empty()) return;
+    const int lastCol = width - 1, lastRow = height - 1;
+    for (int j = 0; j < a.rows; ++j) {
+        const BubbleMapEntry* m = map + std::size_t(j) * std::size_t(mapWidth);
+        std::uint8_t* o = outBase + std::size_t(a.y0 + j) * outStride + std::size_t(a.x0) * 3;
+        for (int i = 0; i < a.cols; ++i, o += 3) {
+            const int sx = clampToLast(a.x0 + m[i].x, lastCol);
+            const int sy = clampToLast(a.y0 + m[i].y, lastRow);
+            const std::uint8_t* e = colourTable + 4u * srcBase[std::size_t(sy) * srcStride + std::size_t(sx)];
+            o[0] = e[0], o[1] = e[1], o[2] = e[2];
+        }
+    }
+}
+
+// Where no bubble lands: 8-bit sources show their colours, 32-bit sources
+// themselves, 24-bit sources black (the output is already zero).
+void paintBackground(const dib::Source& src, const dib::Output& out) {
+    const dib::Layout& in = src.layout();
+    if (in.bitCount == 24) return;
+    for (std::uint32_t y = 0; y < in.height; ++y) {
+        const std::uint8_t* s = src.row(y);
+        std::uint8_t* o = out.row(y);
+        if (in.bitCount == 8) {
+            for (std::uint32_t x = 0; x < in.width; ++x, o += 3) {
+                const std::uint8_t* e = src.colourTable() + 4u * s[x];
+                o[0] = e[0], o[1] = e[1], o[2] = e[2];
+            }
+        } else {
+            for (std::uint32_t k = 0; k < 4u * in.width; ++k) o[k] = s[k];
+        }
+    }
+}
+
+// Bubbles on the grid (jitter 0), painted by final owner: bubbles are painted
+// band by band and left to right and each covers more than the spacing, so a
+// pixel ends up with the bubble of the last grid row and column at or before
+// it. Each pixel is written once instead of once per overlapping bubble; the
+// row ticks and random draws stay those of painting every bubble.
+void paintGridBubbles(const dib::Source& src, const dib::Output& out, int step, const BubbleMapEntry* map) {
+    const dib::Layout& in = src.layout();
+    const int width = in.width, height = in.height;
+    const unsigned inStep = in.bytesPerPixel, outStep = in.bitCount == 32 ? 4 : 3;
+    const bool palette = in.bytesPerPixel == 1;
+    for (int gy = 0; gy < height; gy += step) {
+        BaseKit_RowTick();
+        for (int gx = 0; gx < width; gx += step) plat::rand(), plat::rand();
+        const int bandEnd = gy + step < height ? gy + step : height;
+        for (int y = gy; y < bandEnd; ++y) {
+            const BubbleMapEntry* mapRow = map + std::size_t(y - gy) * kBubbleSize;
+            std::uint8_t* o = out.row(std::uint32_t(y));
+            for (int gx = 0; gx < width; gx += step) {
+                const int cellEnd = gx + step < width ? gx + step : width;
+                for (int x = gx; x < cellEnd; ++x, o += outStep) {
+                    const BubbleMapEntry m = mapRow[x - gx];
+                    const int sx = clampToLast(gx + m.x, width - 1);
+                    const int sy = clampToLast(gy + m.y, height - 1);
+                    const std::uint8_t* s = src.row(std::uint32_t(sy)) + std::size_t(sx) * inStep;
+                    if (palette) s = src.colourTable() + 4u * s[0];
+                    o[0] = s[0], o[1] = s[1], o[2] = s[2];
+                    if (outStep == 4) o[3] = s[3];
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
+
+BubbleMapEntry* MakeBubbleMap(std::int32_t w, std::int32_t h) {
+    if (w < 2 || h < 2 || w > 65535 || h > 65535) return nullptr;
+    const std::uint64_t bytes = std::uint64_t(w) * std::uint64_t(h) * sizeof(BubbleMapEntry);
+    if (bytes > SIZE_MAX) return nullptr;
+    auto* map = static_cast<BubbleMapEntry*>(plat::localAlloc(static_cast<std::size_t>(bytes)));
+    if (!map) return nullptr;
+    const int cx = w / 2, cy = h / 2;
+    BubbleMapEntry* e = map;
+    for (int j = 0; j < h; ++j) {
+        for (int i = 0; i < w; ++i, ++e) {
+            const double u = double(i - cx) / cx;
+            const double v = double(j - cy) / cy;
+            const double r = std::sqrt(v * v + u * u);
+            if (r > 1) {
+                *e = {i, j};
+                continue;
+            }
+            const double theta = (u == 0 && v == 0) ? 0.0 : std::atan2(u, v);
+            const double s = std::asin(r) * kLensFactor;
+            int x = i + static_cast<int>((s * std::sin(theta) - u) * cx);
+            int y = j + static_cast<int>((s * std::cos(theta) - v) * cy);
+            x = x < 0 ? 0 : (x >= w ? w - 1 : x);
+            y = y < 0 ? 0 : (y >= h ? h - 1 : y);
+            *e = {x, y};
+        }
+    }
+    return map;
+}
+
+FLR_FILTER(BubblesFilter) {
+    (void)progress, (void)p3;
+    if (effect != kBubblesEffect) return nullptr;
+    dib::Source src(source);
+    if (!src.ok()) return nullptr;
+    dib::Output out(src);
+    if (!out.ok()) {
+        plat::showStringMessage(ids::kNoMemory);
+        return nullptr;
+    }
+    const dib::Layout& in = src.layout();
+    const int step = grid::spacing(p1);
+    const std::uint16_t jitter = grid::jitter(p2);
+    if (jitter) paintBackground(src, out);   // on the grid, bubbles cover every pixel
+    plat::srand(0);
+    BubbleMapEntry* map = MakeBubbleMap(kBubbleSize, kBubbleSize);
+    if (!map) {
+        plat::showStringMessage(ids::kNoMemory);
+        return nullptr;   // the output is freed with `out`
+    }
+    if (!jitter) {
+        paintGridBubbles(src, out, step, map);
+        plat::localFree(map);
+        return out.release();
+    }
+
+    const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
+    for (int y = 0; y < in.height; y += step) {
+        BaseKit_RowTick();
+        for (int x = 0; x < in.width; x += step) {
+            if (in.bytesPerPixel == 1)
+                BubbleCell1(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
+                            src.colourTable(), map, kBubbleSize, kBubbleSize, jitter);
+            else
+                BubbleCell2(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
+                            hasAlpha, map, kBubbleSize, kBubbleSize, jitter);
+        }
+    }
+    plat::localFree(map);
+    return out.release();
+}

@@ -1,0 +1,224 @@
+// Mean-map effects: Pointillize, Rain, Triangles and Smudge. The picture is
+// repainted as a grid of small marks over a background of the effect colour;
+// each mark blends the plain average of the source under its shape into the
+// output with the shape's weights (in 256ths).
+#include <cstddef>
+#include <cstdint>
+
+#include "effects/image/grid.h"
+#include "engine/dib.h"
+#include "engine/filters.h"
+#include "engine/pixel.h"
+#include "engine/render_state.h"
+#include "hostapi/host_ops.h"
+#include "platform/random.h"
+#include "platform/strings.h"
+#include "resources/string_ids.h"
+
+namespace {
+
+constexpr int kShapeSize = 6;
+using Shape = std::uint32_t[kShapeSize * kShapeSize];
+
+// Shapes, row 0 first: row 0 is the lowest picture row of the mark, column 0 its leftmost.
+constexpr Shape kLargeDot = {
+    0,   192, 256, 256, 192, 0,    //
+    192, 256, 256, 256, 256, 192,  //
+    256, 256, 256, 256, 256, 256,  //
+    256, 256, 256, 256, 256, 256,  //
+    192, 256, 256, 256, 256, 192,  //
+    0,   192, 256, 256, 192, 0,
+};
+constexpr Shape kSmallDot = {
+    0, 0,   0,   0,   0,   0,  //
+    0, 0,   192, 192, 0,   0,  //
+    0, 192, 256, 256, 192, 0,  //
+    0, 192, 256, 256, 192, 0,  //
+    0, 0,   192, 192, 0,   0,  //
+    0, 0,   0,   0,   0,   0,
+};
+constexpr Shape kStreakA = {
+    0,  0,   0,   0,   256, 256,  //
+    0,  0,   0,   256, 256, 256,  //
+    0,  0,   192, 256, 256, 0,    //
+    0,  128, 192, 192, 0,   0,    //
+    64, 128, 128, 0,   0,   0,    //
+    64, 64,  0,   0,   0,   0,
+};
+constexpr Shape kStreakB = {
+    256, 256, 0,   0,   0,   0,   //
+    256, 256, 256, 0,   0,   0,   //
+    0,   256, 256, 192, 0,   0,   //
+    0,   0,   192, 192, 128, 0,   //
+    0,   0,   0,   128, 128, 64,  //
+    0,   0,   0,   0,   64,  64,
+};
+constexpr Shape kTriangleRight = {
+    256, 192, 0,   0,   0,   0,    //
+    256, 256, 256, 192, 0,   0,    //
+    256, 256, 256, 192, 256, 192,  //
+    256, 256, 256, 256, 256, 192,  //
+    256, 256, 256, 192, 0,   0,    //
+    256, 192, 0,   0,   0,   0,
+};
+constexpr Shape kTriangleLeft = {
+    0,   0,   0,   0,   192, 256,  //
+    0,   0,   192, 256, 256, 256,  //
+    192, 256, 192, 256, 256, 256,  //
+    192, 256, 256, 256, 256, 256,  //
+    0,   0,   192, 256, 256, 256,  //
+    0,   0,   0,   0,   192, 256,
+};
+constexpr Shape kSmear = {
+    0, 0,   128, 128, 192, 192,  //
+    0, 128, 128, 192, 192, 255,  //
+    0, 0,   128, 128, 192, 192,  //
+    0, 128, 128, 192, 192, 255,  //
+    0, 0,   128, 128, 192, 192,  //
+    0, 128, 128, 192, 192, 255,
+};
+
+struct ShapePair {
+    const std::uint32_t* first;
+    const std::uint32_t* second;
+};
+
+// The pair of shapes each effect paints per cell; false for other effects.
+bool shapePair(std::uint16_t effect, ShapePair& pair) {
+    switch (effect) {
+    case 10: pair = {kLargeDot, kSmallDot}; return true;          // Pointillize
+    case 27: pair = {kStreakA, kStreakB}; return true;            // Rain
+    case 28: pair = {kTriangleRight, kTriangleLeft}; return true; // Triangles
+    case 29: pair = {kSmear, kSmear}; return true;                // Smudge
+    default: return false;
+    }
+}
+
+inline unsigned blendByWeight(unsigned out, unsigned mean, unsigned w) {
+    return (out * (256 - w) + mean * w) >> 8;
+}
+
+// One mark from an 8-bit source: averages read through the colour table.
+void MeanMapCell1(std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
+                  const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
+                  std::uint32_t outStride, const std::uint8_t* colourTable, const std::uint32_t* shape,
+                  std::uint16_t jitter) {
+    const grid::Area a = grid::place(x, y, width, height, jitter, kShapeSize, kShapeSize);
+    if (a.empty()) return;
+    unsigned count = 0, sb = 0, sg = 0, sr = 0;
+    for (int r = 0; r < a.rows; ++r) {
+        const std::uint8_t* s = srcBase + std::size_t(a.y0 + r) * srcStride + a.x0;
+        const std::uint32_t* w = shape + r * kShapeSize;
+        for (int c = 0; c < a.cols; ++c) {
+            if (!w[c]) continue;
+            const std::uint8_t* e = colourTable + 4u * s[c];
+            ++count, sb += e[0], sg += e[1], sr += e[2];
+        }
+    }
+    if (!count) return;
+    const unsigned mb = sb / count, mg = sg / count, mr = sr / count;
+    for (int r = 0; r < a.rows; ++r) {
+        std::uint8_t* o = outBase + std::size_t(a.y0 + r) * outStride + std::size_t(a.x0) * 3;
+        const std::uint32_t* w = shape + r * kShapeSize;
+        for (int c = 0; c < a.cols; ++c, o += 3) {
+            o[0] = static_cast<std::uint8_t>(blendByWeight(o[0], mb, w[c]));
+            o[1] = static_cast<std::uint8_t>(blendByWeight(o[1], mg, w[c]));
+            o[2] = static_cast<std::uint8_t>(blendByWeight(o[2], mr, w[c]));
+        }
+    }
+}
+
+// One mark from a 24- or 32-bit source. On 32-bit pictures every covered pixel,
+// zero weight included, is then mixed toward the source by its alpha.
+void MeanMapCell2(std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
+                  const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
+                  std::uint32_t outStride, std::uint32_t hasAlpha, const std::uint32_t* shape,
+                  std::uint16_t jitter) {
+    const grid::Area a = grid::place(x, y, width, height, jitter, kShapeSize, kShapeSize);
+    if (a.empty()) return;
+    const unsigned step = hasAlpha ? 4 : 3;
+    unsigned count = 0, sb = 0, sg = 0, sr = 0;
+    for (int r = 0; r < a.rows; ++r) {
+        const std::uint8_t* s = srcBase + std::size_t(a.y0 + r) * srcStride + std::size_t(a.x0) * step;
+        const std::uint32_t* w = shape + r * kShapeSize;
+        for (int c = 0; c < a.cols; ++c, s += step) {
+            if (!w[c]) continue;
+            ++count, sb += s[0], sg += s[1], sr += s[2];
+        }
+    }
+    if (!count) return;
+    const unsigned mean[3] = {sb / count, sg / count, sr / count};
+    for (int r = 0; r < a.rows; ++r) {
+        const std::uint8_t* s = srcBase + std::size_t(a.y0 + r) * srcStride + std::size_t(a.x0) * step;
+        std::uint8_t* o = outBase + std::size_t(a.y0 + r) * outStride + std::size_t(a.x0) * step;
+        const std::uint32_t* w = shape + r * kShapeSize;
+        for (int c = 0; c < a.cols; ++c, s += step, o += step) {
+            if (hasAlpha) {
+                const unsigned alpha = s[3];
+                for (unsigned k = 0; k < 3; ++k)
+                    o[k] = px::alphaMix(s[k], blendByWeight(o[k], mean[k], w[c]) & 255, alpha);
+                o[3] = static_cast<std::uint8_t>(alpha);
+            } else {
+                for (unsigned k = 0; k < 3; ++k)
+                    o[k] = static_cast<std::uint8_t>(blendByWeight(o[k], mean[k], w[c]));
+            }
+        }
+    }
+}
+
+// Background of the effect colour; on 32-bit pictures mixed with the source by alpha.
+void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32_t colour) {
+    const dib::Layout& in = src.layout();
+    const std::uint8_t bgr[3] = {px::colourBlue(colour), px::colourGreen(colour), px::colourRed(colour)};
+    for (std::uint32_t y = 0; y < in.height; ++y) {
+        std::uint8_t* o = out.row(y);
+        if (src.hasAlpha()) {
+            const std::uint8_t* s = src.row(y);
+            for (std::uint32_t x = 0; x < in.width; ++x, s += 4, o += 4) {
+                for (unsigned k = 0; k < 3; ++k) o[k] = px::alphaMix(s[k], bgr[k], s[3]);
+                o[3] = s[3];
+            }
+        } else {
+            for (std::uint32_t x = 0; x < in.width; ++x, o += 3) o[0] = bgr[0], o[1] = bgr[1], o[2] = bgr[2];
+        }
+    }
+}
+
+}  // namespace
+
+FLR_FILTER(FLR_MeanMapFilter) {
+    (void)progress, (void)p3;
+    ShapePair shapes;
+    if (!shapePair(effect, shapes)) return nullptr;
+    dib::Source src(source);
+    if (!src.ok()) return nullptr;
+    dib::Output out(src);
+    if (!out.ok()) {
+        plat::showStringMessage(ids::kNoMemory);
+        return nullptr;
+    }
+    const dib::Layout& in = src.layout();
+    paintBackground(src, out, renderState().colour);
+    plat::srand(0);
+
+    const int step = grid::spacing(p1);
+    const std::uint16_t jitter = grid::jitter(p2);
+    const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
+    for (int y = 0; y < in.height; y += step) {
+        BaseKit_RowTick();
+        for (int x = 0; x < in.width; x += step) {
+            if (in.bytesPerPixel == 1) {
+                MeanMapCell1(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
+                             src.colourTable(), shapes.first, jitter);
+                MeanMapCell1(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
+                             src.colourTable(), shapes.second, jitter);
+            } else {
+                MeanMapCell2(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
+                             hasAlpha, shapes.first, jitter);
+                MeanMapCell2(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
+                             hasAlpha, shapes.second, jitter);
+            }
+        }
+    }
+    return out.release();
+}

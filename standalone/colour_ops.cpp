@@ -1,0 +1,209 @@
+// The host's whole-picture colour operations, as the stand-alone host provides
+// them. Each takes one picture and returns a new one of the same size: 24-bit
+// in gives 24-bit out, 32-bit in gives 32-bit out with every pixel's alpha kept,
+// 8-bit in gives 24-bit out read through the colour table. The input is never
+// changed. All arithmetic is integer, so results are the same on every machine.
+//
+// Smooth (HUEKIT 22): edge-preserving smoothing. Each channel's 5 x 5 box mean
+// (edges repeated, rounded) is computed; the pixel moves toward that mean by a
+// share that falls from 1 at no difference to 0 when its largest channel
+// difference from the mean reaches 48. Flat areas and fine texture are smoothed,
+// while pixels beside strong edges keep their colour, so edges stay sharp.
+//
+// Simplify (HUEKIT 17): colour simplification. Each channel is rounded to the
+// nearest of eight evenly spaced levels, 0, 36, 73, 109, 146, 182, 219, 255
+// (512 colours). It is idempotent. Smooth, Simplify, Smooth, Simplify gives flat
+// washes of colour with softened borders between them: a watercolour look.
+//
+// Soften (HUEKIT 21): a soft blur, the 5 x 5 binomial kernel (1 4 6 4 1 each
+// way, edges repeated, rounded). After Frazzle's scatter it gives frosted glass.
+//
+// The two filters run separably over a ring of five rows, so they need working
+// memory of a few rows only and take time in proportion to the pixel count.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "engine/dib.h"
+#include "hostapi/host_ops.h"
+#include "platform/global_memory.h"
+
+namespace {
+
+constexpr unsigned kTaps = 5;
+
+struct Box5 {
+    static constexpr unsigned k[kTaps] = {1, 1, 1, 1, 1};
+};
+struct Binomial5 {
+    static constexpr unsigned k[kTaps] = {1, 4, 6, 4, 1};
+};
+
+// Share (in 256ths) of the way from a pixel to its local mean, by the largest
+// channel difference between them.
+constexpr int kSmoothLimit = 48;
+struct ShareTable {
+    std::int16_t share[256] = {};
+    constexpr ShareTable() {
+        for (int d = 0; d < kSmoothLimit; ++d)
+            share[d] = static_cast<std::int16_t>(((kSmoothLimit - d) * 256) / kSmoothLimit);
+    }
+};
+constexpr ShareTable kShares{};
+
+// The eight levels of Simplify, for every channel value.
+struct LevelTable {
+    std::uint8_t v[256] = {};
+    constexpr LevelTable() {
+        for (unsigned c = 0; c < 256; ++c) {
+            const unsigned level = (c * 7 + 127) / 255;
+            v[c] = static_cast<std::uint8_t>((level * 255 + 3) / 7);
+        }
+    }
+};
+
+// Working memory released on every path.
+class Scratch {
+public:
+    explicit Scratch(std::size_t bytes) : p_(plat::localAlloc(bytes)) {}
+    ~Scratch() { plat::localFree(p_); }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+    void* get() const { return p_; }
+
+private:
+    void* p_;
+};
+
+// Source row y as blue, green, red triples, the first and last pixel repeated
+// twice on each side: `pad` holds width + 4 pixels, the row starting at pad + 6.
+void loadPaddedRow(const dib::Source& src, std::uint32_t y, std::uint8_t* pad) {
+    const dib::Layout& in = src.layout();
+    const std::size_t w = in.width;
+    const std::uint8_t* s = src.row(y);
+    std::uint8_t* d = pad + 6;
+    if (in.bitCount == 8) {
+        const std::uint8_t* table = src.colourTable();
+        for (std::size_t x = 0; x < w; ++x, d += 3) {
+            const std::uint8_t* e = table + 4u * s[x];
+            d[0] = e[0], d[1] = e[1], d[2] = e[2];
+        }
+    } else if (in.bitCount == 24) {
+        std::memcpy(d, s, 3 * w);
+    } else {
+        for (std::size_t x = 0; x < w; ++x, d += 3, s += 4) d[0] = s[0], d[1] = s[1], d[2] = s[2];
+    }
+    d = pad + 6;
+    for (unsigned k = 0; k < 3; ++k) {
+        pad[k] = pad[3 + k] = d[k];
+        d[3 * w + k] = d[3 * w + 3 + k] = d[3 * (w - 1) + k];
+    }
+}
+
+// Writes one output pixel, taking alpha from the source pixel on 32-bit pictures.
+inline void putPixel(std::uint8_t* out, const std::uint8_t* srcRow, std::size_t x, bool alpha, unsigned b,
+                     unsigned g, unsigned r) {
+    std::uint8_t* o = out + x * (alpha ? 4 : 3);
+    o[0] = static_cast<std::uint8_t>(b);
+    o[1] = static_cast<std::uint8_t>(g);
+    o[2] = static_cast<std::uint8_t>(r);
+    if (alpha) o[3] = srcRow[4 * x + 3];
+}
+
+// Runs Kernel across and then down the picture (edges repeated). For each row,
+// finish(centre, blurred, outRow, srcRow, width, hasAlpha) gets the source row as
+// padded triples (row at centre), the rounded filtered triples and the output row.
+template <class Kernel, class Finish>
+HGLOBAL separableFilter(HGLOBAL picture, Finish finish) {
+    dib::Source src(picture);
+    if (!src.ok()) return nullptr;
+    const std::uint32_t w = src.layout().width, h = src.layout().height;
+    const std::size_t rowLen = std::size_t(w) * 3, padLen = rowLen + 12;
+    Scratch scratch(kTaps * rowLen * sizeof(std::uint16_t) + kTaps * padLen + rowLen);
+    if (!scratch.get()) return nullptr;
+    dib::Output out(src);
+    if (!out.ok()) return nullptr;
+
+    auto* across = static_cast<std::uint16_t*>(scratch.get());   // kTaps rows of sums across
+    auto* padded = reinterpret_cast<std::uint8_t*>(across + kTaps * rowLen);
+    std::uint8_t* blurred = padded + kTaps * padLen;
+    constexpr unsigned k0 = Kernel::k[0], k1 = Kernel::k[1], k2 = Kernel::k[2], k3 = Kernel::k[3],
+                       k4 = Kernel::k[4];
+    constexpr unsigned total = (k0 + k1 + k2 + k3 + k4) * (k0 + k1 + k2 + k3 + k4);
+
+    // Row `y` of the ring: the source row and its sums across.
+    auto prepare = [&](std::uint32_t y) {
+        std::uint8_t* p = padded + (y % kTaps) * padLen;
+        std::uint16_t* a = across + (y % kTaps) * rowLen;
+        loadPaddedRow(src, y, p);
+        for (std::size_t i = 0; i < rowLen; ++i)
+            a[i] = static_cast<std::uint16_t>(k0 * p[i] + k1 * p[i + 3] + k2 * p[i + 6] + k3 * p[i + 9] +
+                                              k4 * p[i + 12]);
+    };
+    prepare(0);
+    if (h > 1) prepare(1);
+    for (std::uint32_t y = 0; y < h; ++y) {
+        if (y + 2 < h) prepare(y + 2);
+        const std::uint16_t* r[kTaps];
+        for (unsigned d = 0; d < kTaps; ++d) {
+            const std::int64_t yy = std::int64_t(y) + d - 2;
+            const std::uint32_t clamped = yy < 0 ? 0 : (yy >= h ? h - 1 : std::uint32_t(yy));
+            r[d] = across + (clamped % kTaps) * rowLen;
+        }
+        for (std::size_t i = 0; i < rowLen; ++i) {
+            const unsigned sum = k0 * r[0][i] + k1 * r[1][i] + k2 * r[2][i] + k3 * r[3][i] + k4 * r[4][i];
+            blurred[i] = static_cast<std::uint8_t>((sum + total / 2) / total);
+        }
+        finish(padded + (y % kTaps) * padLen + 6, blurred, out.row(y), src.row(y), w, src.hasAlpha());
+    }
+    return out.release();
+}
+
+inline int absolute(int v) { return v < 0 ? -v : v; }
+
+}  // namespace
+
+extern "C" HGLOBAL FLR_STDCALL HueKit_Smooth(HGLOBAL picture, std::uint32_t, std::uint32_t) {
+    return separableFilter<Box5>(picture, [](const std::uint8_t* centre, const std::uint8_t* mean,
+                                             std::uint8_t* out, const std::uint8_t* srcRow, std::uint32_t w,
+                                             bool alpha) {
+        for (std::size_t x = 0; x < w; ++x, centre += 3, mean += 3) {
+            const int db = mean[0] - centre[0], dg = mean[1] - centre[1], dr = mean[2] - centre[2];
+            int largest = absolute(db);
+            if (absolute(dg) > largest) largest = absolute(dg);
+            if (absolute(dr) > largest) largest = absolute(dr);
+            const int share = kShares.share[largest];
+            putPixel(out, srcRow, x, alpha, unsigned(centre[0] + db * share / 256),
+                     unsigned(centre[1] + dg * share / 256), unsigned(centre[2] + dr * share / 256));
+        }
+    });
+}
+
+extern "C" HGLOBAL FLR_STDCALL HueKit_Soften(HGLOBAL picture, std::uint32_t, std::uint32_t) {
+    return separableFilter<Binomial5>(picture, [](const std::uint8_t*, const std::uint8_t* blurred,
+                                                  std::uint8_t* out, const std::uint8_t* srcRow,
+                                                  std::uint32_t w, bool alpha) {
+        for (std::size_t x = 0; x < w; ++x, blurred += 3)
+            putPixel(out, srcRow, x, alpha, blurred[0], blurred[1], blurred[2]);
+    });
+}
+
+extern "C" HGLOBAL FLR_STDCALL HueKit_Simplify(HGLOBAL picture, std::uint32_t, std::uint32_t) {
+    dib::Source src(picture);
+    if (!src.ok()) return nullptr;
+    const dib::Layout& in = src.layout();
+    Scratch scratch((std::size_t(in.width) + 4) * 3);
+    if (!scratch.get()) return nullptr;
+    dib::Output out(src);
+    if (!out.ok()) return nullptr;
+    static constexpr LevelTable levels{};
+    auto* row = static_cast<std::uint8_t*>(scratch.get());
+    const bool alpha = src.hasAlpha();
+    for (std::uint32_t y = 0; y < in.height; ++y) {
+        loadPaddedRow(src, y, row);
+        const std::uint8_t* p = row + 6;
+        for (std::size_t x = 0; x < in.width; ++x, p += 3)
+            putPixel(out.row(y), src.row(y), x, alpha, levels.v[p[0]], levels.v[p[1]], levels.v[p[2]]);
+    }
+    return out.release();
+}
