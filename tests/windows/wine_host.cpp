@@ -145,7 +145,6 @@ void checkExportsAndRecords() {
     HFILE file = _lcreat(path.c_str(), 0);
     auto save = as<SaveDataFn>(ordinal(6));
     auto load = as<LoadDataFn>(ordinal(5));
-    *copy = SettingsRecord{};
     SettingsRecord other{37, 0x01020304, 255, 7, 65535, 0xFFFFFFFE, 0x00123456};
     save(file, r, 0);
     save(file, &other, 0);

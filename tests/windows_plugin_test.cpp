@@ -1,0 +1,175 @@
+// FLAIR.dll under Wine, compared with the Linux build. The test script sets
+// FLAIRIZE_WINDOWS_BUILD (folder of FLAIR.dll, the stand-in host libraries and
+// wine_host.exe) and FLAIRIZE_WINE (the Wine launcher); FLAIRIZE_WINDOWS_EDITOR=1
+// also drives the editor dialog under a virtual display.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "host/exports.h"
+#include "host/frame_timing.h"
+#include "standalone/host_context.h"
+#include "standalone/picture_io.h"
+#include "tests/picture_support.h"
+
+using namespace testpic;
+
+namespace {
+
+struct WineRun {
+    bool configured = false;
+    std::string skipReason;
+    std::string dir, log;
+    int status = -1;
+};
+
+std::string env(const char* name) {
+    const char* v = std::getenv(name);
+    return v ? v : "";
+}
+
+std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+HGLOBAL input(int bits) {
+    switch (bits) {
+    case 8: return make(13, 9, 8, pattern, palette256());
+    case 24: return make(17, 11, 24, pattern);
+    default: return make(15, 10, 32, pattern);
+    }
+}
+
+// Runs wine_host.exe once for all tests of this file.
+const WineRun& wineRun() {
+    static WineRun run = [] {
+        WineRun r;
+        const std::string build = env("FLAIRIZE_WINDOWS_BUILD"), wine = env("FLAIRIZE_WINE");
+        if (build.empty() || wine.empty()) {
+            r.skipReason = "FLAIRIZE_WINDOWS_BUILD and FLAIRIZE_WINE are not set (scripts/test.sh sets them)";
+            return r;
+        }
+        r.configured = true;
+        char t[] = "/tmp/flairize-wine-XXXXXX";
+        r.dir = mkdtemp(t);
+        for (int bits : {8, 24, 32}) {
+            Owned pic(input(bits));
+            std::string error;
+            pictures::write(r.dir + "/in" + std::to_string(bits) + ".bmp", pic, error);
+        }
+        const bool editor = env("FLAIRIZE_WINDOWS_EDITOR") == "1";
+        const std::string winDir = "Z:" + r.dir;
+        std::string cmd = "cd '" + build + "' && WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=' WINEPREFIX='" +
+                          build + "/wineprefix' timeout 900 " +
+                          (editor ? "xvfb-run -a -s '-screen 0 1024x768x24' " : "") + wine +
+                          " wine_host.exe '" + winDir + "'" + (editor ? " --editor" : "") + " > '" + r.dir +
+                          "/log.txt' 2>'" + r.dir + "/wine-stderr.txt'";
+        const int raw = std::system(cmd.c_str());
+        r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+        r.log = slurp(r.dir + "/log.txt");
+        return r;
+    }();
+    return run;
+}
+
+#define REQUIRE_WINE()                                             \
+    const WineRun& run = wineRun();                                \
+    if (!run.configured) GTEST_SKIP() << run.skipReason;           \
+    ASSERT_NE(run.log.find("FLAIR.dll loads"), std::string::npos)  \
+        << "exit " << run.status << "\n" << slurp(run.dir + "/wine-stderr.txt")
+
+}  // namespace
+
+TEST(WindowsPlugin, HostChecksPass) {
+    REQUIRE_WINE();
+    std::istringstream lines(run.log);
+    std::string line;
+    int passed = 0;
+    while (std::getline(lines, line)) {
+        if (line.rfind("FAIL", 0) == 0) ADD_FAILURE() << line;
+        passed += line.rfind("PASS", 0) == 0;
+    }
+    const bool editor = env("FLAIRIZE_WINDOWS_EDITOR") == "1";
+    EXPECT_GE(passed, editor ? 30 : 9) << run.log;
+    EXPECT_EQ(run.status, 0) << run.log;
+}
+
+TEST(WindowsPlugin, SetupFrameMatchesTheLinuxBuild) {
+    REQUIRE_WINE();
+    const std::string data = slurp(run.dir + "/timing.bin");
+    ASSERT_EQ(data.size(), 252u * 16385u * 4u);
+    const auto* values = reinterpret_cast<const std::uint32_t*>(data.data());
+    std::size_t i = 0, differences = 0;
+    for (int speed = -124; speed <= 127; ++speed)
+        for (std::uint32_t p = 0; p <= 16384; ++p, ++i)
+            if (values[i] != timing::speedCurve(p, std::int8_t(speed)) && differences++ < 10)
+                ADD_FAILURE() << "speed " << speed << " position " << p << ": Windows " << values[i] << ", Linux "
+                              << timing::speedCurve(p, std::int8_t(speed));
+    EXPECT_EQ(differences, 0u);
+}
+
+TEST(WindowsPlugin, EveryEffectRendersAsOnLinux) {
+    REQUIRE_WINE();
+    std::istringstream lines(slurp(run.dir + "/renders.txt"));
+    std::string line;
+    int compared = 0, refusedBoth = 0;
+    while (std::getline(lines, line)) {
+        const bool refused = line.rfind("refused ", 0) == 0;
+        const std::string name = refused ? line.substr(8) : line;
+        int effect = 0, bits = 0;
+        ASSERT_EQ(std::sscanf(name.c_str(), "out-%d-%d.bmp", &effect, &bits), 2) << line;
+        Owned src(input(bits));
+        std::uint32_t size;
+        SettingsRecord* r = nullptr;
+        InitData(0, &size, &r);
+        r->effect = std::uint16_t(effect);
+        r->progress = 12000;
+        r->colour = 0x00CC6633;
+        standalone::Context ctx(r, src.h);
+        HGLOBAL out = nullptr;
+        const bool ok = GenerateDIB(ctx.engineView(), &out, 0) == 1;
+        FreeData(0, r);
+        Owned linux(out);
+        ASSERT_EQ(ok, !refused) << name;
+        if (refused) {
+            ++refusedBoth;
+            continue;
+        }
+        const std::string file = slurp(run.dir + "/" + name);
+        const auto expected = View(linux).bytes();
+        ASSERT_EQ(file.size(), 14 + expected.size()) << name;
+        EXPECT_TRUE(std::equal(expected.begin(), expected.end(), file.begin() + 14,
+                               [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); }))
+            << name << " differs";
+        ++compared;
+    }
+    EXPECT_EQ(compared + refusedBoth, 3 * 38) << "every effect on 8-, 24- and 32-bit pictures";
+    EXPECT_GE(compared, 3 * 20);
+}
+
+TEST(WindowsPlugin, EditorScreenshot) {
+    REQUIRE_WINE();
+    if (env("FLAIRIZE_WINDOWS_EDITOR") != "1") GTEST_SKIP() << "the editor runs only under a virtual display";
+    std::string error;
+    Owned shot(pictures::read(run.dir + "/editor.bmp", error));
+    ASSERT_NE(shot.h, nullptr) << error;
+    const std::string out = env("FLAIRIZE_WINDOWS_BUILD") + "/editor-screenshot.png";
+    EXPECT_TRUE(pictures::write(out, shot, error)) << error;
+    // The preview shows a picture, not an empty grey control.
+    View v(shot);
+    int distinct = 0;
+    Bgra last{};
+    for (int x = 0; x < v.width(); ++x) {
+        const Bgra c = v.at(x, v.height() / 2);
+        distinct += !(c == last);
+        last = c;
+    }
+    EXPECT_GT(distinct, 20);
+}
