@@ -64,6 +64,11 @@ const WineRun& wineRun() {
             std::string error;
             pictures::write(r.dir + "/in" + std::to_string(bits) + ".bmp", pic, error);
         }
+        {   // the editor previews the bundled sample picture
+            std::string error;
+            Owned sample(pictures::read(std::string(FLAIRIZE_SOURCE_DIR) + "/samples/sample.png", error));
+            if (sample.h) pictures::write(r.dir + "/sample.bmp", sample, error);
+        }
         const bool editor = env("FLAIRIZE_WINDOWS_EDITOR") == "1";
         const std::string winDir = "Z:" + r.dir;
         std::string cmd = "cd '" + build + "' && WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=' WINEPREFIX='" +
@@ -79,16 +84,8 @@ const WineRun& wineRun() {
     return run;
 }
 
-#define REQUIRE_WINE()                                             \
-    const WineRun& run = wineRun();                                \
-    if (!run.configured) GTEST_SKIP() << run.skipReason;           \
-    ASSERT_NE(run.log.find("FLAIR.dll loads"), std::string::npos)  \
-        << "exit " << run.status << "\n" << slurp(run.dir + "/wine-stderr.txt")
 
-}  // namespace
-
-TEST(WindowsPlugin, HostChecksPass) {
-    REQUIRE_WINE();
+void checkHostChecksPass(const WineRun& run) {
     std::istringstream lines(run.log);
     std::string line;
     int passed = 0;
@@ -101,8 +98,7 @@ TEST(WindowsPlugin, HostChecksPass) {
     EXPECT_EQ(run.status, 0) << run.log;
 }
 
-TEST(WindowsPlugin, SetupFrameMatchesTheLinuxBuild) {
-    REQUIRE_WINE();
+void checkSetupFrameMatchesTheLinuxBuild(const WineRun& run) {
     const std::string data = slurp(run.dir + "/timing.bin");
     ASSERT_EQ(data.size(), 252u * 16385u * 4u);
     const auto* values = reinterpret_cast<const std::uint32_t*>(data.data());
@@ -115,8 +111,7 @@ TEST(WindowsPlugin, SetupFrameMatchesTheLinuxBuild) {
     EXPECT_EQ(differences, 0u);
 }
 
-TEST(WindowsPlugin, EveryEffectRendersAsOnLinux) {
-    REQUIRE_WINE();
+void checkEveryEffectRendersAsOnLinux(const WineRun& run) {
     std::istringstream lines(slurp(run.dir + "/renders.txt"));
     std::string line;
     int compared = 0, refusedBoth = 0;
@@ -154,9 +149,8 @@ TEST(WindowsPlugin, EveryEffectRendersAsOnLinux) {
     EXPECT_GE(compared, 3 * 20);
 }
 
-TEST(WindowsPlugin, EditorScreenshot) {
-    REQUIRE_WINE();
-    if (env("FLAIRIZE_WINDOWS_EDITOR") != "1") GTEST_SKIP() << "the editor runs only under a virtual display";
+void checkEditorScreenshot(const WineRun& run) {
+    if (env("FLAIRIZE_WINDOWS_EDITOR") != "1") return;   // the editor runs only under a virtual display
     std::string error;
     Owned shot(pictures::read(run.dir + "/editor.bmp", error));
     ASSERT_NE(shot.h, nullptr) << error;
@@ -172,4 +166,30 @@ TEST(WindowsPlugin, EditorScreenshot) {
         last = c;
     }
     EXPECT_GT(distinct, 20);
+}
+
+}  // namespace
+
+// One run of the Wine host serves every check, so no two editors open at once.
+TEST(WindowsPlugin, UnderWineAsOnLinux) {
+    const WineRun& run = wineRun();
+    if (!run.configured) GTEST_SKIP() << run.skipReason;
+    ASSERT_NE(run.log.find("FLAIR.dll loads"), std::string::npos)
+        << "exit " << run.status << "\n" << slurp(run.dir + "/wine-stderr.txt");
+    {
+        SCOPED_TRACE("host checks");
+        checkHostChecksPass(run);
+    }
+    {
+        SCOPED_TRACE("SetupFrame for every speed and position");
+        checkSetupFrameMatchesTheLinuxBuild(run);
+    }
+    {
+        SCOPED_TRACE("GenerateDIB for every effect");
+        checkEveryEffectRendersAsOnLinux(run);
+    }
+    {
+        SCOPED_TRACE("editor screenshot");
+        checkEditorScreenshot(run);
+    }
 }

@@ -367,7 +367,8 @@ DWORD WINAPI driveEditor(void* argument) {
 void runEditor() {
     auto genEdit = as<GenEditFn>(ordinal(10));
     auto initData = as<InitDataFn>(ordinal(2));
-    HGLOBAL source = readBmp(g_dir + "\\in24.bmp");
+    HGLOBAL source = readBmp(g_dir + "\\sample.bmp");
+    if (!source) source = readBmp(g_dir + "\\in24.bmp");
     std::uint32_t size;
     SettingsRecord* r = nullptr;
     initData(0, &size, &r);
