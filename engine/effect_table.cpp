@@ -40,14 +40,14 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     imageEffect(3, M, nullptr),                                // WaterColor
     rowEffect(4, M, EmptyRow, EmptyRow),                       // *Extrude
     rowEffect(5, M, EmptyRow, EmptyRow),                       // *Facet
-    rowEffect(6, MC, nullptr, nullptr),                        // Find Edges
+    rowEffect(6, MC, FindEdgesLine1, FindEdgesLine2, EdgeBuffersInit, EdgeBuffersDone),  // Find Edges
     rowEffect(7, M, EmptyRow, EmptyRow),                       // *Fragment
     rowEffect(8, M, LensFlareLine1, LensFlareLine2),           // *Lens Flare
     rowEffect(9, 0, nullptr, nullptr),                         // Mosaic
     imageEffect(10, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Pointillize
     rowEffect(11, M, SolarizeLine1, SolarizeLine2),            // Solarize
     imageEffect(12, M, nullptr),                               // Tiles
-    rowEffect(13, MC, nullptr, nullptr),                       // Contours
+    rowEffect(13, MC, ContoursLine1, ContoursLine2, EdgeBuffersInit, EdgeBuffersDone),  // Contours
     rowEffect(14, M, nullptr, nullptr, nullptr, nullptr, kLabelAngle, kLabelAmount, 0, 128),  // Shake
     imageEffect(15, M, nullptr),                               // Bricks
     imageEffect(16, M, nullptr),                               // Bumps
@@ -65,7 +65,7 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     imageEffect(28, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Triangles
     imageEffect(29, MC, nullptr, kLabelNumber, kLabelRandomness, 128, 128),  // Smudge
     rowEffect(30, 0, nullptr, nullptr, nullptr, nullptr, kLabelAmount, 0, 128),  // Reflection
-    rowEffect(31, M, nullptr, nullptr),                        // Charcoal
+    rowEffect(31, M, CharcoalLine1, CharcoalLine2, EdgeBuffersInit, EdgeBuffersDone),  // Charcoal
     rowEffect(32, M, PosterizeLine1, PosterizeLine2, nullptr, nullptr, kLabelColors, 0, 128),  // Posterize
     rowEffect(33, MC, nullptr, nullptr, nullptr, nullptr, kLabelSize, 0, 128),   // Sampler
     rowEffect(34, MC, nullptr, nullptr, nullptr, nullptr, kLabelSize, 0, 255),   // Crosshair
