@@ -51,9 +51,9 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(14, M, nullptr, nullptr, nullptr, nullptr, kLabelAngle, kLabelAmount, 0, 128),  // Shake
     imageEffect(15, M, nullptr),                               // Bricks
     imageEffect(16, M, nullptr),                               // Bumps
-    rowEffect(17, M, nullptr, nullptr),                        // Dark Strokes
-    rowEffect(18, M, nullptr, nullptr),                        // Fresco
-    rowEffect(19, MC, nullptr, nullptr),                       // Stamp
+    rowEffect(17, M, DarkStrokesLine1, DarkStrokesLine2),      // Dark Strokes
+    rowEffect(18, M, FrescoLine1, FrescoLine2),                // Fresco
+    rowEffect(19, MC, StampLine1, StampLine2),                 // Stamp
     rowEffect(20, M, nullptr, nullptr, nullptr, nullptr, kLabelAngle, 0, 0),     // Motion Blur
     rowEffect(21, M, nullptr, nullptr, nullptr, nullptr, kLabelAmount, 0, 128),  // Center Blur
     rowEffect(22, M, nullptr, nullptr),                        // Radial Blur
