@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <utility>
 
 #include "engine/pixel.h"
@@ -22,6 +23,47 @@ Bgra rgb(int b, int g, int r) { return Bgra{std::uint8_t(b), std::uint8_t(g), st
 Bgra pickGrid(int x, int y) {
     static const int level[3][3] = {{0, 64, 0}, {128, 192, 192}, {0, 0, 0}};
     return grey(level[y][x]);
+}
+
+// Fresco's pick as the exchange procedure itself finds it: the 3 x 3 list in
+// row order from the bottom, exchanged pairwise, then quantised.
+Bgra exchangePick(const View& src, int x, int y) {
+    std::vector<Bgra> list;
+    for (int yy = y - 1; yy <= y + 1; ++yy)
+        for (int xx = x - 1; xx <= x + 1; ++xx)
+            if (xx >= 0 && yy >= 0 && xx < src.width() && yy < src.height()) list.push_back(src.at(xx, yy));
+    auto key = [](const Bgra& c) { return px::luminance(c.b, c.g, c.r); };
+    for (std::size_t i = 1; i < list.size(); ++i)
+        for (std::size_t j = 0; j < i; ++j)
+            if (key(list[j]) > key(list[i])) std::swap(list[j], list[i]);
+    std::size_t pick = (list.size() + 1) / 2;
+    if (pick >= list.size()) pick = list.size() - 1;
+    const Bgra& c = list[pick];
+    return rgb(c.b & 192, c.g & 192, c.r & 192);
+}
+
+// `perKey` colours for each of `keys` luminance values, all of one key told
+// apart by their top two bits, so that the order of equal keys shows.
+std::vector<Bgra> tiedColours(unsigned keys, unsigned perKey) {
+    std::map<int, std::vector<Bgra>> byKey;
+    for (int b = 0; b < 256; b += 15)
+        for (int g = 0; g < 256; g += 15)
+            for (int r = 0; r < 256; r += 15) {
+                std::vector<Bgra>& same = byKey[px::luminance(b, g, r)];
+                const Bgra c = rgb(b, g, r);
+                bool distinct = same.size() < perKey;
+                for (const Bgra& o : same) distinct = distinct && ((o.b ^ c.b) | (o.g ^ c.g) | (o.r ^ c.r)) & 192;
+                if (distinct) same.push_back(c);
+            }
+    std::vector<int> usable;
+    for (const auto& entry : byKey)
+        if (entry.second.size() == perKey) usable.push_back(entry.first);
+    std::vector<Bgra> pool;
+    for (unsigned i = 0; i < keys && keys <= usable.size(); ++i) {
+        const std::vector<Bgra>& same = byKey[usable[(i * usable.size()) / keys + usable.size() / (2 * keys)]];
+        pool.insert(pool.end(), same.begin(), same.end());
+    }
+    return pool;
 }
 
 }  // namespace
@@ -98,6 +140,30 @@ TEST(Fresco, EqualKeysFollowTheExchangeOrder) {
             EXPECT_EQ(v.at(0, 0), c.ends) << bits;
             EXPECT_EQ(v.at(0, 2), c.ends) << bits;
         }
+}
+
+TEST(Fresco, TieHeavyPicturesFollowTheExchangeProcedure) {
+    // Few luminance values, several colours each: most neighbourhoods hold runs
+    // of equal keys, whose order after the exchanges decides the pick.
+    for (unsigned keys : {1u, 2u, 4u}) {
+        const std::vector<Bgra> pool = tiedColours(keys, 3);
+        ASSERT_EQ(pool.size(), keys * 3);
+        std::uint32_t state = 12345;
+        std::vector<Bgra> pixels(23 * 19);
+        for (Bgra& p : pixels) {
+            state = state * 1103515245u + 12345u;
+            p = pool[(state >> 16) % pool.size()];
+        }
+        auto colour = [&](int x, int y) { return pixels[std::size_t(y * 23 + x)]; };
+        for (int bits : kAllBits) {
+            Owned src(makeColours(23, 19, bits, colour));
+            Owned out(runFilter(kFresco, src, 16384));
+            View in(src), v(out);
+            for (int y = 0; y < 19; ++y)
+                for (int x = 0; x < 23; ++x)
+                    ASSERT_EQ(v.at(x, y), exchangePick(in, x, y)) << keys << " keys, " << bits << " bits at " << x << "," << y;
+        }
+    }
 }
 
 TEST(Fresco, ProgressFadesFromTheSourceToTheQuantisedColour) {

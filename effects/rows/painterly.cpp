@@ -75,6 +75,67 @@ inline unsigned pickPosition(unsigned n) {
     return pick >= n ? n - 1 : pick;
 }
 
+inline void orderPair(unsigned& a, unsigned& b) {
+    const unsigned lo = a < b ? a : b;
+    b = a < b ? b : a;
+    a = lo;
+}
+
+// The key at position k of the n keys (n <= 9) in ascending order.
+inline unsigned keyAtPosition(const std::uint32_t* e, unsigned n, unsigned k) {
+    if (n == 9) {
+        // A fixed sorting network: no branches for the full neighbourhood.
+        unsigned k0 = keyOf(e[0]), k1 = keyOf(e[1]), k2 = keyOf(e[2]), k3 = keyOf(e[3]), k4 = keyOf(e[4]),
+                 k5 = keyOf(e[5]), k6 = keyOf(e[6]), k7 = keyOf(e[7]), k8 = keyOf(e[8]);
+        orderPair(k0, k3), orderPair(k1, k7), orderPair(k2, k5), orderPair(k4, k8);
+        orderPair(k0, k7), orderPair(k2, k4), orderPair(k3, k8), orderPair(k5, k6);
+        orderPair(k0, k2), orderPair(k1, k3), orderPair(k4, k5), orderPair(k7, k8);
+        orderPair(k1, k4), orderPair(k3, k6), orderPair(k5, k7);
+        orderPair(k0, k1), orderPair(k2, k4), orderPair(k3, k5), orderPair(k6, k8);
+        orderPair(k2, k3), orderPair(k4, k5), orderPair(k6, k7);
+        orderPair(k1, k2), orderPair(k3, k4), orderPair(k5, k6);
+        const unsigned sorted[9] = {k0, k1, k2, k3, k4, k5, k6, k7, k8};
+        return sorted[k];
+    }
+    unsigned keys[9];
+    for (unsigned i = 0; i < n; ++i) keys[i] = keyOf(e[i]);
+    for (unsigned i = 1; i < n; ++i)
+        for (unsigned j = i; j > 0 && keys[j - 1] > keys[j]; --j) orderPair(keys[j - 1], keys[j]);
+    return keys[k];
+}
+
+// The entry that the exchange procedure (for i = 1 .. n - 1, for j = 0 .. i - 1:
+// exchange entries j and i when key j > key i) leaves at position k, without
+// running it. Inserting entry i puts it after every key up to its own and
+// rotates each run of equal greater keys by one: the run's first entry moves
+// to the run's end. So the run of the picked key K is built by appending the
+// entries of key K in list order and rotating it once for every later entry
+// with a key below K; the pick is its entry k - (number of keys below K).
+inline std::uint32_t pickAfterExchangeSort(const std::uint32_t* e, unsigned n, unsigned k) {
+    const unsigned picked = keyAtPosition(e, n, k);
+    unsigned below = 0, equal = 0;
+    std::uint32_t last = 0;
+    for (unsigned i = 0; i < n; ++i) {
+        const unsigned key = keyOf(e[i]);
+        below += key < picked;
+        equal += key == picked;
+        last = key == picked ? e[i] : last;
+    }
+    if (equal == 1) return last;
+    // The run as a log: live entries run[head .. tail - 1]; each step adds at
+    // most one, so nine places hold it.
+    std::uint32_t run[9] = {};
+    unsigned head = 0, tail = 0;
+    for (unsigned i = 0; i < n; ++i) {
+        const unsigned key = keyOf(e[i]);
+        const bool append = key == picked, rotate = key < picked && tail > head;
+        run[tail] = append ? e[i] : run[head];
+        tail += append || rotate;
+        head += rotate;
+    }
+    return run[head + k - below];
+}
+
 // Fresco: the neighbourhood sorted by luminance with a plain exchange procedure
 // (its order of equal keys decides the pick), the picked colour quantised to
 // its top two bits and faded in by the progress.
@@ -97,14 +158,7 @@ void frescoRow(unsigned y, std::uint32_t progress, unsigned width, unsigned heig
             e[n++] = middle.entry[r];
             if (hasRight) e[n++] = right.entry[r];
         }
-        for (unsigned i = 1; i < n; ++i)
-            for (unsigned j = 0; j < i; ++j)
-                if (keyOf(e[j]) > keyOf(e[i])) {
-                    const std::uint32_t t = e[j];
-                    e[j] = e[i];
-                    e[i] = t;
-                }
-        const std::uint32_t chosen = e[pickPosition(n)];
+        const std::uint32_t chosen = pickAfterExchangeSort(e, n, pickPosition(n));
         const std::uint8_t* c = src.at(x, y);
         const std::uint32_t qb = chosen & 192u, qg = (chosen >> 8) & 192u, qr = (chosen >> 16) & 192u;
         putPixel(out, c, (qb * shown + c[0] * kept) >> 14, (qg * shown + c[1] * kept) >> 14,
