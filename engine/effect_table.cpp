@@ -54,9 +54,9 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     rowEffect(17, M, DarkStrokesLine1, DarkStrokesLine2),      // Dark Strokes
     rowEffect(18, M, FrescoLine1, FrescoLine2),                // Fresco
     rowEffect(19, MC, StampLine1, StampLine2),                 // Stamp
-    rowEffect(20, M, nullptr, nullptr, nullptr, nullptr, kLabelAngle, 0, 0),     // Motion Blur
-    rowEffect(21, M, nullptr, nullptr, nullptr, nullptr, kLabelAmount, 0, 128),  // Center Blur
-    rowEffect(22, M, nullptr, nullptr),                        // Radial Blur
+    rowEffect(20, M, MotionBlurLine1, MotionBlurLine2, nullptr, nullptr, kLabelAngle, 0, 0),     // Motion Blur
+    rowEffect(21, M, CenterBlurLine1, CenterBlurLine2, nullptr, nullptr, kLabelAmount, 0, 128),  // Center Blur
+    rowEffect(22, M, RadialBlurLine1, RadialBlurLine2),        // Radial Blur
     rowEffect(23, 0, nullptr, nullptr),                        // Frazzle
     imageEffect(24, M, nullptr),                               // Steel Plate
     imageEffect(25, M, nullptr),                               // Weave

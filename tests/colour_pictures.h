@@ -24,6 +24,7 @@ inline HGLOBAL makeColours(int width, int height, int bits, const std::function<
             const Bgra c = colour(x, y);
             const auto key = std::make_tuple(c.b, c.g, c.r);
             if (index.count(key)) continue;
+            if (index.size() == 256) return nullptr;   // more colours than a palette holds
             const int i = 255 - int(index.size());
             index[key] = i;
             table[std::size_t(i)] = c;
