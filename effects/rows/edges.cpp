@@ -100,6 +100,9 @@ inline ColourSum columnSum(const Rows& src, unsigned x, unsigned y0, unsigned y1
     return s;
 }
 
+// Mean of a block of n pixels; the full block's constant divisor compiles to a multiplication.
+inline unsigned blockMean(unsigned sum, unsigned n) { return n == 9 ? sum / 9 : sum / n; }
+
 struct Colour {
     std::uint8_t b, g, r;
 };
@@ -127,7 +130,8 @@ void findEdgesRow(unsigned y, unsigned width, unsigned height, const Rows& src, 
         sum += middle;
         sum += right;
         const std::uint8_t* c = src.at(x, y);
-        const int dr = int(sum.r / n) - c[2], dg = int(sum.g / n) - c[1], db = int(sum.b / n) - c[0];
+        const int dr = int(blockMean(sum.r, n)) - c[2], dg = int(blockMean(sum.g, n)) - c[1],
+                  db = int(blockMean(sum.b, n)) - c[0];
         const bool edge = 32 * dr >= 180 || 32 * dg >= 128 || 32 * db >= 205;
         const bool neighbour = x == 0 ? previous[0] != 0
                                       : (current[x - 1] != 0 || previous[x] != 0 || previous[x - 1] != 0);
