@@ -24,7 +24,7 @@ inline HGLOBAL makeColours(int width, int height, int bits, const std::function<
             const Bgra c = colour(x, y);
             const auto key = std::make_tuple(c.b, c.g, c.r);
             if (index.count(key)) continue;
-            if (index.size() == 256) return nullptr;   // more colours than a palette holds
+            if (index.size() == 256) return nullptr;  // more colours than a palette holds
             const int i = 255 - int(index.size());
             index[key] = i;
             table[std::size_t(i)] = c;
@@ -36,6 +36,13 @@ inline HGLOBAL makeColours(int width, int height, int bits, const std::function<
             return Bgra{std::uint8_t(index.at(std::make_tuple(c.b, c.g, c.r))), 0, 0, 0};
         },
         table);
+}
+
+// The shared test pattern with alpha 255, so all three forms show the same colours.
+inline Bgra opaquePattern(int x, int y) {
+    Bgra c = pattern(x, y);
+    c.a = 255;
+    return c;
 }
 
 inline Bgra grey(int v, int alpha = 255) {
@@ -53,6 +60,34 @@ inline std::vector<std::uint8_t> resultBytes(HGLOBAL picture) {
     if (!picture) return {};
     View v(picture);
     return v.bytes();
+}
+
+// Renders `effect` twice on the 8-, 24- and 32-bit forms of one picture. Gives
+// each form's blue, green, red bytes in row order; `repeatable` tells whether
+// both renders of every form came out byte for byte the same.
+struct FormResults {
+    std::vector<std::uint8_t> bgr[3];
+    bool repeatable = true;
+};
+inline FormResults renderForms(unsigned effect, int width, int height,
+                               const std::function<Bgra(int, int)>& colour, std::uint32_t progress,
+                               std::uint16_t p1 = 0, std::uint32_t effectColour = 0) {
+    FormResults results;
+    const int bits[3] = {8, 24, 32};
+    for (int i = 0; i < 3; ++i) {
+        Owned src(makeColours(width, height, bits[i], colour));
+        Owned first(runFilter(effect, src, progress, p1, 0, 0, effectColour));
+        Owned second(runFilter(effect, src, progress, p1, 0, 0, effectColour));
+        results.repeatable = results.repeatable && first.h && resultBytes(first) == resultBytes(second);
+        if (!first.h) continue;
+        View v(first);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x) {
+                const Bgra p = v.at(x, y);
+                results.bgr[i].insert(results.bgr[i].end(), {p.b, p.g, p.r});
+            }
+    }
+    return results;
 }
 
 }  // namespace testpic

@@ -11,7 +11,7 @@ using namespace testpic;
 namespace {
 
 constexpr unsigned kDarkStrokes = 17, kFresco = 18, kStamp = 19;
-constexpr std::uint32_t kColourRef = 0x00336699;   // red 0x99, green 0x66, blue 0x33
+constexpr std::uint32_t kColourRef = 0x00336699;  // red 0x99, green 0x66, blue 0x33
 const Bgra kPaint{0x33, 0x66, 0x99, 255}, kInverse{0xCC, 0x99, 0x66, 255};
 constexpr int kAllBits[] = {8, 24, 32};
 
@@ -52,7 +52,8 @@ std::vector<Bgra> tiedColours(unsigned keys, unsigned perKey) {
                 std::vector<Bgra>& same = byKey[px::luminance(b, g, r)];
                 const Bgra c = rgb(b, g, r);
                 bool distinct = same.size() < perKey;
-                for (const Bgra& o : same) distinct = distinct && ((o.b ^ c.b) | (o.g ^ c.g) | (o.r ^ c.r)) & 192;
+                for (const Bgra& o : same)
+                    distinct = distinct && ((o.b ^ c.b) | (o.g ^ c.g) | (o.r ^ c.r)) & 192;
                 if (distinct) same.push_back(c);
             }
     std::vector<int> usable;
@@ -60,7 +61,8 @@ std::vector<Bgra> tiedColours(unsigned keys, unsigned perKey) {
         if (entry.second.size() == perKey) usable.push_back(entry.first);
     std::vector<Bgra> pool;
     for (unsigned i = 0; i < keys && keys <= usable.size(); ++i) {
-        const std::vector<Bgra>& same = byKey[usable[(i * usable.size()) / keys + usable.size() / (2 * keys)]];
+        const std::vector<Bgra>& same =
+            byKey[usable[(i * usable.size()) / keys + usable.size() / (2 * keys)]];
         pool.insert(pool.end(), same.begin(), same.end());
     }
     return pool;
@@ -78,13 +80,17 @@ TEST(DarkStrokes, ShiftsChannelsByTheLuminanceAwayFromGrey) {
                 break;
             }
     ASSERT_EQ(mid.a, 255);
-    struct Case { Bgra colour; std::uint32_t progress; Bgra want; };
+    struct Case {
+        Bgra colour;
+        std::uint32_t progress;
+        Bgra want;
+    };
     const Case cases[] = {
-        {rgb(0, 0, 255), 16384, rgb(0, 0, 204)},       // L = 76: d = -51
-        {rgb(0, 0, 255), 8192, rgb(0, 0, 230)},        // -25.5 truncates to -25
-        {grey(100), 8192, grey(87)},                   // L = 100: -13.5 -> -13
-        {grey(200), 8192, grey(236)},                  // L = 200: 36.5 -> 36
-        {grey(200), 16384, grey(255)},                 // 200 + 73 clamps
+        {rgb(0, 0, 255), 16384, rgb(0, 0, 204)},  // L = 76: d = -51
+        {rgb(0, 0, 255), 8192, rgb(0, 0, 230)},   // -25.5 truncates to -25
+        {grey(100), 8192, grey(87)},              // L = 100: -13.5 -> -13
+        {grey(200), 8192, grey(236)},             // L = 200: 36.5 -> 36
+        {grey(200), 16384, grey(255)},            // 200 + 73 clamps
         {grey(255), 16384, grey(255)},
         {grey(0), 16384, grey(0)},
         {rgb(10, 200, 90), 0, rgb(10, 200, 90)},
@@ -100,7 +106,9 @@ TEST(DarkStrokes, ShiftsChannelsByTheLuminanceAwayFromGrey) {
 }
 
 TEST(Painterly, AlphaMixUsesEachPixelsOwnAlpha) {
-    auto colour = [](int x, int y) { return Bgra{std::uint8_t(40 + 50 * x), 90, 160, std::uint8_t((x * 90 + y * 40) % 256)}; };
+    auto colour = [](int x, int y) {
+        return Bgra{std::uint8_t(40 + 50 * x), 90, 160, std::uint8_t((x * 90 + y * 40) % 256)};
+    };
     Owned src(make(3, 3, 32, colour));
     Owned opaqueSrc(make(3, 3, 24, colour));
     for (unsigned effect : {kDarkStrokes, kFresco, kStamp}) {
@@ -119,7 +127,8 @@ TEST(Fresco, PicksByNeighbourhoodSizeAndQuantises) {
         Owned out(runFilter(kFresco, src, 16384));
         View v(out);
         for (int y = 0; y < 3; ++y)
-            for (int x = 0; x < 3; ++x) EXPECT_EQ(v.at(x, y), grey(want[y][x])) << bits << " bits at " << x << "," << y;
+            for (int x = 0; x < 3; ++x)
+                EXPECT_EQ(v.at(x, y), grey(want[y][x])) << bits << " bits at " << x << "," << y;
     }
 }
 
@@ -128,11 +137,17 @@ TEST(Fresco, EqualKeysFollowTheExchangeOrder) {
     // The middle pixel's list a, b, c sorts to c, b, a; its pick (position 2) is a.
     const Bgra blue = rgb(255, 0, 0), green = rgb(0, 48, 0);
     ASSERT_EQ(px::luminance(255, 0, 0), px::luminance(0, 48, 0));
-    struct Case { Bgra a, b; Bgra middle, ends; };
-    const Case cases[] = {{blue, green, rgb(192, 0, 0), rgb(0, 0, 0)}, {green, blue, rgb(0, 0, 0), rgb(192, 0, 0)}};
+    struct Case {
+        Bgra a, b;
+        Bgra middle, ends;
+    };
+    const Case cases[] = {{blue, green, rgb(192, 0, 0), rgb(0, 0, 0)},
+                          {green, blue, rgb(0, 0, 0), rgb(192, 0, 0)}};
     for (const Case& c : cases)
         for (int bits : kAllBits) {
-            Owned src(makeColours(1, 3, bits, [&](int, int y) { return y == 0 ? c.a : y == 1 ? c.b : grey(0); }));
+            Owned src(makeColours(1, 3, bits, [&](int, int y) {
+                return y == 0 ? c.a : y == 1 ? c.b : grey(0);
+            }));
             Owned out(runFilter(kFresco, src, 16384));
             View v(out);
             EXPECT_EQ(v.at(0, 1), c.middle) << bits;
@@ -161,14 +176,19 @@ TEST(Fresco, TieHeavyPicturesFollowTheExchangeProcedure) {
             View in(src), v(out);
             for (int y = 0; y < 19; ++y)
                 for (int x = 0; x < 23; ++x)
-                    ASSERT_EQ(v.at(x, y), exchangePick(in, x, y)) << keys << " keys, " << bits << " bits at " << x << "," << y;
+                    ASSERT_EQ(v.at(x, y), exchangePick(in, x, y))
+                        << keys << " keys, " << bits << " bits at " << x << "," << y;
         }
     }
 }
 
 TEST(Fresco, ProgressFadesFromTheSourceToTheQuantisedColour) {
-    struct Case { std::uint32_t progress; Bgra want; };
-    const Case cases[] = {{0, rgb(200, 100, 50)}, {8192, rgb(196, 82, 25)}, {16384, rgb(192, 64, 0)}, {4096, rgb(198, 91, 37)}};
+    struct Case {
+        std::uint32_t progress;
+        Bgra want;
+    };
+    const Case cases[] = {
+        {0, rgb(200, 100, 50)}, {8192, rgb(196, 82, 25)}, {16384, rgb(192, 64, 0)}, {4096, rgb(198, 91, 37)}};
     for (const Case& c : cases)
         for (int bits : kAllBits) {
             // One pixel: its neighbourhood is itself, and so is the pick.
@@ -190,7 +210,10 @@ TEST(Fresco, ProgressFadesFromTheSourceToTheQuantisedColour) {
 
 TEST(Stamp, PickedLuminanceChoosesColourOrInverse) {
     // The pick grid: corners and top/bottom sides pick 129 or 193, the middle row 64.
-    struct Case { std::uint32_t colour; Bgra dark, light; };
+    struct Case {
+        std::uint32_t colour;
+        Bgra dark, light;
+    };
     const Case cases[] = {{0, grey(0), grey(255)}, {kColourRef, kPaint, kInverse}};
     for (const Case& c : cases)
         for (int bits : kAllBits) {
@@ -199,8 +222,9 @@ TEST(Stamp, PickedLuminanceChoosesColourOrInverse) {
             Owned still(runFilter(kStamp, src, 0, 0, 0, 0, c.colour));
             View v(out);
             for (int y = 0; y < 3; ++y)
-                for (int x = 0; x < 3; ++x) EXPECT_EQ(v.at(x, y), y == 1 ? c.dark : c.light) << bits << " " << x << "," << y;
-            EXPECT_EQ(resultBytes(out), resultBytes(still));   // the row function ignores progress
+                for (int x = 0; x < 3; ++x)
+                    EXPECT_EQ(v.at(x, y), y == 1 ? c.dark : c.light) << bits << " " << x << "," << y;
+            EXPECT_EQ(resultBytes(out), resultBytes(still));  // the row function ignores progress
         }
 }
 
@@ -209,7 +233,8 @@ TEST(Painterly, NarrowAndShortPictures) {
     // (position 1) is the white one.
     for (int bits : kAllBits)
         for (const std::pair<int, int>& size : {std::make_pair(2, 1), std::make_pair(1, 2)}) {
-            Owned src(makeColours(size.first, size.second, bits, [](int x, int y) { return grey(x + y ? 255 : 0); }));
+            Owned src(makeColours(size.first, size.second, bits,
+                                  [](int x, int y) { return grey(x + y ? 255 : 0); }));
             Owned fresco(runFilter(kFresco, src, 16384));
             Owned stamp(runFilter(kStamp, src, 16384));
             View f(fresco), s(stamp);
@@ -226,31 +251,16 @@ TEST(Painterly, NarrowAndShortPictures) {
 }
 
 TEST(Painterly, FormsAgreeAndRendersRepeatExactly) {
-    auto colour = [](int x, int y) {
-        Bgra c = pattern(x, y);
-        c.a = 255;
-        return c;
-    };
     const std::pair<int, int> sizes[] = {{13, 11}, {1, 5}, {5, 1}, {2, 2}, {2, 5}};
     for (unsigned effect : {kDarkStrokes, kFresco, kStamp})
         for (const auto& size : sizes) {
-            std::vector<std::vector<std::uint8_t>> results;
-            for (int bits : kAllBits) {
-                Owned src(makeColours(size.first, size.second, bits, colour));
-                Owned first(runFilter(effect, src, 10000, 0, 0, 0, kColourRef));
-                Owned second(runFilter(effect, src, 10000, 0, 0, 0, kColourRef));
-                ASSERT_NE(first.h, nullptr);
-                EXPECT_EQ(resultBytes(first), resultBytes(second)) << effect << " " << bits;
-                View v(first);
-                std::vector<std::uint8_t> bgr;
-                for (int y = 0; y < size.second; ++y)
-                    for (int x = 0; x < size.first; ++x) {
-                        const Bgra p = v.at(x, y);
-                        bgr.insert(bgr.end(), {p.b, p.g, p.r});
-                    }
-                results.push_back(bgr);
-            }
-            EXPECT_EQ(results[0], results[1]) << effect << " " << size.first << "x" << size.second;
-            EXPECT_EQ(results[1], results[2]) << effect << " " << size.first << "x" << size.second;
+            const FormResults r =
+                renderForms(effect, size.first, size.second, opaquePattern, 10000, 0, kColourRef);
+            EXPECT_TRUE(r.repeatable) << effect;
+            EXPECT_EQ(r.bgr[0], r.bgr[1]) << effect << " " << size.first << "x" << size.second;
+            EXPECT_EQ(r.bgr[1], r.bgr[2]) << effect << " " << size.first << "x" << size.second;
+            EXPECT_TRUE(
+                renderForms(effect, size.first, size.second, pattern, 10000, 0, kColourRef).repeatable)
+                << effect;
         }
 }

@@ -54,7 +54,9 @@ struct Direction {
     int sx, sy, mx, my;
 };
 inline int sign(int v) { return (v > 0) - (v < 0); }
-inline Direction direction(int vx, int vy) { return Direction{sign(vx), sign(vy), vx < 0 ? -vx : vx, vy < 0 ? -vy : vy}; }
+inline Direction direction(int vx, int vy) {
+    return Direction{sign(vx), sign(vy), vx < 0 ? -vx : vx, vy < 0 ? -vy : vy};
+}
 
 // The blur walk from (x, y): n steps, each moving along x or y as the two step
 // counters (starting at the signs) decide, then clamping to the picture, then
@@ -82,8 +84,8 @@ inline void walk(const Rows& src, int x, int y, Direction d, int n, int width, i
 
 // Blurs pixel x of row y along d and writes the average of its n + 1 colours.
 template <class Rows>
-inline void blurPixel(const Rows& src, int x, int y, Direction d, int n, int width, int height,
-                      bool interior, std::uint8_t* out, bool alpha) {
+inline void blurPixel(const Rows& src, int x, int y, Direction d, int n, int width, int height, bool interior,
+                      std::uint8_t* out, bool alpha) {
     const std::uint8_t* start = src.pixel(src.rows[y], x);
     ColourSum sum;
     sum.add(start);
@@ -116,8 +118,8 @@ void motionBlurRow(int y, std::uint32_t progress, int width, int height, const R
 
     const std::uint8_t* row = src.rows[y];
     const std::ptrdiff_t bytes = src.bytesPerPixel();
-    std::ptrdiff_t sampleOffset[kMaxPatternSteps];   // from the pixel's source bytes to each sample's
-    int interiorBegin = 0, interiorEnd = 0;          // x range served by the offsets
+    std::ptrdiff_t sampleOffset[kMaxPatternSteps];  // from the pixel's source bytes to each sample's
+    int interiorBegin = 0, interiorEnd = 0;         // x range served by the offsets
     if (n <= kMaxPatternSteps) {
         int ex = d.sx, ey = d.sy, dx = 0, dy = 0;
         int sampleDx[kMaxPatternSteps], sampleDy[kMaxPatternSteps];
@@ -133,7 +135,8 @@ void motionBlurRow(int y, std::uint32_t progress, int width, int height, const R
             sampleDy[k] = dy;
         }
         if (y + dy >= 0 && y + dy < height) {
-            for (int k = 0; k < n; ++k) sampleOffset[k] = (src.rows[y + sampleDy[k]] - row) + sampleDx[k] * bytes;
+            for (int k = 0; k < n; ++k)
+                sampleOffset[k] = (src.rows[y + sampleDy[k]] - row) + sampleDx[k] * bytes;
             interiorBegin = dx < 0 ? -dx : 0;
             interiorEnd = dx > 0 ? width - dx : width;
         }
@@ -185,19 +188,25 @@ void radialBlurRow(int y, std::uint32_t progress, int width, int height, const R
 
 }  // namespace
 
-FLR_ROW1(MotionBlurLine1) { motionBlurRow(y, progress, width, height, PaletteRows{rows, colourTable}, out, false); }
+FLR_ROW1(MotionBlurLine1) {
+    motionBlurRow(y, progress, width, height, PaletteRows{rows, colourTable}, out, false);
+}
 FLR_ROW2(MotionBlurLine2) {
     const bool alpha = hasAlpha != 0;
     motionBlurRow(y, progress, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
 }
 
-FLR_ROW1(CenterBlurLine1) { centerBlurRow(y, progress, width, height, PaletteRows{rows, colourTable}, out, false); }
+FLR_ROW1(CenterBlurLine1) {
+    centerBlurRow(y, progress, width, height, PaletteRows{rows, colourTable}, out, false);
+}
 FLR_ROW2(CenterBlurLine2) {
     const bool alpha = hasAlpha != 0;
     centerBlurRow(y, progress, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
 }
 
-FLR_ROW1(RadialBlurLine1) { radialBlurRow(y, progress, width, height, PaletteRows{rows, colourTable}, out, false); }
+FLR_ROW1(RadialBlurLine1) {
+    radialBlurRow(y, progress, width, height, PaletteRows{rows, colourTable}, out, false);
+}
 FLR_ROW2(RadialBlurLine2) {
     const bool alpha = hasAlpha != 0;
     radialBlurRow(y, progress, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);

@@ -106,7 +106,9 @@ inline unsigned blockMean(unsigned sum, unsigned n) { return n == 9 ? sum / 9 : 
 struct Colour {
     std::uint8_t b, g, r;
 };
-inline Colour effectColour(std::uint32_t c) { return Colour{px::colourBlue(c), px::colourGreen(c), px::colourRed(c)}; }
+inline Colour effectColour(std::uint32_t c) {
+    return Colour{px::colourBlue(c), px::colourGreen(c), px::colourRed(c)};
+}
 
 // A pixel is an edge when it is darker than the mean of its clipped 3 x 3 block
 // by enough in one channel. Edge pixels keep their colour, and so do their
@@ -133,8 +135,8 @@ void findEdgesRow(unsigned y, unsigned width, unsigned height, const Rows& src, 
         const int dr = int(blockMean(sum.r, n)) - c[2], dg = int(blockMean(sum.g, n)) - c[1],
                   db = int(blockMean(sum.b, n)) - c[0];
         const bool edge = 32 * dr >= 180 || 32 * dg >= 128 || 32 * db >= 205;
-        const bool neighbour = x == 0 ? previous[0] != 0
-                                      : (current[x - 1] != 0 || previous[x] != 0 || previous[x - 1] != 0);
+        const bool neighbour =
+            x == 0 ? previous[0] != 0 : (current[x - 1] != 0 || previous[x] != 0 || previous[x - 1] != 0);
         current[x] = edge ? 1 : 0;
         if (edge || neighbour)
             keepPixel(out, c, alpha);
@@ -207,8 +209,8 @@ void charcoalRow(unsigned y, unsigned width, unsigned height, const Rows& src, s
         const int b = 255 - px::clamp255(32 * (int(sum.b / 9) - c[0]));
         const int g = 255 - px::clamp255(32 * (int(sum.g / 9) - c[1]));
         const int r = 255 - px::clamp255(32 * (int(sum.r / 9) - c[2]));
-        const unsigned v =
-            (unsigned(previous[x]) + previous[x + 1] + previous[x + 2] + unsigned(px::luminance(b, g, r))) >> 2;
+        const unsigned below = unsigned(previous[x]) + previous[x + 1] + previous[x + 2];
+        const unsigned v = (below + unsigned(px::luminance(b, g, r))) >> 2;
         current[x] = static_cast<std::uint8_t>(v);
         putPixel(out + step * x, c, v, v, v, alpha);
         left = middle;
