@@ -40,23 +40,23 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     imageEffect(3, M, FLR_WaterColor),                         // WaterColor
     rowEffect(4, M, EmptyRow, EmptyRow),                       // *Extrude
     rowEffect(5, M, EmptyRow, EmptyRow),                       // *Facet
-    rowEffect(6, MC, nullptr, nullptr),                        // Find Edges
+    rowEffect(6, MC, FindEdgesLine1, FindEdgesLine2, EdgeBuffersInit, EdgeBuffersDone),  // Find Edges
     rowEffect(7, M, EmptyRow, EmptyRow),                       // *Fragment
     rowEffect(8, M, LensFlareLine1, LensFlareLine2),           // *Lens Flare
     rowEffect(9, 0, MosaicLine1, MosaicLine2),                 // Mosaic
     imageEffect(10, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Pointillize
     rowEffect(11, M, SolarizeLine1, SolarizeLine2),            // Solarize
     imageEffect(12, M, FLR_TextureFilter),                     // Tiles
-    rowEffect(13, MC, nullptr, nullptr),                       // Contours
+    rowEffect(13, MC, ContoursLine1, ContoursLine2, EdgeBuffersInit, EdgeBuffersDone),  // Contours
     rowEffect(14, M, ShakeLine1, ShakeLine2, nullptr, nullptr, kLabelAngle, kLabelAmount, 0, 128),  // Shake
     imageEffect(15, M, FLR_TextureFilter),                     // Bricks
     imageEffect(16, M, FLR_TextureFilter),                     // Bumps
-    rowEffect(17, M, nullptr, nullptr),                        // Dark Strokes
-    rowEffect(18, M, nullptr, nullptr),                        // Fresco
-    rowEffect(19, MC, nullptr, nullptr),                       // Stamp
-    rowEffect(20, M, nullptr, nullptr, nullptr, nullptr, kLabelAngle, 0, 0),     // Motion Blur
-    rowEffect(21, M, nullptr, nullptr, nullptr, nullptr, kLabelAmount, 0, 128),  // Center Blur
-    rowEffect(22, M, nullptr, nullptr),                        // Radial Blur
+    rowEffect(17, M, DarkStrokesLine1, DarkStrokesLine2),      // Dark Strokes
+    rowEffect(18, M, FrescoLine1, FrescoLine2),                // Fresco
+    rowEffect(19, MC, StampLine1, StampLine2),                 // Stamp
+    rowEffect(20, M, MotionBlurLine1, MotionBlurLine2, nullptr, nullptr, kLabelAngle, 0, 0),     // Motion Blur
+    rowEffect(21, M, CenterBlurLine1, CenterBlurLine2, nullptr, nullptr, kLabelAmount, 0, 128),  // Center Blur
+    rowEffect(22, M, RadialBlurLine1, RadialBlurLine2),        // Radial Blur
     rowEffect(23, 0, FrazzleLine1, FrazzleLine2),              // Frazzle
     imageEffect(24, M, FLR_TextureFilter),                     // Steel Plate
     imageEffect(25, M, FLR_TextureFilter),                     // Weave
@@ -65,7 +65,7 @@ EffectRecord g_effectTable[kEffectCount + 1] = {
     imageEffect(28, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Triangles
     imageEffect(29, MC, FLR_MeanMapFilter, kLabelNumber, kLabelRandomness, 128, 128),  // Smudge
     rowEffect(30, 0, ReflectionLine1, ReflectionLine2, nullptr, nullptr, kLabelAmount, 0, 128),  // Reflection
-    rowEffect(31, M, nullptr, nullptr),                        // Charcoal
+    rowEffect(31, M, CharcoalLine1, CharcoalLine2, EdgeBuffersInit, EdgeBuffersDone),  // Charcoal
     rowEffect(32, M, PosterizeLine1, PosterizeLine2, nullptr, nullptr, kLabelColors, 0, 128),  // Posterize
     rowEffect(33, MC, SamplerLine1, SamplerLine2, nullptr, nullptr, kLabelSize, 0, 128),   // Sampler
     rowEffect(34, MC, CrosshairLine1, CrosshairLine2, nullptr, nullptr, kLabelSize, 0, 255),   // Crosshair

@@ -1,0 +1,252 @@
+// Edge effects: Find Edges, Contours and Charcoal. Each carries one value per
+// pixel from a row to the next in two line buffers that live for one render;
+// the row parity decides which buffer a row writes and which it reads.
+#include <cstring>
+
+#include "effects/rows/row_effects.h"
+#include "engine/pixel.h"
+#include "engine/render_state.h"
+#include "platform/global_memory.h"
+
+int EdgeBuffersInit(std::uint16_t width, std::uint16_t height, std::uint16_t bytesPerPixel) {
+    (void)height, (void)bytesPerPixel;
+    const std::size_t size = 2u * std::size_t(width) + 2u;
+    HGLOBAL first = plat::globalAlloc(size);
+    if (!first) return 0;
+    HGLOBAL second = plat::globalAlloc(size);
+    if (!second) {
+        plat::globalFree(first);
+        return 0;
+    }
+    RenderState& state = renderState();
+    state.edgeHandle[0] = first;
+    state.edgeHandle[1] = second;
+    for (int i = 0; i < 2; ++i) {
+        state.edgeBuffer[i] = static_cast<std::uint8_t*>(plat::globalLock(state.edgeHandle[i]));
+        // Bytes 0..width read as "no row yet": 255; the rest stay 0.
+        std::memset(state.edgeBuffer[i], 255, std::size_t(width) + 1u);
+    }
+    return 1;
+}
+
+void EdgeBuffersDone() {
+    RenderState& state = renderState();
+    plat::globalUnlock(state.edgeHandle[1]);
+    plat::globalUnlock(state.edgeHandle[0]);
+    plat::globalFree(state.edgeHandle[1]);
+    plat::globalFree(state.edgeHandle[0]);
+    for (int i = 0; i < 2; ++i) {
+        state.edgeHandle[i] = nullptr;
+        state.edgeBuffer[i] = nullptr;
+    }
+}
+
+namespace {
+
+// Source pixels of 8-bit pictures, read through the colour table.
+struct PaletteRows {
+    const std::uint8_t* const* rows;
+    const std::uint8_t* table;
+    const std::uint8_t* at(unsigned x, unsigned y) const { return table + 4u * rows[y][x]; }
+};
+
+// Source pixels of 24- and 32-bit pictures.
+struct DirectRows {
+    const std::uint8_t* const* rows;
+    unsigned step;
+    const std::uint8_t* at(unsigned x, unsigned y) const { return rows[y] + step * x; }
+};
+
+// Writes effect values over source pixel s: directly, or through the alpha mix.
+inline void putPixel(std::uint8_t* o, const std::uint8_t* s, unsigned vb, unsigned vg, unsigned vr,
+                     bool alpha) {
+    if (alpha) {
+        const unsigned a = s[3];
+        o[0] = px::alphaMix(s[0], vb, a);
+        o[1] = px::alphaMix(s[1], vg, a);
+        o[2] = px::alphaMix(s[2], vr, a);
+        o[3] = static_cast<std::uint8_t>(a);
+    } else {
+        o[0] = static_cast<std::uint8_t>(vb);
+        o[1] = static_cast<std::uint8_t>(vg);
+        o[2] = static_cast<std::uint8_t>(vr);
+    }
+}
+
+// The source pixel itself; the alpha mix of a value with itself gives it back.
+inline void keepPixel(std::uint8_t* o, const std::uint8_t* s, bool alpha) {
+    o[0] = s[0];
+    o[1] = s[1];
+    o[2] = s[2];
+    if (alpha) o[3] = s[3];
+}
+
+struct ColourSum {
+    unsigned b = 0, g = 0, r = 0;
+    ColourSum& operator+=(const ColourSum& o) {
+        b += o.b, g += o.g, r += o.r;
+        return *this;
+    }
+};
+
+// Sum of column x over rows y0..y1.
+template <class Rows>
+inline ColourSum columnSum(const Rows& src, unsigned x, unsigned y0, unsigned y1) {
+    ColourSum s;
+    for (unsigned yy = y0; yy <= y1; ++yy) {
+        const std::uint8_t* p = src.at(x, yy);
+        s.b += p[0], s.g += p[1], s.r += p[2];
+    }
+    return s;
+}
+
+// Mean of a block of n pixels; the full block's constant divisor compiles to a multiplication.
+inline unsigned blockMean(unsigned sum, unsigned n) { return n == 9 ? sum / 9 : sum / n; }
+
+struct Colour {
+    std::uint8_t b, g, r;
+};
+inline Colour effectColour(std::uint32_t c) {
+    return Colour{px::colourBlue(c), px::colourGreen(c), px::colourRed(c)};
+}
+
+// A pixel is an edge when it is darker than the mean of its clipped 3 x 3 block
+// by enough in one channel. Edge pixels keep their colour, and so do their
+// right, upper and upper-right neighbours; everything else is painted.
+template <class Rows>
+void findEdgesRow(unsigned y, unsigned width, unsigned height, const Rows& src, std::uint8_t* out,
+                  bool alpha) {
+    const RenderState& state = renderState();
+    std::uint8_t* current = state.edgeBuffer[y & 1u];
+    const std::uint8_t* previous = state.edgeBuffer[(y & 1u) ^ 1u];
+    const Colour paint = effectColour(state.colour);
+    const unsigned step = alpha ? 4 : 3;
+    const unsigned y0 = y > 0 ? y - 1 : y, y1 = y + 1 < height ? y + 1 : y;
+    const unsigned blockRows = y1 - y0 + 1;
+
+    ColourSum left, middle = columnSum(src, 0, y0, y1);
+    ColourSum right = width > 1 ? columnSum(src, 1, y0, y1) : ColourSum{};
+    for (unsigned x = 0; x < width; ++x, out += step) {
+        const unsigned n = blockRows * (1u + (x > 0) + (x + 1 < width));
+        ColourSum sum = left;
+        sum += middle;
+        sum += right;
+        const std::uint8_t* c = src.at(x, y);
+        const int dr = int(blockMean(sum.r, n)) - c[2], dg = int(blockMean(sum.g, n)) - c[1],
+                  db = int(blockMean(sum.b, n)) - c[0];
+        const bool edge = 32 * dr >= 180 || 32 * dg >= 128 || 32 * db >= 205;
+        const bool neighbour =
+            x == 0 ? previous[0] != 0 : (current[x - 1] != 0 || previous[x] != 0 || previous[x - 1] != 0);
+        current[x] = edge ? 1 : 0;
+        if (edge || neighbour)
+            keepPixel(out, c, alpha);
+        else
+            putPixel(out, c, paint.b, paint.g, paint.r, alpha);
+        left = middle;
+        middle = right;
+        right = x + 2 < width ? columnSum(src, x + 2, y0, y1) : ColourSum{};
+    }
+}
+
+// Contours: luminance smoothed with the values to the left and below; a pixel
+// whose smoothed value changes its band of 32 levels against either keeps its
+// colour from row `firstKeptRow` on, everything else is painted.
+template <class Rows>
+void contoursRow(unsigned y, unsigned width, const Rows& src, std::uint8_t* out, bool alpha,
+                 unsigned firstKeptRow) {
+    if (width == 0) return;
+    const RenderState& state = renderState();
+    const std::uint8_t* previous = state.edgeBuffer[y & 1u];
+    std::uint8_t* next = state.edgeBuffer[(y & 1u) ^ 1u];
+    const Colour paint = effectColour(state.colour);
+    const unsigned step = alpha ? 4 : 3;
+    const bool smooth = y >= 2, mayKeep = y >= firstKeptRow;
+
+    const std::uint8_t* first = src.at(0, y);
+    int left = px::luminance(first[0], first[1], first[2]);
+    for (unsigned x = 0; x < width; ++x, out += step) {
+        const std::uint8_t* c = src.at(x, y);
+        const int below = previous[x];
+        const int l = px::luminance(c[0], c[1], c[2]);
+        const int s = smooth ? (left + l + below) / 3 : l;
+        const bool contour = ((s ^ left) & 0xE0) != 0 || ((below ^ s) & 0xE0) != 0;
+        if (contour && mayKeep)
+            keepPixel(out, c, alpha);
+        else
+            putPixel(out, c, paint.b, paint.g, paint.r, alpha);
+        left = s;
+        next[x] = static_cast<std::uint8_t>(s);
+    }
+}
+
+// Charcoal: dark detail of the full 3 x 3 block as grey, averaged with the three
+// values of the row below one column further right, which slants the strokes.
+// The outer rows and columns are white.
+template <class Rows>
+void charcoalRow(unsigned y, unsigned width, unsigned height, const Rows& src, std::uint8_t* out,
+                 bool alpha) {
+    const unsigned step = alpha ? 4 : 3;
+    auto white = [&](unsigned x) { putPixel(out + step * x, src.at(x, y), 255, 255, 255, alpha); };
+    if (y == 0 || y + 1 >= height) {
+        for (unsigned x = 0; x < width; ++x) white(x);
+        return;
+    }
+    if (width == 0) return;
+    white(0);
+    white(width - 1);
+    if (width < 3) return;
+
+    const RenderState& state = renderState();
+    std::uint8_t* current = state.edgeBuffer[y & 1u];
+    const std::uint8_t* previous = state.edgeBuffer[(y & 1u) ^ 1u];
+    ColourSum left = columnSum(src, 0, y - 1, y + 1), middle = columnSum(src, 1, y - 1, y + 1);
+    for (unsigned x = 1; x + 1 < width; ++x) {
+        const ColourSum right = columnSum(src, x + 1, y - 1, y + 1);
+        ColourSum sum = left;
+        sum += middle;
+        sum += right;
+        const std::uint8_t* c = src.at(x, y);
+        const int b = 255 - px::clamp255(32 * (int(sum.b / 9) - c[0]));
+        const int g = 255 - px::clamp255(32 * (int(sum.g / 9) - c[1]));
+        const int r = 255 - px::clamp255(32 * (int(sum.r / 9) - c[2]));
+        const unsigned below = unsigned(previous[x]) + previous[x + 1] + previous[x + 2];
+        const unsigned v = (below + unsigned(px::luminance(b, g, r))) >> 2;
+        current[x] = static_cast<std::uint8_t>(v);
+        putPixel(out + step * x, c, v, v, v, alpha);
+        left = middle;
+        middle = right;
+    }
+}
+
+}  // namespace
+
+FLR_ROW1(FindEdgesLine1) {
+    (void)progress;
+    findEdgesRow(y, width, height, PaletteRows{rows, colourTable}, out, false);
+}
+FLR_ROW2(FindEdgesLine2) {
+    (void)progress;
+    const bool alpha = hasAlpha != 0;
+    findEdgesRow(y, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
+}
+
+// The palette form keeps contours from row 2 on, the direct form from row 3 on.
+FLR_ROW1(ContoursLine1) {
+    (void)progress, (void)height;
+    contoursRow(y, width, PaletteRows{rows, colourTable}, out, false, 2);
+}
+FLR_ROW2(ContoursLine2) {
+    (void)progress, (void)height;
+    const bool alpha = hasAlpha != 0;
+    contoursRow(y, width, DirectRows{rows, alpha ? 4u : 3u}, out, alpha, 3);
+}
+
+FLR_ROW1(CharcoalLine1) {
+    (void)progress;
+    charcoalRow(y, width, height, PaletteRows{rows, colourTable}, out, false);
+}
+FLR_ROW2(CharcoalLine2) {
+    (void)progress;
+    const bool alpha = hasAlpha != 0;
+    charcoalRow(y, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
+}
