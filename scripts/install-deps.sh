@@ -5,7 +5,9 @@
 set -u
 
 required=(build-essential cmake pkg-config libpng-dev libgtest-dev)
-optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev)
+optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
+          g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
+          python3-pefile xvfb xauth wine wine64 wine32:i386)
 
 installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
 
@@ -18,6 +20,11 @@ fi
 
 run() { if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi; }
 export DEBIAN_FRONTEND=noninteractive
+
+# 32-bit Wine comes from Debian's i386 architecture.
+if ! dpkg --print-foreign-architectures | grep -qx i386; then
+  run dpkg --add-architecture i386
+fi
 
 echo "install-deps: installing ${missing[*]}"
 # One failed index (seen with Debian's i386 security index) must not stop us:

@@ -9,6 +9,7 @@ bash scripts/install-deps.sh
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "== 32-bit Windows build"
+windows_build=""
 if command -v i686-w64-mingw32-g++-posix >/dev/null; then
   cmake -S . -B build/win32 -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-i686.cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
   cmake --build build/win32 -j"$jobs" 2>&1 | tee build/win32-build.log
@@ -16,8 +17,40 @@ if command -v i686-w64-mingw32-g++-posix >/dev/null; then
     echo "the Windows build has warnings"
     exit 1
   fi
+  if /usr/bin/python3 -c 'import pefile' 2>/dev/null; then
+    /usr/bin/python3 tests/windows/check_flair_dll.py build/win32/FLAIR.dll resources/strings.inc
+  else
+    echo "skipped: static checks of FLAIR.dll (python3-pefile could not be installed)"
+  fi
 else
   echo "skipped: the 32-bit Windows build (mingw-w64 could not be installed)"
+fi
+
+# Wine runs the i686 plug-in where 32-bit Wine installs; otherwise the same
+# sources built for x86-64 run under wine64.
+if command -v wine >/dev/null && dpkg-query -W -f='${Status}' wine32:i386 2>/dev/null | grep -q 'ok installed' \
+   && [ -f build/win32/FLAIR.dll ]; then
+  echo "Wine tests: the i686 FLAIR.dll under 32-bit Wine"
+  export FLAIRIZE_WINE=wine FLAIRIZE_WINDOWS_BUILD="$PWD/build/win32"
+  windows_build=build/win32
+else
+  wine64=$(command -v wine64 || ls /usr/lib/wine/wine64 2>/dev/null || true)
+  if [ -n "$wine64" ] && command -v x86_64-w64-mingw32-g++-posix >/dev/null; then
+    echo "Wine tests: 32-bit Wine (wine32) could not be installed, so the same sources built for x86-64 run under wine64"
+    cmake -S . -B build/win64 -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-x86_64.cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
+    cmake --build build/win64 -j"$jobs"
+    /usr/bin/python3 -c 'import pefile' 2>/dev/null &&
+      /usr/bin/python3 tests/windows/check_flair_dll.py build/win64/FLAIR.dll resources/strings.inc --arch amd64
+    export FLAIRIZE_WINE="$wine64" FLAIRIZE_WINDOWS_BUILD="$PWD/build/win64"
+    windows_build=build/win64
+  else
+    echo "skipped: Wine tests (neither 32-bit Wine nor wine64 with mingw-w64 for x86-64 could be installed)"
+  fi
+fi
+if [ -n "$windows_build" ] && command -v xvfb-run >/dev/null; then
+  export FLAIRIZE_WINDOWS_EDITOR=1
+elif [ -n "$windows_build" ]; then
+  echo "skipped: the editor under Wine (xvfb could not be installed)"
 fi
 
 echo "== native build and tests"
@@ -28,6 +61,7 @@ ctest --test-dir build/release --output-on-failure -j"$jobs"
 echo "== tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 cmake -S . -B build/sanitize -DCMAKE_BUILD_TYPE=Debug -DFLAIRIZE_SANITIZE=ON -DFLAIRIZE_BENCH=OFF >/dev/null
 cmake --build build/sanitize -j"$jobs"
-ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+# Wine already ran against the native build; the sanitizer pass covers the engine.
+FLAIRIZE_WINE= ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build/sanitize --output-on-failure -j"$jobs"
 
