@@ -3,39 +3,13 @@
 #include <cstdint>
 
 #include "effects/rows/row_effects.h"
+#include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
 #include "engine/render_state.h"
 
 namespace {
 
-// Blue, green, red of source pixel x of a row: through the colour table for
-// palette sources, in place for 24- and 32-bit sources.
-struct PaletteSource {
-    const std::uint8_t* table;
-    const std::uint8_t* operator()(const std::uint8_t* row, unsigned x) const { return table + 4u * row[x]; }
-};
-struct DirectSource {
-    unsigned step;
-    const std::uint8_t* operator()(const std::uint8_t* row, unsigned x) const { return row + step * x; }
-};
-
-// Writes the value v (blue, green, red) over own source pixel s: directly, or
-// through the alpha mix with s's alpha, which the output keeps.
-template <bool Alpha>
-inline void put(std::uint8_t* o, const std::uint8_t* s, const std::uint8_t* v) {
-    if constexpr (Alpha) {
-        const unsigned a = s[3];
-        o[0] = px::alphaMix(s[0], v[0], a);
-        o[1] = px::alphaMix(s[1], v[1], a);
-        o[2] = px::alphaMix(s[2], v[2], a);
-        o[3] = static_cast<std::uint8_t>(a);
-    } else {
-        (void)s;
-        o[0] = v[0];
-        o[1] = v[1];
-        o[2] = v[2];
-    }
-}
+using namespace rowpx;
 
 // Own source pixel s shown as it is (a pixel mixed with itself stays unchanged).
 template <bool Alpha>

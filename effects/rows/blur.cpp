@@ -5,44 +5,13 @@
 #include <cstddef>
 
 #include "effects/rows/row_effects.h"
+#include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
 #include "engine/render_state.h"
 
 namespace {
 
-// Source pixels of 8-bit pictures: one index byte each, read through the colour table.
-struct PaletteRows {
-    const std::uint8_t* const* rows;
-    const std::uint8_t* table;
-    unsigned bytesPerPixel() const { return 1; }
-    const std::uint8_t* colour(const std::uint8_t* p) const { return table + 4u * *p; }
-    const std::uint8_t* pixel(const std::uint8_t* row, int x) const { return colour(row + x); }
-};
-
-// Source pixels of 24- and 32-bit pictures.
-struct DirectRows {
-    const std::uint8_t* const* rows;
-    unsigned step;
-    unsigned bytesPerPixel() const { return step; }
-    const std::uint8_t* colour(const std::uint8_t* p) const { return p; }
-    const std::uint8_t* pixel(const std::uint8_t* row, int x) const { return row + step * unsigned(x); }
-};
-
-// Writes effect values over source pixel s: directly, or through the alpha mix.
-inline void putPixel(std::uint8_t* o, const std::uint8_t* s, unsigned vb, unsigned vg, unsigned vr,
-                     bool alpha) {
-    if (alpha) {
-        const unsigned a = s[3];
-        o[0] = px::alphaMix(s[0], vb, a);
-        o[1] = px::alphaMix(s[1], vg, a);
-        o[2] = px::alphaMix(s[2], vr, a);
-        o[3] = static_cast<std::uint8_t>(a);
-    } else {
-        o[0] = static_cast<std::uint8_t>(vb);
-        o[1] = static_cast<std::uint8_t>(vg);
-        o[2] = static_cast<std::uint8_t>(vr);
-    }
-}
+using namespace rowpx;
 
 struct ColourSum {
     unsigned b = 0, g = 0, r = 0;

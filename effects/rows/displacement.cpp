@@ -5,45 +5,20 @@
 #include <vector>
 
 #include "effects/rows/row_effects.h"
+#include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
 #include "engine/render_state.h"
 #include "platform/random.h"
 
 namespace {
 
-// Blue, green, red of source pixel x of a row: through the colour table for
-// palette sources, in place for 24- and 32-bit sources.
-struct PaletteSource {
-    const std::uint8_t* table;
-    const std::uint8_t* operator()(const std::uint8_t* row, unsigned x) const { return table + 4u * row[x]; }
-};
-struct DirectSource {
-    unsigned step;
-    const std::uint8_t* operator()(const std::uint8_t* row, unsigned x) const { return row + step * x; }
-};
+using namespace rowpx;
 
 inline int clampTo(int v, int last) { return v < 0 ? 0 : (v > last ? last : v); }
 inline int sign(int v) { return (v > 0) - (v < 0); }
 // The row driver never passes more than 16384; direct callers get the same bound.
 inline std::int32_t fullProgressAtMost(std::uint32_t progress) {
     return progress > 16384 ? 16384 : static_cast<std::int32_t>(progress);
-}
-
-// Writes effect value v at o: as it is, or through the alpha mix over source
-// pixel s with alpha a (which becomes the output alpha).
-template <bool Alpha>
-inline void put(std::uint8_t* o, const std::uint8_t* s, unsigned a, unsigned vb, unsigned vg, unsigned vr) {
-    if constexpr (Alpha) {
-        o[0] = px::alphaMix(s[0], vb, a);
-        o[1] = px::alphaMix(s[1], vg, a);
-        o[2] = px::alphaMix(s[2], vr, a);
-        o[3] = static_cast<std::uint8_t>(a);
-    } else {
-        (void)s, (void)a;
-        o[0] = static_cast<std::uint8_t>(vb);
-        o[1] = static_cast<std::uint8_t>(vg);
-        o[2] = static_cast<std::uint8_t>(vr);
-    }
 }
 
 // ---- Shake ----------------------------------------------------------------

@@ -1,39 +1,12 @@
 // Painterly effects: Dark Strokes, Fresco and Stamp.
 #include "effects/rows/row_effects.h"
+#include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
 #include "engine/render_state.h"
 
 namespace {
 
-// Source pixels of 8-bit pictures, read through the colour table.
-struct PaletteRows {
-    const std::uint8_t* const* rows;
-    const std::uint8_t* table;
-    const std::uint8_t* at(unsigned x, unsigned y) const { return table + 4u * rows[y][x]; }
-};
-
-// Source pixels of 24- and 32-bit pictures.
-struct DirectRows {
-    const std::uint8_t* const* rows;
-    unsigned step;
-    const std::uint8_t* at(unsigned x, unsigned y) const { return rows[y] + step * x; }
-};
-
-// Writes effect values over source pixel s: directly, or through the alpha mix.
-inline void putPixel(std::uint8_t* o, const std::uint8_t* s, unsigned vb, unsigned vg, unsigned vr,
-                     bool alpha) {
-    if (alpha) {
-        const unsigned a = s[3];
-        o[0] = px::alphaMix(s[0], vb, a);
-        o[1] = px::alphaMix(s[1], vg, a);
-        o[2] = px::alphaMix(s[2], vr, a);
-        o[3] = static_cast<std::uint8_t>(a);
-    } else {
-        o[0] = static_cast<std::uint8_t>(vb);
-        o[1] = static_cast<std::uint8_t>(vg);
-        o[2] = static_cast<std::uint8_t>(vr);
-    }
-}
+using namespace rowpx;
 
 // Pushes every channel away from middle grey by the pixel's own luminance.
 template <class Rows>

@@ -1,5 +1,6 @@
 // Tone effects: Solarize, Posterize and the hidden Lens Flare; also EmptyRow.
 #include "effects/rows/row_effects.h"
+#include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
 #include "engine/render_state.h"
 
@@ -12,21 +13,7 @@ FLR_ROW2(EmptyRow) {
 
 namespace {
 
-// Writes effect values v over source pixel s: directly, or through the alpha mix.
-inline void putPixel(std::uint8_t* o, const std::uint8_t* s, unsigned vb, unsigned vg, unsigned vr,
-                     bool alpha) {
-    if (alpha) {
-        const unsigned a = s[3];
-        o[0] = px::alphaMix(s[0], vb, a);
-        o[1] = px::alphaMix(s[1], vg, a);
-        o[2] = px::alphaMix(s[2], vr, a);
-        o[3] = static_cast<std::uint8_t>(a);
-    } else {
-        o[0] = static_cast<std::uint8_t>(vb);
-        o[1] = static_cast<std::uint8_t>(vg);
-        o[2] = static_cast<std::uint8_t>(vr);
-    }
-}
+using namespace rowpx;
 
 inline unsigned solarizeThreshold(std::uint32_t progress) { return 255u - ((progress * 255u) >> 14); }
 

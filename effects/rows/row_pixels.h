@@ -1,0 +1,71 @@
+// Reading source pixels and writing output pixels, shared by the row effects.
+// Palette sources are read through their colour table (blue, green, red of the
+// entry an index byte names); 24- and 32-bit sources are read in place.
+#pragma once
+
+#include <cstdint>
+
+#include "engine/pixel.h"
+
+namespace rowpx {
+
+// Pixel x of a given source row.
+struct PaletteSource {
+    const std::uint8_t* table;
+    const std::uint8_t* operator()(const std::uint8_t* row, unsigned x) const { return table + 4u * row[x]; }
+};
+struct DirectSource {
+    unsigned step;
+    const std::uint8_t* operator()(const std::uint8_t* row, unsigned x) const { return row + step * x; }
+};
+
+// Pixel (x, y) of the picture, through the row-pointer table.
+struct PaletteRows {
+    const std::uint8_t* const* rows;
+    const std::uint8_t* table;
+    unsigned bytesPerPixel() const { return 1; }
+    const std::uint8_t* colour(const std::uint8_t* p) const { return table + 4u * *p; }
+    const std::uint8_t* pixel(const std::uint8_t* row, int x) const { return colour(row + x); }
+    const std::uint8_t* at(unsigned x, unsigned y) const { return table + 4u * rows[y][x]; }
+};
+struct DirectRows {
+    const std::uint8_t* const* rows;
+    unsigned step;
+    unsigned bytesPerPixel() const { return step; }
+    const std::uint8_t* colour(const std::uint8_t* p) const { return p; }
+    const std::uint8_t* pixel(const std::uint8_t* row, int x) const { return row + step * unsigned(x); }
+    const std::uint8_t* at(unsigned x, unsigned y) const { return rows[y] + step * x; }
+};
+
+// Writes the effect value (vb, vg, vr) at o: as it is, or through the alpha mix
+// over source pixel s with alpha a, which becomes the output alpha.
+template <bool Alpha>
+inline void put(std::uint8_t* o, const std::uint8_t* s, unsigned a, unsigned vb, unsigned vg, unsigned vr) {
+    if constexpr (Alpha) {
+        o[0] = px::alphaMix(s[0], vb, a);
+        o[1] = px::alphaMix(s[1], vg, a);
+        o[2] = px::alphaMix(s[2], vr, a);
+        o[3] = static_cast<std::uint8_t>(a);
+    } else {
+        (void)s, (void)a;
+        o[0] = static_cast<std::uint8_t>(vb);
+        o[1] = static_cast<std::uint8_t>(vg);
+        o[2] = static_cast<std::uint8_t>(vr);
+    }
+}
+
+// The same with the value's bytes at v and the alpha of s itself.
+template <bool Alpha>
+inline void put(std::uint8_t* o, const std::uint8_t* s, const std::uint8_t* v) {
+    put<Alpha>(o, s, Alpha ? s[3] : 0u, v[0], v[1], v[2]);
+}
+
+// The same, choosing the form at run time.
+inline void putPixel(std::uint8_t* o, const std::uint8_t* s, unsigned vb, unsigned vg, unsigned vr, bool alpha) {
+    if (alpha)
+        put<true>(o, s, s[3], vb, vg, vr);
+    else
+        put<false>(o, s, 0, vb, vg, vr);
+}
+
+}  // namespace rowpx
