@@ -5,7 +5,8 @@
 set -u
 
 required=(build-essential cmake pkg-config libpng-dev libgtest-dev)
-optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev)
+optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
+          frei0r-plugins-dev ffmpeg melt)
 
 installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
 
