@@ -7,7 +7,8 @@ set -u
 required=(build-essential cmake pkg-config libpng-dev libgtest-dev)
 optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
           g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
-          python3-pefile xvfb xauth wine wine64 wine32:i386)
+          python3-pefile xvfb xauth wine wine64 wine32:i386
+          frei0r-plugins-dev ffmpeg melt)
 
 installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
 

@@ -1,0 +1,293 @@
+// A frei0r filter over the engine. Every plug-in is this adaptor plus a
+// generated file that names its effect index; name, sliders, colour and fade-in
+// all come from the effect table, so a newly landed effect needs nothing here.
+//
+// Parameters, in this order:
+//   the effect's shown sliders by their labels, doubles 0..1 for 0..255
+//     (rounded to the nearest step; defaults are the effect's defaults / 255);
+//   "Progress", 0..1 for 0..16384 (rounded; default 1, the full effect);
+//   "Color" for effects that paint with a colour (each component 0..1 for 0..255);
+//   "Mix" for effects that fade in: on blends the result with the source by the
+//     progress (the host's render call), off gives the filter's own result.
+// Frames are 32-bit pictures (bytes blue, green, red, alpha) with the top row
+// first; the engine's pictures keep the bottom row first, so rows are copied in
+// and out in reverse order, once each.
+extern "C" {
+#include <frei0r.h>   // declares the entry points without C linkage of its own
+}
+
+#include <cmath>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "engine/effect_table.h"
+#include "engine/filters.h"
+#include "engine/render.h"
+#include "host/exports.h"
+#include "platform/global_memory.h"
+#include "platform/strings.h"
+#include "resources/string_ids.h"
+#include "standalone/host_context.h"
+
+namespace flairize_frei0r {
+extern const unsigned kEffectIndex;   // defined by the plug-in's generated file
+}
+
+namespace {
+
+using flairize_frei0r::kEffectIndex;
+
+enum class ParamKind { Slider, Progress, Colour, Mix };
+
+struct Param {
+    ParamKind kind;
+    unsigned slider;   // 0..2 for ParamKind::Slider
+    int type;          // F0R_PARAM_*
+    std::string name;
+    std::string explanation;
+};
+
+// Everything a host asks about the plug-in, built once from the effect table.
+struct Description {
+    const EffectRecord* effect = nullptr;
+    bool available = false;
+    std::string name;
+    std::string author;
+    std::string explanation;
+    std::vector<Param> params;
+};
+
+// An effect exists in this build when it has a filter, and a row effect both row functions.
+bool effectAvailable(const EffectRecord& e) {
+    if (!e.filter) return false;
+    return e.filter != FLR_LineFilter || (e.line1 && e.line2);
+}
+
+Description describe() {
+    Description d;
+    d.effect = effectRecord(kEffectIndex);
+    if (!d.effect) return d;
+    const EffectRecord& e = *d.effect;
+    d.available = effectAvailable(e);
+    d.name = plat::loadString(e.nameId);
+    d.author = plat::loadString(ids::kDisplayName);
+    const bool fades = (e.flags & kFlagMix) != 0;
+    d.explanation = "The " + d.name + " effect of " + d.author + ", bit for bit as the flairize command renders it; " +
+                    (fades ? "fades in with Progress" : "animates with Progress");
+    if (!d.available) d.explanation += " (not available in this build)";
+
+    for (unsigned k = 0; k < 3; ++k) {
+        if (!e.labelIds[k]) continue;
+        const std::string label = plat::loadString(e.labelIds[k]);
+        d.params.push_back({ParamKind::Slider, k, F0R_PARAM_DOUBLE, label,
+                            label + " of the effect, 0 to 1 for its slider's 0 to 255 (rounded to the nearest step)"});
+    }
+    d.params.push_back({ParamKind::Progress, 0, F0R_PARAM_DOUBLE, "Progress",
+                        fades ? "How far the effect has faded in: 0 shows the source, 1 the full effect "
+                                "(0 to 16384 inside, rounded); keyframe it to fade the effect in"
+                              : "How far the effect has advanced: 0 to 1, 1 the full effect "
+                                "(0 to 16384 inside, rounded); keyframe it to animate the effect"});
+    if (e.flags & kFlagColour)
+        d.params.push_back({ParamKind::Colour, 0, F0R_PARAM_COLOR, "Color", "The colour the effect paints with"});
+    if (fades)
+        d.params.push_back({ParamKind::Mix, 0, F0R_PARAM_BOOL, "Mix",
+                            "On: blend the effect with the source by Progress. Off: the effect's own result, "
+                            "without that blend"});
+    return d;
+}
+
+const Description& description() {
+    static const Description d = describe();
+    return d;
+}
+
+// 0..1 to 0..top, rounded to the nearest step; out-of-range and NaN values are clamped.
+std::uint32_t toSteps(double v, std::uint32_t top) {
+    if (!(v > 0)) return 0;
+    if (v >= 1) return top;
+    return static_cast<std::uint32_t>(std::lround(v * top));
+}
+
+struct Instance {
+    std::mutex lock;   // a host may set parameters from another thread while a frame renders
+    unsigned width = 0, height = 0;
+    HGLOBAL source = nullptr;   // the 32-bit picture each frame is copied into
+    double slider[3] = {0, 0, 0};
+    double progress = 1.0;
+    f0r_param_color_t colour{0.0f, 0.0f, 0.0f};
+    double mix = 1.0;
+
+    ~Instance() { plat::globalFree(source); }
+
+    SettingsRecord record() const {
+        const EffectRecord& e = *description().effect;
+        SettingsRecord r{};
+        r.effect = static_cast<std::uint16_t>(kEffectIndex);
+        r.progress = toSteps(progress, 16384);
+        std::uint16_t* params[3] = {&r.param1, &r.param2, &r.param3};
+        for (unsigned k = 0; k < 3; ++k)   // hidden sliders keep the effect's defaults
+            *params[k] = e.labelIds[k] ? static_cast<std::uint16_t>(toSteps(slider[k], 255)) : e.defaults[k];
+        r.colour = toSteps(colour.r, 255) | (toSteps(colour.g, 255) << 8) | (toSteps(colour.b, 255) << 16);
+        r.direction = kDirectionForward;
+        return r;
+    }
+
+    // Copies the engine's result out, top row first; false if it is not the expected picture.
+    bool copyOut(HGLOBAL result, std::uint8_t* out) const {
+        const std::size_t rowBytes = std::size_t(width) * 4;
+        const std::size_t size = plat::globalSize(result);
+        const auto* block = static_cast<const std::uint8_t*>(plat::globalLock(result));
+        if (!block) return false;
+        BITMAPINFOHEADER h{};
+        if (size >= sizeof h) std::memcpy(&h, block, sizeof h);
+        const bool fits = size >= sizeof h && h.biBitCount == 32 && h.biWidth == std::int32_t(width) &&
+                          h.biHeight == std::int32_t(height) && h.biSize <= size &&
+                          size - h.biSize >= rowBytes * height;
+        if (fits) {
+            const std::uint8_t* pixels = block + h.biSize;
+            for (unsigned r = 0; r < height; ++r)
+                std::memcpy(out + std::size_t(r) * rowBytes, pixels + std::size_t(height - 1 - r) * rowBytes, rowBytes);
+        }
+        plat::globalUnlock(result);
+        return fits;
+    }
+
+    void render(const std::uint32_t* inframe, std::uint32_t* outframe) {
+        std::lock_guard<std::mutex> hold(lock);
+        const std::size_t rowBytes = std::size_t(width) * 4;
+        const auto* in = reinterpret_cast<const std::uint8_t*>(inframe);
+        auto* out = reinterpret_cast<std::uint8_t*>(outframe);
+        auto* pixels = static_cast<std::uint8_t*>(plat::globalLock(source)) + sizeof(BITMAPINFOHEADER);
+        for (unsigned r = 0; r < height; ++r)
+            std::memcpy(pixels + std::size_t(height - 1 - r) * rowBytes, in + std::size_t(r) * rowBytes, rowBytes);
+        plat::globalUnlock(source);
+
+        SettingsRecord rec = record();
+        standalone::Context context(&rec, source);
+        HGLOBAL result = nullptr;
+        const bool fades = (description().effect->flags & kFlagMix) != 0;
+        if (fades && mix < 0.5)
+            result = render::filterOnly(context.engineView());
+        else if (!GenerateDIB(context.engineView(), &result, 0))
+            result = nullptr;
+        // A failed render (the engine has said why) passes the frame through.
+        if (!result || !copyOut(result, out)) {
+            if (out != in) std::memcpy(out, in, rowBytes * height);
+        }
+        plat::globalFree(result);
+    }
+};
+
+HGLOBAL newSourcePicture(unsigned width, unsigned height) {
+    const std::uint64_t image = std::uint64_t(width) * 4 * height;
+    if (sizeof(BITMAPINFOHEADER) + image > 0xFFFFFFFFu) return nullptr;   // the engine's limit
+    HGLOBAL h = plat::globalAlloc(sizeof(BITMAPINFOHEADER) + std::size_t(image));
+    auto* block = static_cast<std::uint8_t*>(plat::globalLock(h));
+    if (!block) return nullptr;
+    BITMAPINFOHEADER header{};
+    header.biSize = sizeof header;
+    header.biWidth = std::int32_t(width);
+    header.biHeight = std::int32_t(height);
+    header.biPlanes = 1;
+    header.biBitCount = 32;
+    header.biCompression = BI_RGB;
+    header.biSizeImage = static_cast<std::uint32_t>(image);
+    std::memcpy(block, &header, sizeof header);
+    plat::globalUnlock(h);
+    return h;
+}
+
+const Param* paramAt(int index) {
+    const auto& params = description().params;
+    return index >= 0 && std::size_t(index) < params.size() ? &params[std::size_t(index)] : nullptr;
+}
+
+}  // namespace
+
+extern "C" {
+
+// 1 when this plug-in's effect exists in this build; 0 refuses it.
+int f0r_init(void) { return description().available ? 1 : 0; }
+
+void f0r_deinit(void) {}
+
+void f0r_get_plugin_info(f0r_plugin_info_t* info) {
+    if (!info) return;
+    const Description& d = description();
+    info->name = d.name.c_str();
+    info->author = d.author.c_str();
+    info->plugin_type = F0R_PLUGIN_TYPE_FILTER;
+    info->color_model = F0R_COLOR_MODEL_BGRA8888;
+    info->frei0r_version = FREI0R_MAJOR_VERSION;
+    info->major_version = FLAIRIZE_VERSION_MAJOR;
+    info->minor_version = FLAIRIZE_VERSION_MINOR;
+    info->num_params = static_cast<int>(d.params.size());
+    info->explanation = d.explanation.c_str();
+}
+
+void f0r_get_param_info(f0r_param_info_t* info, int param_index) {
+    const Param* p = paramAt(param_index);
+    if (!info || !p) return;
+    info->name = p->name.c_str();
+    info->type = p->type;
+    info->explanation = p->explanation.c_str();
+}
+
+f0r_instance_t f0r_construct(unsigned int width, unsigned int height) {
+    const Description& d = description();
+    if (!d.available || width == 0 || height == 0 || width > 65535 || height > 65535) return nullptr;
+    auto* instance = new (std::nothrow) Instance;
+    if (!instance) return nullptr;
+    instance->width = width;
+    instance->height = height;
+    instance->source = newSourcePicture(width, height);
+    if (!instance->source) {
+        delete instance;
+        return nullptr;
+    }
+    for (unsigned k = 0; k < 3; ++k) instance->slider[k] = d.effect->defaults[k] / 255.0;
+    return instance;
+}
+
+void f0r_destruct(f0r_instance_t instance) { delete static_cast<Instance*>(instance); }
+
+void f0r_set_param_value(f0r_instance_t instance, f0r_param_t param, int param_index) {
+    const Param* p = paramAt(param_index);
+    if (!instance || !param || !p) return;
+    auto& in = *static_cast<Instance*>(instance);
+    std::lock_guard<std::mutex> hold(in.lock);
+    switch (p->kind) {
+    case ParamKind::Slider: in.slider[p->slider] = *static_cast<const double*>(param); break;
+    case ParamKind::Progress: in.progress = *static_cast<const double*>(param); break;
+    case ParamKind::Colour: in.colour = *static_cast<const f0r_param_color_t*>(param); break;
+    case ParamKind::Mix: in.mix = *static_cast<const double*>(param); break;
+    }
+}
+
+void f0r_get_param_value(f0r_instance_t instance, f0r_param_t param, int param_index) {
+    const Param* p = paramAt(param_index);
+    if (!instance || !param || !p) return;
+    auto& in = *static_cast<Instance*>(instance);
+    std::lock_guard<std::mutex> hold(in.lock);
+    switch (p->kind) {
+    case ParamKind::Slider: *static_cast<double*>(param) = in.slider[p->slider]; break;
+    case ParamKind::Progress: *static_cast<double*>(param) = in.progress; break;
+    case ParamKind::Colour: *static_cast<f0r_param_color_t*>(param) = in.colour; break;
+    case ParamKind::Mix: *static_cast<double*>(param) = in.mix; break;
+    }
+}
+
+void f0r_update(f0r_instance_t instance, double, const uint32_t* inframe, uint32_t* outframe) {
+    if (!instance || !inframe || !outframe) return;
+    static_cast<Instance*>(instance)->render(inframe, outframe);
+}
+
+void f0r_update2(f0r_instance_t instance, double time, const uint32_t* inframe1, const uint32_t*,
+                 const uint32_t*, uint32_t* outframe) {
+    f0r_update(instance, time, inframe1, outframe);
+}
+
+}  // extern "C"
