@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "host/exports.h"
+#include "host/curve_pow.h"
 #include "host/frame_timing.h"
 #include "hostapi/host_context.h"
 
@@ -12,7 +13,7 @@ std::uint32_t speedCurve(std::uint32_t p, std::int8_t speed) {
     if (speed == 0) return p;
     const double s = speed;
     const double e = speed < 0 ? 1.0 + s * 0.008 : 1.0 + (s * 0.01) * 4.0;
-    const double v = std::pow(p * 6.103515625e-05, e) * 16384.0;
+    const double v = curvePow(p * 6.103515625e-05, e) * 16384.0;
     // Speeds below -124 make position 0 infinite; such values saturate.
     if (!(v >= 0.0)) return 0;
     if (v >= 4294967295.0) return 0xFFFFFFFFu;

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
 
 #include "engine/effect_table.h"
+#include "host/curve_pow.h"
 #include "host/exports.h"
 #include "host/frame_timing.h"
 #include "standalone/host_context.h"
@@ -130,6 +132,26 @@ TEST(FrameTiming, SpeedCurveExamples) {
         EXPECT_EQ(timing::speedCurve(16384, std::int8_t(s)), 16384u) << s;
     }
     EXPECT_EQ(timing::speedCurve(4321, 0), 4321u);
+}
+
+// The curve uses its own double-double power function so that no C runtime's pow
+// can change a value; its progress must equal the truncation of the C library's
+// pow wherever both are evaluated (all speeds; positions spread over the range).
+TEST(FrameTiming, SpeedCurveAgreesWithTheLibraryPow) {
+    long compared = 0;
+    for (int s = -124; s <= 127; ++s) {
+        if (s == 0) continue;
+        const double sd = s;
+        const double e = s < 0 ? 1.0 + sd * 0.008 : 1.0 + (sd * 0.01) * 4.0;
+        for (std::uint32_t p = 0; p <= 16384; p += (p < 64 || p > 16320) ? 1 : 29, ++compared) {
+            const auto library = static_cast<std::uint32_t>(std::pow(p * 6.103515625e-05, e) * 16384.0);
+            ASSERT_EQ(timing::speedCurve(p, std::int8_t(s)), library) << "speed " << s << " position " << p;
+        }
+    }
+    EXPECT_GT(compared, 100000);
+    EXPECT_EQ(timing::curvePow(0.0, -0.5), HUGE_VAL);
+    EXPECT_EQ(timing::curvePow(0.25, 0.5), 0.5);
+    EXPECT_EQ(timing::curvePow(0.5, 3.0), 0.125);
 }
 
 TEST(FrameTiming, DirectionsThroughSetupFrame) {
