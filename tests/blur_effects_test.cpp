@@ -151,9 +151,11 @@ TEST(MotionBlur, AngleGivesTheDirection) {
 
 TEST(BlurEffects, EveryPixelFollowsTheClampedWalk) {
     const std::pair<int, int> sizes[] = {{1, 1}, {2, 1}, {1, 2},  {2, 2},  {1, 7},
-                                         {7, 1}, {9, 7}, {17, 5}, {5, 17}, {40, 33}};
-    const std::uint32_t progresses[] = {0, 5000, 16384};
-    const int angles[] = {0, 32, 100, 200, 255};
+                                         {7, 1}, {9, 7}, {17, 5}, {5, 17}, {40, 33}, {70, 66}};
+    const std::uint32_t progresses[] = {0, 1000, 5000, 16384};
+    // Angles (Motion Blur) or amounts (Center Blur); 70 x 66 leaves room for
+    // 31-sample walks that never reach a border.
+    const int angles[] = {0, 32, 64, 100, 128, 192, 200, 255};
     // Varied alpha at 32 bits; at most 240 colours, so the palette form holds them.
     auto colour = [](int x, int y) { return pattern(x % 16, y % 15); };
     for (unsigned effect : {kMotionBlur, kCenterBlur, kRadialBlur})
