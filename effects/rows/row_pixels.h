@@ -9,6 +9,27 @@
 
 namespace rowpx {
 
+// The integer luminance split into its blue, green and red terms (each term
+// depends on one channel only), so L(b, g, r) = blue[b] + green[g] + red[r].
+struct LuminanceTerms {
+    std::uint8_t blue[256], green[256], red[256];
+};
+constexpr LuminanceTerms makeLuminanceTerms() {
+    LuminanceTerms t{};
+    for (int v = 0; v < 256; ++v) {
+        t.blue[v] = static_cast<std::uint8_t>((v >> 3) - (v >> 6));
+        t.green[v] = static_cast<std::uint8_t>((v >> 1) + (v >> 4) + (v >> 5));
+        t.red[v] = static_cast<std::uint8_t>((v >> 2) + (v >> 4) - (v >> 6) + (v >> 7));
+    }
+    return t;
+}
+inline constexpr LuminanceTerms kLuminanceTerms = makeLuminanceTerms();
+
+// L of the blue, green, red bytes at p.
+inline unsigned luminanceAt(const std::uint8_t* p) {
+    return unsigned(kLuminanceTerms.blue[p[0]]) + kLuminanceTerms.green[p[1]] + kLuminanceTerms.red[p[2]];
+}
+
 // Pixel x of a given source row.
 struct PaletteSource {
     const std::uint8_t* table;
