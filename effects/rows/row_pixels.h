@@ -25,6 +25,11 @@ constexpr LuminanceTerms makeLuminanceTerms() {
 }
 inline constexpr LuminanceTerms kLuminanceTerms = makeLuminanceTerms();
 
+// L of blue, green, red values 0 .. 255.
+inline unsigned luminanceAt(unsigned b, unsigned g, unsigned r) {
+    return unsigned(kLuminanceTerms.blue[b]) + kLuminanceTerms.green[g] + kLuminanceTerms.red[r];
+}
+
 // L of the blue, green, red bytes at p.
 inline unsigned luminanceAt(const std::uint8_t* p) {
     return unsigned(kLuminanceTerms.blue[p[0]]) + kLuminanceTerms.green[p[1]] + kLuminanceTerms.red[p[2]];
