@@ -14,3 +14,13 @@ TEST(RowPixels, LuminanceTermsMatchTheFormulaForEveryColour) {
                     FAIL() << b << "," << g << "," << r;
             }
 }
+
+// The multiply-shift mean equals the truncating division for every count and
+// every sum it can meet.
+TEST(RowPixels, ChannelMeanMatchesDivisionOverItsWholeRange) {
+    for (unsigned count = 1; count <= rowpx::ChannelMean::kMaxCount; ++count) {
+        const rowpx::ChannelMean mean(count);
+        for (unsigned sum = 0; sum <= 255 * count; ++sum)
+            if (mean(sum) != sum / count) FAIL() << sum << " / " << count;
+    }
+}

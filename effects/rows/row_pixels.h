@@ -63,6 +63,17 @@ struct DirectRows {
     const std::uint8_t* at(unsigned x, unsigned y) const { return rows[y] + step * x; }
 };
 
+// Division of a sum of `count` channel values (each 0 .. 255) by count, for
+// counts 1 .. 32, as a multiply and shift: with m = ceil(2^18 / count) the
+// result is exact for every sum below 2^18 / count, which covers 255 x count,
+// and the product stays below 2^32 (a unit test checks the whole range).
+struct ChannelMean {
+    std::uint32_t multiplier;
+    static constexpr unsigned kMaxCount = 32;
+    explicit ChannelMean(unsigned count) : multiplier(((1u << 18) + count - 1) / count) {}
+    unsigned operator()(unsigned sum) const { return (sum * multiplier) >> 18; }
+};
+
 // Writes the effect value (vb, vg, vr) at o: as it is, or through the alpha mix
 // over source pixel s with alpha a, which becomes the output alpha.
 template <bool Alpha>
