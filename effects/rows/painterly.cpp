@@ -276,41 +276,50 @@ void frescoRow(unsigned y, std::uint32_t progress, unsigned width, unsigned heig
     frescoPixel(src, width - 1, y, width, y0, rowCount, shown, kept, out + outStep * (width - 1), Alpha);
 }
 
-// How many of the column's rows y0 .. y0 + count - 1 have a luminance below 128.
-template <class Rows>
-inline unsigned darkCount(const Rows& src, unsigned x, unsigned y0, unsigned count) {
-    unsigned dark = 0;
-    for (unsigned i = 0; i < count; ++i) {
-        const std::uint8_t* p = src.at(x, y0 + i);
-        dark += px::luminance(p[0], p[1], p[2]) < 128;
-    }
-    return dark;
-}
-
 // Stamp: the effect colour where the picked luminance of the neighbourhood is
 // below 128, its inverse elsewhere. Only the picked key matters, and the key at
 // sorted position k is 128 or more exactly when at most k keys lie below 128.
-template <class Rows>
-void stampRow(unsigned y, unsigned width, unsigned height, const Rows& src, std::uint8_t* out, bool alpha) {
+// In blocks: each column's count of dark pixels over the rows y - 1 .. y + 1
+// that exist, then the counts of three neighbouring columns against the pick.
+template <bool Alpha, class Keys>
+void stampRow(unsigned y, unsigned width, unsigned height, const std::uint8_t* const* rows, const Keys& src,
+              std::uint8_t* out) {
     if (width == 0) return;
     const std::uint32_t colour = renderState().colour;
     const unsigned cb = px::colourBlue(colour), cg = px::colourGreen(colour), cr = px::colourRed(colour);
-    const unsigned step = alpha ? 4 : 3;
+    constexpr unsigned kOutStep = Alpha ? 4 : 3, kBlock = 256;
     const unsigned y0 = y > 0 ? y - 1 : y, rowCount = (y + 1 < height ? y + 1 : y) - y0 + 1;
-
-    unsigned left = 0, middle = darkCount(src, 0, y0, rowCount);
-    unsigned right = width > 1 ? darkCount(src, 1, y0, rowCount) : 0;
-    for (unsigned x = 0; x < width; ++x, out += step) {
-        const unsigned n = rowCount * (1u + (x > 0) + (x + 1 < width));
-        const bool light = left + middle + right <= pickPosition(n);
-        const std::uint8_t* c = src.at(x, y);
-        if (light)
-            putPixel(out, c, 255 - cb, 255 - cg, 255 - cr, alpha);
-        else
-            putPixel(out, c, cb, cg, cr, alpha);
-        left = middle;
-        middle = right;
-        right = x + 2 < width ? darkCount(src, x + 2, y0, rowCount) : 0;
+    const std::uint8_t* const own = rows[y];
+    // dark[i] counts column x0 - 1 + i; columns outside the picture count 0.
+    std::uint8_t dark[kBlock + 2];
+    for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
+        const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
+        const unsigned first = x0 > 0 ? 0 : 1, end = x0 + count < width ? count + 2 : count + 1;
+        dark[0] = dark[count + 1] = 0;
+        const std::uint8_t *bottom = rows[y0], *middle = rows[y0 + rowCount / 2], *top = rows[y0 + rowCount - 1];
+        if (rowCount == 3)
+            for (unsigned i = first; i < end; ++i) {
+                const unsigned x = x0 - 1 + i;
+                dark[i] = static_cast<std::uint8_t>((src.key(bottom, x) < 128) + (src.key(middle, x) < 128) +
+                                                    (src.key(top, x) < 128));
+            }
+        else  // one or two rows: bottom and top (the same row for one)
+            for (unsigned i = first; i < end; ++i) {
+                const unsigned x = x0 - 1 + i;
+                dark[i] = static_cast<std::uint8_t>((src.key(bottom, x) < 128) +
+                                                    (rowCount == 2 && src.key(top, x) < 128));
+            }
+        std::uint8_t* o = out + kOutStep * x0;
+        for (unsigned i = 0; i < count; ++i, o += kOutStep) {
+            const unsigned x = x0 + i;
+            const unsigned n = rowCount * (1u + (x > 0) + (x + 1 < width));
+            const bool light = unsigned(dark[i]) + dark[i + 1] + dark[i + 2] <= pickPosition(n);
+            const std::uint8_t* c = src.pixel(own, x);
+            if (light)
+                put<Alpha>(o, c, Alpha ? c[3] : 0u, 255 - cb, 255 - cg, 255 - cr);
+            else
+                put<Alpha>(o, c, Alpha ? c[3] : 0u, cb, cg, cr);
+        }
     }
 }
 
@@ -338,10 +347,12 @@ FLR_ROW2(FrescoLine2) {
 
 FLR_ROW1(StampLine1) {
     (void)progress;
-    stampRow(y, width, height, PaletteRows{rows, colourTable}, out, false);
+    stampRow<false>(y, width, height, rows, PaletteKeys(colourTable), out);
 }
 FLR_ROW2(StampLine2) {
     (void)progress;
-    const bool alpha = hasAlpha != 0;
-    stampRow(y, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
+    if (hasAlpha)
+        stampRow<true>(y, width, height, rows, DirectKeys<4>{}, out);
+    else
+        stampRow<false>(y, width, height, rows, DirectKeys<3>{}, out);
 }
