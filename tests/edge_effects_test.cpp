@@ -321,23 +321,31 @@ std::vector<Bgra> plainCharcoal(const View& src) {
 
 TEST(Charcoal, EveryPixelFollowsThePlainProcedure) {
     const std::pair<int, int> sizes[] = {{1, 1}, {2, 3}, {3, 3}, {3, 2}, {1, 7}, {7, 1}, {4, 5}, {37, 23}, {300, 6}};
-    // Strong local contrast so that many blocks are darker than their centre's
-    // surroundings; varied alpha at 32 bits, at most 240 colours for palettes.
-    auto colour = [](int x, int y) {
+    // Strong local contrast, and gentle variation where the block means exceed
+    // their centres by every small amount (each step of 1 darkens by 32, 8 or
+    // more to black); varied alpha at 32 bits, at most 240 colours for palettes.
+    auto strong = [](int x, int y) {
         Bgra c = pattern(x % 16, y % 15);
         c.a = std::uint8_t(x * 29 + y * 53);
         return c;
     };
+    auto gentle = [](int x, int y) {
+        const int i = (x % 16) * 15 + y % 15;
+        return Bgra{std::uint8_t(90 + (i * 7) % 23), std::uint8_t(120 + (i * 11) % 19), std::uint8_t(60 + (i * 5) % 29),
+                    std::uint8_t(x * 29 + y * 53)};
+    };
     for (const auto& size : sizes)
-        for (int bits : kAllBits) {
-            Owned src(makeColours(size.first, size.second, bits, colour));
-            Owned out(runFilter(kCharcoal, src, 16384));
-            ASSERT_NE(out.h, nullptr);
-            View in(src), v(out);
-            const std::vector<Bgra> want = plainCharcoal(in);
-            for (int y = 0; y < size.second; ++y)
-                for (int x = 0; x < size.first; ++x)
-                    ASSERT_EQ(v.at(x, y), want[std::size_t(y * size.first + x)])
-                        << size.first << "x" << size.second << " " << bits << " bits at " << x << "," << y;
-        }
+        for (int bits : kAllBits)
+            for (const auto& colour :
+                 {std::function<Bgra(int, int)>(strong), std::function<Bgra(int, int)>(gentle)}) {
+                Owned src(makeColours(size.first, size.second, bits, colour));
+                Owned out(runFilter(kCharcoal, src, 16384));
+                ASSERT_NE(out.h, nullptr);
+                View in(src), v(out);
+                const std::vector<Bgra> want = plainCharcoal(in);
+                for (int y = 0; y < size.second; ++y)
+                    for (int x = 0; x < size.first; ++x)
+                        ASSERT_EQ(v.at(x, y), want[std::size_t(y * size.first + x)])
+                            << size.first << "x" << size.second << " " << bits << " bits at " << x << "," << y;
+            }
 }

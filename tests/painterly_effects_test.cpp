@@ -292,7 +292,9 @@ Bgra plainPainterly(unsigned effect, const View& src, int x, int y, std::uint32_
     const Bgra s = src.at(x, y);
     Bgra v;
     if (effect == kFresco) {
-        auto fade = [&](int q, int c) { return std::uint8_t((std::uint32_t(q & 192) * progress + std::uint32_t(c) * (16384 - progress)) >> 14); };
+        auto fade = [&](int q, int c) {
+            return std::uint8_t((std::uint32_t(q & 192) * progress + std::uint32_t(c) * (16384 - progress)) >> 14);
+        };
         v = rgb(fade(e.c.b, s.b), fade(e.c.g, s.g), fade(e.c.r, s.r));
     } else {
         const Bgra paint = rgb(int(colourRef >> 16) & 255, int(colourRef >> 8) & 255, int(colourRef) & 255);
