@@ -100,33 +100,46 @@ void loadPaddedRow(const dib::Source& src, std::uint32_t y, std::uint8_t* pad) {
     }
 }
 
-// Writes one output pixel, taking alpha from the source pixel on 32-bit pictures.
-inline void putPixel(std::uint8_t* out, const std::uint8_t* srcRow, std::size_t x, bool alpha, unsigned b,
-                     unsigned g, unsigned r) {
-    std::uint8_t* o = out + x * (alpha ? 4 : 3);
-    o[0] = static_cast<std::uint8_t>(b);
-    o[1] = static_cast<std::uint8_t>(g);
-    o[2] = static_cast<std::uint8_t>(r);
-    if (alpha) o[3] = srcRow[4 * x + 3];
+// Output row `out` from a row of blue, green, red triples: the triples
+// themselves for 24-bit output, with the source pixels' alpha for 32-bit.
+inline void putTriples(std::uint8_t* out, const std::uint8_t* triples, const std::uint8_t* srcRow, std::size_t w,
+                       bool alpha) {
+    if (!alpha) {
+        std::memcpy(out, triples, 3 * w);
+        return;
+    }
+    for (std::size_t x = 0; x < w; ++x, out += 4, triples += 3)
+        out[0] = triples[0], out[1] = triples[1], out[2] = triples[2], out[3] = srcRow[4 * x + 3];
 }
 
+// Working rows a finish function may use: one 16-bit value and one byte per
+// channel byte of the row.
+struct Work {
+    std::int16_t* shares;
+    std::uint8_t* triples;
+};
+
 // Runs Kernel across and then down the picture (edges repeated). For each row,
-// finish(centre, blurred, outRow, srcRow, width, hasAlpha) gets the source row as
-// padded triples (row at centre), the rounded filtered triples and the output row.
+// finish(centre, blurred, outRow, srcRow, width, hasAlpha, work) gets the source
+// row as padded triples (row at centre), the rounded filtered triples, the
+// output row and working rows.
 template <class Kernel, class Finish>
 HGLOBAL separableFilter(HGLOBAL picture, Finish finish) {
     dib::Source src(picture);
     if (!src.ok()) return nullptr;
     const std::uint32_t w = src.layout().width, h = src.layout().height;
     const std::size_t rowLen = std::size_t(w) * 3, padLen = rowLen + 12;
-    Scratch scratch(kTaps * rowLen * sizeof(std::uint16_t) + kTaps * padLen + rowLen);
+    Scratch scratch(kTaps * rowLen * sizeof(std::uint16_t) + rowLen * sizeof(std::int16_t) + kTaps * padLen +
+                    2 * rowLen);
     if (!scratch.get()) return nullptr;
     dib::Output out(src);
     if (!out.ok()) return nullptr;
 
     auto* across = static_cast<std::uint16_t*>(scratch.get());   // kTaps rows of sums across
-    auto* padded = reinterpret_cast<std::uint8_t*>(across + kTaps * rowLen);
+    auto* shares = reinterpret_cast<std::int16_t*>(across + kTaps * rowLen);  // finish's per-byte weights
+    auto* padded = reinterpret_cast<std::uint8_t*>(shares + rowLen);
     std::uint8_t* blurred = padded + kTaps * padLen;
+    std::uint8_t* triples = blurred + rowLen;   // finish's result row before alpha is added
     constexpr unsigned k0 = Kernel::k[0], k1 = Kernel::k[1], k2 = Kernel::k[2], k3 = Kernel::k[3],
                        k4 = Kernel::k[4];
     constexpr unsigned total = (k0 + k1 + k2 + k3 + k4) * (k0 + k1 + k2 + k3 + k4);
@@ -150,11 +163,15 @@ HGLOBAL separableFilter(HGLOBAL picture, Finish finish) {
             const std::uint32_t clamped = yy < 0 ? 0 : (yy >= h ? h - 1 : std::uint32_t(yy));
             r[d] = across + (clamped % kTaps) * rowLen;
         }
+        // Rounded sums stay below 2^16 (25 x 255 + 12, 256 x 255 + 128), so
+        // 16-bit lanes hold them.
         for (std::size_t i = 0; i < rowLen; ++i) {
-            const unsigned sum = k0 * r[0][i] + k1 * r[1][i] + k2 * r[2][i] + k3 * r[3][i] + k4 * r[4][i];
-            blurred[i] = static_cast<std::uint8_t>((sum + total / 2) / total);
+            const auto rounded = static_cast<std::uint16_t>(k0 * r[0][i] + k1 * r[1][i] + k2 * r[2][i] +
+                                                            k3 * r[3][i] + k4 * r[4][i] + total / 2);
+            blurred[i] = static_cast<std::uint8_t>(rounded / std::uint16_t(total));
         }
-        finish(padded + (y % kTaps) * padLen + 6, blurred, out.row(y), src.row(y), w, src.hasAlpha());
+        const Work work{shares, triples};
+        finish(padded + (y % kTaps) * padLen + 6, blurred, out.row(y), src.row(y), w, src.hasAlpha(), work);
     }
     return out.release();
 }
@@ -166,25 +183,29 @@ inline int absolute(int v) { return v < 0 ? -v : v; }
 extern "C" HGLOBAL FLR_STDCALL HueKit_Smooth(HGLOBAL picture, std::uint32_t, std::uint32_t) {
     return separableFilter<Box5>(picture, [](const std::uint8_t* centre, const std::uint8_t* mean,
                                              std::uint8_t* out, const std::uint8_t* srcRow, std::uint32_t w,
-                                             bool alpha) {
-        for (std::size_t x = 0; x < w; ++x, centre += 3, mean += 3) {
-            const int db = mean[0] - centre[0], dg = mean[1] - centre[1], dr = mean[2] - centre[2];
-            int largest = absolute(db);
-            if (absolute(dg) > largest) largest = absolute(dg);
-            if (absolute(dr) > largest) largest = absolute(dr);
-            const int share = kShares.share[largest];
-            putPixel(out, srcRow, x, alpha, unsigned(centre[0] + db * share / 256),
-                     unsigned(centre[1] + dg * share / 256), unsigned(centre[2] + dr * share / 256));
+                                             bool alpha, const Work& work) {
+        // Each pixel's share by its largest channel difference, for its three
+        // bytes; then every byte moved by its share (a plain loop the compiler
+        // vectorises), straight into a 24-bit output row.
+        const std::size_t bytes = std::size_t(w) * 3;
+        for (std::size_t i = 0; i < bytes; i += 3) {
+            const int db = absolute(mean[i] - centre[i]), dg = absolute(mean[i + 1] - centre[i + 1]),
+                      dr = absolute(mean[i + 2] - centre[i + 2]);
+            const int largestBg = db > dg ? db : dg, largest = largestBg > dr ? largestBg : dr;
+            work.shares[i] = work.shares[i + 1] = work.shares[i + 2] = kShares.share[largest];
         }
+        std::uint8_t* smoothed = alpha ? work.triples : out;
+        for (std::size_t i = 0; i < bytes; ++i)
+            smoothed[i] = static_cast<std::uint8_t>(centre[i] + (mean[i] - centre[i]) * work.shares[i] / 256);
+        if (alpha) putTriples(out, smoothed, srcRow, w, true);
     });
 }
 
 extern "C" HGLOBAL FLR_STDCALL HueKit_Soften(HGLOBAL picture, std::uint32_t, std::uint32_t) {
     return separableFilter<Binomial5>(picture, [](const std::uint8_t*, const std::uint8_t* blurred,
                                                   std::uint8_t* out, const std::uint8_t* srcRow,
-                                                  std::uint32_t w, bool alpha) {
-        for (std::size_t x = 0; x < w; ++x, blurred += 3)
-            putPixel(out, srcRow, x, alpha, blurred[0], blurred[1], blurred[2]);
+                                                  std::uint32_t w, bool alpha, const Work&) {
+        putTriples(out, blurred, srcRow, w, alpha);
     });
 }
 
@@ -198,12 +219,20 @@ extern "C" HGLOBAL FLR_STDCALL HueKit_Simplify(HGLOBAL picture, std::uint32_t, s
     if (!out.ok()) return nullptr;
     static constexpr LevelTable levels{};
     auto* row = static_cast<std::uint8_t*>(scratch.get());
-    const bool alpha = src.hasAlpha();
+    const std::size_t w = in.width;
     for (std::uint32_t y = 0; y < in.height; ++y) {
-        loadPaddedRow(src, y, row);
-        const std::uint8_t* p = row + 6;
-        for (std::size_t x = 0; x < in.width; ++x, p += 3)
-            putPixel(out.row(y), src.row(y), x, alpha, levels.v[p[0]], levels.v[p[1]], levels.v[p[2]]);
+        const std::uint8_t* s = src.row(y);
+        std::uint8_t* o = out.row(y);
+        if (in.bitCount == 24) {   // byte for byte
+            for (std::size_t i = 0; i < 3 * w; ++i) o[i] = levels.v[s[i]];
+        } else if (in.bitCount == 32) {
+            for (std::size_t x = 0; x < w; ++x, o += 4, s += 4)
+                o[0] = levels.v[s[0]], o[1] = levels.v[s[1]], o[2] = levels.v[s[2]], o[3] = s[3];
+        } else {
+            loadPaddedRow(src, y, row);
+            const std::uint8_t* p = row + 6;
+            for (std::size_t i = 0; i < 3 * w; ++i) o[i] = levels.v[p[i]];
+        }
     }
     return out.release();
 }

@@ -151,9 +151,11 @@ TEST(MotionBlur, AngleGivesTheDirection) {
 
 TEST(BlurEffects, EveryPixelFollowsTheClampedWalk) {
     const std::pair<int, int> sizes[] = {{1, 1}, {2, 1}, {1, 2},  {2, 2},  {1, 7},
-                                         {7, 1}, {9, 7}, {17, 5}, {5, 17}, {40, 33}};
-    const std::uint32_t progresses[] = {0, 5000, 16384};
-    const int angles[] = {0, 32, 100, 200, 255};
+                                         {7, 1}, {9, 7}, {17, 5}, {5, 17}, {40, 33}, {70, 66}};
+    const std::uint32_t progresses[] = {0, 1000, 5000, 16384};
+    // Angles (Motion Blur) or amounts (Center Blur); 70 x 66 leaves room for
+    // 31-sample walks that never reach a border.
+    const int angles[] = {0, 32, 64, 100, 128, 192, 200, 255};
     // Varied alpha at 32 bits; at most 240 colours, so the palette form holds them.
     auto colour = [](int x, int y) { return pattern(x % 16, y % 15); };
     for (unsigned effect : {kMotionBlur, kCenterBlur, kRadialBlur})
@@ -183,4 +185,31 @@ TEST(BlurEffects, EveryPixelFollowsTheClampedWalk) {
 TEST(BlurEffects, RendersRepeatExactly) {
     for (unsigned effect : {kMotionBlur, kCenterBlur, kRadialBlur})
         EXPECT_TRUE(renderForms(effect, 15, 13, pattern, 12000, 77).repeatable) << effect;
+}
+
+TEST(BlurEffects, LargerPicturesFollowTheClampedWalk) {
+    // Far from the centre many neighbouring pixels walk alike; these sizes give
+    // long runs of them, with 32-bit alpha and palette forms.
+    const std::pair<int, int> sizes[] = {{257, 131}, {131, 257}};
+    auto colour = [](int x, int y) {
+        Bgra c = pattern(x % 16, y % 15);
+        c.a = std::uint8_t(x * 29 + y * 53);
+        return c;
+    };
+    for (unsigned effect : {kMotionBlur, kCenterBlur, kRadialBlur})
+        for (const auto& size : sizes)
+            for (int bits : {8, 32}) {
+                Owned src(makeColours(size.first, size.second, bits, colour));
+                View in(src);
+                for (int p1 : {77, 255}) {
+                    Owned out(runFilter(effect, src, 16384, std::uint16_t(p1)));
+                    ASSERT_NE(out.h, nullptr);
+                    View v(out);
+                    for (int y = 0; y < size.second; ++y)
+                        for (int x = 0; x < size.first; ++x)
+                            ASSERT_EQ(v.at(x, y), expectedBlur(effect, in, x, y, 16384, p1))
+                                << effect << " " << size.first << "x" << size.second << " " << bits << " bits, P1 "
+                                << p1 << " at " << x << "," << y;
+                }
+            }
 }

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "engine/filters.h"
 #include "hostapi/host_ops.h"
-#include "tests/picture_support.h"
+#include "tests/colour_pictures.h"
 
 using namespace testpic;
 
@@ -272,4 +274,72 @@ TEST(CompositeEffects, GlassAndColorPencilStopCleanlyAtAFailingStep) {
         }
         EXPECT_EQ(plat::liveBlocks(), live);
     }
+}
+
+namespace {
+
+// The colour operations written out pixel by pixel from their descriptions:
+// 5 x 5 windows with the edge pixels repeated, rounded means, Smooth's share by
+// the largest channel difference, Simplify's nearest of eight levels; alpha kept.
+Bgra plainColourOp(const std::string& name, const View& src, int x, int y) {
+    const Bgra s = src.at(x, y);
+    const int own[3] = {s.b, s.g, s.r};
+    int value[3];
+    if (name == "Simplify") {
+        for (int i = 0; i < 3; ++i) value[i] = (((own[i] * 7 + 127) / 255) * 255 + 3) / 7;
+    } else {
+        const int binomial[5] = {1, 4, 6, 4, 1};
+        const bool box = name == "Smooth";
+        int sum[3] = {0, 0, 0};
+        for (int dy = -2; dy <= 2; ++dy)
+            for (int dx = -2; dx <= 2; ++dx) {
+                const Bgra c = src.at(std::clamp(x + dx, 0, src.width() - 1), std::clamp(y + dy, 0, src.height() - 1));
+                const int weight = box ? 1 : binomial[dx + 2] * binomial[dy + 2];
+                sum[0] += weight * c.b, sum[1] += weight * c.g, sum[2] += weight * c.r;
+            }
+        const int total = box ? 25 : 256;
+        int largest = 0;
+        for (int i = 0; i < 3; ++i) {
+            value[i] = (sum[i] + total / 2) / total;
+            largest = std::max(largest, std::abs(value[i] - own[i]));
+        }
+        if (box) {
+            const int share = largest < 48 ? (48 - largest) * 256 / 48 : 0;
+            for (int i = 0; i < 3; ++i) value[i] = own[i] + (value[i] - own[i]) * share / 256;
+        }
+    }
+    return Bgra{std::uint8_t(value[0]), std::uint8_t(value[1]), std::uint8_t(value[2]),
+                src.header().biBitCount == 32 ? s.a : std::uint8_t(255)};
+}
+
+}  // namespace
+
+TEST(ColourOps, EveryPixelFollowsThePlainOperation) {
+    const std::pair<int, int> sizes[] = {{1, 1}, {2, 3}, {7, 1}, {1, 7}, {4, 4}, {37, 23}, {300, 5}};
+    // Strong contrast, and gentle variation within Smooth's reach of 48.
+    auto strong = [](int x, int y) {
+        Bgra c = pattern(x % 16, y % 15);
+        c.a = std::uint8_t(x * 29 + y * 53);
+        return c;
+    };
+    auto gentle = [](int x, int y) {
+        const int i = (x % 16) * 15 + y % 15;
+        return Bgra{std::uint8_t(90 + (i * 7) % 53), std::uint8_t(120 + (i * 11) % 37), std::uint8_t(60 + (i * 5) % 71),
+                    std::uint8_t(x * 29 + y * 53)};
+    };
+    for (const NamedOp& op : kOps)
+        for (const auto& size : sizes)
+            for (int bits : {8, 24, 32})
+                for (const auto& colour :
+                     {std::function<Bgra(int, int)>(strong), std::function<Bgra(int, int)>(gentle)}) {
+                    Owned src(makeColours(size.first, size.second, bits, colour));
+                    Owned out(apply(op.op, src));
+                    ASSERT_NE(out.h, nullptr);
+                    View in(src), v(out);
+                    for (int y = 0; y < size.second; ++y)
+                        for (int x = 0; x < size.first; ++x)
+                            ASSERT_EQ(v.at(x, y), plainColourOp(op.name, in, x, y))
+                                << op.name << " " << size.first << "x" << size.second << " " << bits << " bits at "
+                                << x << "," << y;
+                }
 }

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <set>
 #include <utility>
 #include <vector>
@@ -386,4 +388,76 @@ TEST(DisplacementEffects, LargestPictureRows) {
         KaleidoscopeLine2(40000, c.progress, n, n, rows.data(), out.data(), 0);
         EXPECT_EQ(column(c.x), c.from) << "Kaleidoscope " << c.x << " progress " << c.progress;
     }
+}
+
+namespace {
+
+// Shake at (x, y) written out step by step: the walk clamped after every step,
+// each sample folded in, then the luminance blend and the alpha mix.
+Bgra plainShake(const View& src, int x, int y, std::uint32_t progress, int angle, int amount) {
+    const double t = (angle * 0.00392156862745098) * 6.2831853071958;
+    const int vx = int(15.0 * std::sin(t)), vy = int(15.0 * std::cos(t));
+    const int sx = (vx > 0) - (vx < 0), sy = (vy > 0) - (vy < 0), mx = std::abs(vx), my = std::abs(vy);
+    const unsigned n = ((unsigned(amount) >> 3) * progress) >> 14;
+    const int w = src.width(), h = src.height();
+    const Bgra s = src.at(x, y);
+    unsigned a[3] = {s.b, s.g, s.r};
+    int px = x, py = y, ex = sx, ey = sy;
+    for (unsigned k = 0; k < n; ++k) {
+        if (ey < ex) {
+            px += sx;
+            ey += my;
+        } else {
+            py += sy;
+            ex += mx;
+        }
+        px = px < 0 ? 0 : px >= w ? w - 1 : px;
+        py = py < 0 ? 0 : py >= h ? h - 1 : py;
+        const Bgra q = src.at(px, py);
+        const unsigned v[3] = {q.b, q.g, q.r};
+        for (int i = 0; i < 3; ++i) a[i] = (v[i] + 7 * a[i]) / 8;
+    }
+    const unsigned l = unsigned(px::luminance(int(a[0]), int(a[1]), int(a[2])));
+    const unsigned own[3] = {s.b, s.g, s.r};
+    std::uint8_t out[3];
+    for (int i = 0; i < 3; ++i) out[i] = std::uint8_t((own[i] * l + a[i] * (255 - l)) / 255);
+    const unsigned al = s.a;
+    auto mix = [&](unsigned sc, unsigned vc) { return std::uint8_t((sc * (255 - al) + vc * al) / 255); };
+    return Bgra{mix(s.b, out[0]), mix(s.g, out[1]), mix(s.r, out[2]), s.a};
+}
+
+}  // namespace
+
+TEST(Shake, EveryPixelFollowsThePlainWalk) {
+    const std::pair<int, int> sizes[] = {{1, 1}, {2, 1}, {1, 2}, {3, 2}, {1, 9}, {9, 1}, {37, 23}, {70, 40}};
+    const int angles[] = {0, 1, 3, 32, 64, 96, 128, 160, 192, 224, 255};
+    const int amounts[] = {0, 7, 8, 128, 255};
+    const std::uint32_t progresses[] = {0, 1000, 16384};
+    // Varied alpha at 32 bits; 8-bit forms read 240 distinct colours from their table.
+    auto colour = [](int x, int y) {
+        Bgra c = pattern(x % 16, y % 15);
+        c.a = std::uint8_t(x * 29 + y * 53);
+        return c;
+    };
+    for (const auto& size : sizes)
+        for (int bits : {8, 24, 32}) {
+            Owned src(bits == 8 ? make(size.first, size.second, 8,
+                                       [](int x, int y) { return Bgra{std::uint8_t(x * 31 + y * 17), 0, 0, 0}; },
+                                       palette256())
+                                : make(size.first, size.second, bits, colour));
+            View in(src);
+            for (int angle : angles)
+                for (int amount : amounts)
+                    for (std::uint32_t progress : progresses) {
+                        Owned out(runFilter(kShake, src, progress, std::uint16_t(angle), std::uint16_t(amount)));
+                        ASSERT_NE(out.h, nullptr);
+                        View v(out);
+                        for (int y = 0; y < size.second; ++y)
+                            for (int x = 0; x < size.first; ++x)
+                                ASSERT_EQ(v.at(x, y), plainShake(in, x, y, progress, angle, amount))
+                                    << size.first << "x" << size.second << " " << bits << " bits, angle " << angle
+                                    << ", amount " << amount << ", progress " << progress << " at " << x << ","
+                                    << y;
+                    }
+        }
 }

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 #include <utility>
 
 #include "effects/rows/row_effects.h"
+#include "engine/pixel.h"
 #include "resources/string_ids.h"
 #include "tests/colour_pictures.h"
 
@@ -279,4 +281,71 @@ TEST(EdgeEffects, FormsAgreeAndRendersRepeatExactly) {
     // Odd sizes with real alpha repeat too.
     for (unsigned effect : {kFindEdges, kContours, kCharcoal})
         EXPECT_TRUE(renderForms(effect, 7, 9, pattern, 16384, 0, kColourRef).repeatable) << effect;
+}
+
+namespace {
+
+// Charcoal over a whole picture written out plainly: two value lines of
+// width + 1 entries starting at 255, row y writing line y mod 2 and reading the
+// other; the full 3 x 3 means, the clamped darkness, the luminance, the average
+// with the three values below starting at x, then the alpha mix.
+std::vector<Bgra> plainCharcoal(const View& src) {
+    const int w = src.width(), h = src.height();
+    std::vector<int> line[2] = {std::vector<int>(std::size_t(w) + 1, 255), std::vector<int>(std::size_t(w) + 1, 255)};
+    std::vector<Bgra> out(std::size_t(w) * std::size_t(h));
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const Bgra s = src.at(x, y);
+            int v = 255;
+            if (y > 0 && y < h - 1 && x > 0 && x < w - 1) {
+                int sum[3] = {0, 0, 0};
+                for (int yy = y - 1; yy <= y + 1; ++yy)
+                    for (int xx = x - 1; xx <= x + 1; ++xx) {
+                        const Bgra c = src.at(xx, yy);
+                        sum[0] += c.b, sum[1] += c.g, sum[2] += c.r;
+                    }
+                const int own[3] = {s.b, s.g, s.r};
+                int light[3];
+                for (int i = 0; i < 3; ++i) light[i] = 255 - std::min(255, std::max(0, 32 * (sum[i] / 9 - own[i])));
+                const std::vector<int>& below = line[(y + 1) % 2];
+                v = (below[std::size_t(x)] + below[std::size_t(x) + 1] + below[std::size_t(x) + 2] +
+                     px::luminance(light[0], light[1], light[2])) >> 2;
+                line[y % 2][std::size_t(x)] = v;
+            }
+            out[std::size_t(y) * std::size_t(w) + std::size_t(x)] = alphaMixed(s, grey(v));
+        }
+    return out;
+}
+
+}  // namespace
+
+TEST(Charcoal, EveryPixelFollowsThePlainProcedure) {
+    const std::pair<int, int> sizes[] = {{1, 1}, {2, 3}, {3, 3}, {3, 2}, {1, 7}, {7, 1}, {4, 5}, {37, 23}, {300, 6}};
+    // Strong local contrast, and gentle variation where the block means exceed
+    // their centres by every small amount (each step of 1 darkens by 32, 8 or
+    // more to black); varied alpha at 32 bits, at most 240 colours for palettes.
+    auto strong = [](int x, int y) {
+        Bgra c = pattern(x % 16, y % 15);
+        c.a = std::uint8_t(x * 29 + y * 53);
+        return c;
+    };
+    auto gentle = [](int x, int y) {
+        const int i = (x % 16) * 15 + y % 15;
+        return Bgra{std::uint8_t(90 + (i * 7) % 23), std::uint8_t(120 + (i * 11) % 19), std::uint8_t(60 + (i * 5) % 29),
+                    std::uint8_t(x * 29 + y * 53)};
+    };
+    for (const auto& size : sizes)
+        for (int bits : kAllBits)
+            for (const auto& colour :
+                 {std::function<Bgra(int, int)>(strong), std::function<Bgra(int, int)>(gentle)}) {
+                Owned src(makeColours(size.first, size.second, bits, colour));
+                Owned out(runFilter(kCharcoal, src, 16384));
+                ASSERT_NE(out.h, nullptr);
+                View in(src), v(out);
+                const std::vector<Bgra> want = plainCharcoal(in);
+                for (int y = 0; y < size.second; ++y)
+                    for (int x = 0; x < size.first; ++x)
+                        ASSERT_EQ(v.at(x, y), want[std::size_t(y * size.first + x)])
+                            << size.first << "x" << size.second << " " << bits << " bits at " << x << "," << y;
+            }
 }

@@ -264,3 +264,87 @@ TEST(Painterly, FormsAgreeAndRendersRepeatExactly) {
                 << effect;
         }
 }
+
+namespace {
+
+// Fresco and Stamp written out pixel by pixel: the neighbourhood list in row
+// order from the bottom, the pairwise exchanges, the pick, then the effect's
+// value and the alpha mix over the source pixel.
+Bgra plainPainterly(unsigned effect, const View& src, int x, int y, std::uint32_t progress,
+                    std::uint32_t colourRef) {
+    struct Entry {
+        Bgra c;
+        int key;
+    };
+    std::vector<Entry> list;
+    for (int yy = y - 1; yy <= y + 1; ++yy)
+        for (int xx = x - 1; xx <= x + 1; ++xx)
+            if (xx >= 0 && yy >= 0 && xx < src.width() && yy < src.height()) {
+                const Bgra c = src.at(xx, yy);
+                list.push_back(Entry{c, px::luminance(c.b, c.g, c.r)});
+            }
+    for (std::size_t i = 1; i < list.size(); ++i)
+        for (std::size_t j = 0; j < i; ++j)
+            if (list[j].key > list[i].key) std::swap(list[j], list[i]);
+    std::size_t pick = (list.size() + 1) / 2;
+    if (pick >= list.size()) pick = list.size() - 1;
+    const Entry& e = list[pick];
+    const Bgra s = src.at(x, y);
+    Bgra v;
+    if (effect == kFresco) {
+        auto fade = [&](int q, int c) {
+            return std::uint8_t((std::uint32_t(q & 192) * progress + std::uint32_t(c) * (16384 - progress)) >> 14);
+        };
+        v = rgb(fade(e.c.b, s.b), fade(e.c.g, s.g), fade(e.c.r, s.r));
+    } else {
+        const Bgra paint = rgb(int(colourRef >> 16) & 255, int(colourRef >> 8) & 255, int(colourRef) & 255);
+        v = e.key & 128 ? rgb(255 - paint.b, 255 - paint.g, 255 - paint.r) : paint;
+    }
+    return alphaMixed(s, v);
+}
+
+}  // namespace
+
+TEST(Painterly, EveryPixelFollowsThePlainProcedure) {
+    // Tie-heavy pictures (one, two or four luminance values, three colours
+    // each) and a varied one; 32-bit forms carry varied alpha.
+    std::vector<std::vector<Bgra>> pools;
+    for (unsigned keys : {1u, 2u, 4u}) pools.push_back(tiedColours(keys, 3));
+    pools.emplace_back();  // the varied pattern
+    const std::pair<int, int> sizes[] = {{1, 1}, {2, 1}, {1, 2}, {2, 2}, {3, 3}, {1, 7},
+                                         {7, 1}, {4, 5}, {37, 23}, {300, 4}};
+    const std::uint32_t progresses[] = {0, 1000, 9999, 16384};
+    for (unsigned effect : {kFresco, kStamp})
+        for (std::size_t poolIndex = 0; poolIndex < pools.size(); ++poolIndex) {
+            const std::vector<Bgra>& pool = pools[poolIndex];
+            auto colour = [&](int x, int y) {
+                Bgra c = pattern(x % 16, y % 15);
+                if (!pool.empty()) {
+                    const std::uint32_t h = std::uint32_t(x * 7919 + y * 104729) * 2654435761u;
+                    c = pool[(h >> 16) % pool.size()];
+                }
+                c.a = std::uint8_t(x * 29 + y * 53);
+                return c;
+            };
+            for (const auto& size : sizes)
+                for (int bits : kAllBits) {
+                    Owned src(makeColours(size.first, size.second, bits, colour));
+                    ASSERT_NE(src.h, nullptr);
+                    View in(src);
+                    for (std::uint32_t progress : progresses) {
+                        if (effect == kStamp && progress != 16384 && progress != 1000) continue;
+                        for (std::uint32_t paint : {0u, kColourRef}) {
+                            Owned out(runFilter(effect, src, progress, 0, 0, 0, paint));
+                            ASSERT_NE(out.h, nullptr);
+                            View v(out);
+                            for (int y = 0; y < size.second; ++y)
+                                for (int x = 0; x < size.first; ++x)
+                                    ASSERT_EQ(v.at(x, y), plainPainterly(effect, in, x, y, progress, paint))
+                                        << effect << " pool " << poolIndex << " " << size.first << "x"
+                                        << size.second << " " << bits << " bits, progress " << progress
+                                        << " at " << x << "," << y;
+                        }
+                    }
+                }
+        }
+}

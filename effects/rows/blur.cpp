@@ -1,8 +1,16 @@
 // Blur effects: Motion Blur, Center Blur and Radial Blur. Each output pixel is
 // the plain average of the source pixel and the samples of an integer walk that
 // starts at it; the effects differ in the walk's direction and length.
+//
+// The walk's choice of axis at each step depends only on its two step counters,
+// never on the position, and it moves one way on each axis; so a walk is a
+// fixed list of offsets from its start, and clamping each step to the picture
+// equals clamping the offset positions. Neighbouring pixels of Center and
+// Radial Blur often walk alike: a walk is laid out once and serves every pixel
+// of the run for which all its decisions stay the same.
 #include <cmath>
 #include <cstddef>
+#include <type_traits>
 
 #include "effects/rows/row_effects.h"
 #include "effects/rows/row_pixels.h"
@@ -13,10 +21,13 @@ namespace {
 
 using namespace rowpx;
 
-struct ColourSum {
-    unsigned b = 0, g = 0, r = 0;
-    void add(const std::uint8_t* p) { b += p[0], g += p[1], r += p[2]; }
-};
+constexpr int kMaxSteps = 31;
+
+// The row driver never passes more than 16384; direct callers get the same
+// bound, which keeps every walk within 31 steps (32 colours per mean).
+inline std::uint32_t progressAtMost(std::uint32_t progress) { return progress > 16384 ? 16384 : progress; }
+
+inline int clampTo(int v, int last) { return v < 0 ? 0 : (v > last ? last : v); }
 
 // A walk's direction vector as signs and magnitudes.
 struct Direction {
@@ -27,44 +38,154 @@ inline Direction direction(int vx, int vy) {
     return Direction{sign(vx), sign(vy), vx < 0 ? -vx : vx, vy < 0 ? -vy : vy};
 }
 
-// The blur walk from (x, y): n steps, each moving along x or y as the two step
-// counters (starting at the signs) decide, then clamping to the picture, then
-// adding the pixel reached. A step may stay put and add the same pixel again.
-// Without kClamp the caller guarantees the walk stays inside: no step moves
-// more than one pixel, so a start at least n pixels from every border does.
-template <bool kClamp, class Rows>
-inline void walk(const Rows& src, int x, int y, Direction d, int n, int width, int height, ColourSum& sum) {
-    int ex = d.sx, ey = d.sy;
-    const std::uint8_t* row = src.rows[y];
+// A walk of n steps as offsets from its start.
+struct WalkPattern {
+    int n = 0;
+    int dx[kMaxSteps], dy[kMaxSteps];
+    int endDx = 0;  // dx after the last step: the farthest column offset
+};
+
+// Which magnitude grows from one pixel of a run to the next.
+enum class Growth { None, X, Y };
+
+// Lays out the walk of d: each step moves along x when ey < ex (ey adding my,
+// ex adding mx for a step along y), the counters starting at the signs. With
+// a x steps and b y steps taken, ey = sy + a my and ex = sx + b mx. Returns how
+// far the growing magnitude may grow with every decision unchanged: a step
+// along y stays one while b (mx + g) <= ey - ex (growth in mx), a step along x
+// while a (my + g) < ex - ey (growth in my); the other decisions only firm up.
+inline int layOut(Direction d, int n, Growth growth, WalkPattern& p) {
+    int ex = d.sx, ey = d.sy, a = 0, b = 0, dx = 0, dy = 0;
+    int slack = 0, weight = 0;  // tightest slack / weight so far; weight 0: no bound
+    auto bound = [&](int s, int w) {
+        if (weight == 0 || s * weight < slack * w) slack = s, weight = w;
+    };
     for (int k = 0; k < n; ++k) {
         if (ey < ex) {
-            x += d.sx;
+            if (growth == Growth::Y && a > 0) bound(ex - ey - 1, a);
+            dx += d.sx;
             ey += d.my;
-            if (kClamp) x = x < 0 ? 0 : (x >= width ? width - 1 : x);
+            ++a;
         } else {
-            y += d.sy;
+            if (growth == Growth::X && b > 0) bound(ey - ex, b);
+            dy += d.sy;
             ex += d.mx;
-            if (kClamp) y = y < 0 ? 0 : (y >= height ? height - 1 : y);
-            row = src.rows[y];
+            ++b;
         }
-        sum.add(src.pixel(row, x));
+        p.dx[k] = dx;
+        p.dy[k] = dy;
+    }
+    p.n = n;
+    p.endDx = dx;
+    return weight == 0 ? 65535 : slack / weight;  // 65535: more than any run
+}
+
+// Sums of the walk samples per byte for pixels x0 .. x0 + count - 1 of a 24-
+// or 32-bit row whose samples all lie inside (an alpha byte is summed along
+// and not used); plain loops the compiler vectorises, two samples per pass.
+template <unsigned Step>
+void sumBlock(const std::uint8_t* own, const std::uint8_t* const* sampleRows, const WalkPattern& p, unsigned x0,
+              unsigned count, std::uint16_t* sum) {
+    const unsigned bytes = Step * count;
+    const std::uint8_t* start = own + Step * x0;
+    for (unsigned i = 0; i < bytes; ++i) sum[i] = start[i];
+    auto sampleAt = [&](int k) { return sampleRows[k] + Step * unsigned(int(x0) + p.dx[k]); };
+    int k = 0;
+    for (; k + 1 < p.n; k += 2) {
+        const std::uint8_t *first = sampleAt(k), *second = sampleAt(k + 1);
+        for (unsigned i = 0; i < bytes; ++i) sum[i] = static_cast<std::uint16_t>(sum[i] + first[i] + second[i]);
+    }
+    if (k < p.n) {
+        const std::uint8_t* sample = sampleAt(k);
+        for (unsigned i = 0; i < bytes; ++i) sum[i] = static_cast<std::uint16_t>(sum[i] + sample[i]);
     }
 }
 
-// Blurs pixel x of row y along d and writes the average of its n + 1 colours.
-template <class Rows>
-inline void blurPixel(const Rows& src, int x, int y, Direction d, int n, int width, int height, bool interior,
-                      std::uint8_t* out, bool alpha) {
-    const std::uint8_t* start = src.pixel(src.rows[y], x);
-    ColourSum sum;
-    sum.add(start);
-    if (interior)
-        walk<false>(src, x, y, d, n, width, height, sum);
-    else
-        walk<true>(src, x, y, d, n, width, height, sum);
-    const unsigned count = unsigned(n) + 1;
-    putPixel(out, start, sum.b / count, sum.g / count, sum.r / count, alpha);
+// Blurs pixels xBegin .. xEnd - 1 of row y, all walking as p. Pixels whose
+// walk would leave the row's sides sample clamped columns one by one; the rest
+// go in blocks (24- and 32-bit sources) or sample by offsets (palette sources).
+template <bool Alpha, class Rows>
+void blurRun(const Rows& src, int y, int width, int height, const WalkPattern& p, const ChannelMean& mean,
+             int xBegin, int xEnd, std::uint8_t* out) {
+    constexpr unsigned kOutStep = Alpha ? 4 : 3;
+    const std::uint8_t* own = src.rows[y];
+    const std::uint8_t* sampleRows[kMaxSteps];
+    for (int k = 0; k < p.n; ++k) sampleRows[k] = src.rows[clampTo(y + p.dy[k], height - 1)];
+
+    auto clampedPixel = [&](int x) {
+        const std::uint8_t* start = src.pixel(own, x);
+        unsigned b = start[0], g = start[1], r = start[2];
+        for (int k = 0; k < p.n; ++k) {
+            const std::uint8_t* c = src.pixel(sampleRows[k], clampTo(x + p.dx[k], width - 1));
+            b += c[0], g += c[1], r += c[2];
+        }
+        put<Alpha>(out + kOutStep * unsigned(x), start, Alpha ? start[3] : 0u, mean(b), mean(g), mean(r));
+    };
+    // Columns x + dx lie between x and x + endDx.
+    int insideBegin = p.endDx < 0 ? -p.endDx : 0, insideEnd = width - (p.endDx > 0 ? p.endDx : 0);
+    insideBegin = insideBegin > xBegin ? insideBegin : xBegin;
+    insideEnd = insideEnd < xEnd ? insideEnd : xEnd;
+    if (insideEnd <= insideBegin) insideBegin = insideEnd = xEnd;
+    for (int x = xBegin; x < insideBegin; ++x) clampedPixel(x);
+
+    if constexpr (std::is_same_v<Rows, DirectRows>) {
+        constexpr unsigned kStep = Alpha ? 4 : 3, kBlock = 256;
+        std::uint16_t sum[kBlock * kStep];
+        for (unsigned x0 = unsigned(insideBegin); x0 < unsigned(insideEnd); x0 += kBlock) {
+            const unsigned count = unsigned(insideEnd) - x0 < kBlock ? unsigned(insideEnd) - x0 : kBlock;
+            sumBlock<kStep>(own, sampleRows, p, x0, count, sum);
+            const std::uint8_t* start = own + kStep * x0;
+            std::uint8_t* o = out + kOutStep * x0;
+            for (unsigned i = 0; i < count; ++i, o += kOutStep, start += kStep) {
+                const std::uint16_t* s = sum + kStep * i;
+                put<Alpha>(o, start, Alpha ? start[3] : 0u, mean(s[0]), mean(s[1]), mean(s[2]));
+            }
+        }
+    } else {
+        for (int x = insideBegin; x < insideEnd; ++x) {
+            const std::uint8_t* start = src.pixel(own, x);
+            unsigned b = start[0], g = start[1], r = start[2];
+            for (int k = 0; k < p.n; ++k) {
+                const std::uint8_t* c = src.pixel(sampleRows[k], x + p.dx[k]);
+                b += c[0], g += c[1], r += c[2];
+            }
+            put<Alpha>(out + kOutStep * unsigned(x), start, 0u, mean(b), mean(g), mean(r));
+        }
+    }
+    for (int x = insideEnd; x < xEnd; ++x) clampedPixel(x);
 }
+
+// Center and Radial Blur: the centre column walks on its own; to its right the
+// growing magnitude is x - centreX, to its left centreX - x, so runs are found
+// going outward from the centre on both sides. vector(x) gives pixel x's vector.
+template <bool Alpha, class Rows, class Vector>
+void blurOutward(const Rows& src, int y, int width, int height, int n, Growth growth, Vector vector,
+                 std::uint8_t* out) {
+    if (width == 0) return;
+    const ChannelMean mean(unsigned(n) + 1);
+    const int centreX = width >> 1;
+    WalkPattern p;
+    layOut(direction(vector(centreX).first, vector(centreX).second), n, Growth::None, p);
+    blurRun<Alpha>(src, y, width, height, p, mean, centreX, centreX + 1, out);
+    for (int x = centreX + 1; x < width;) {
+        const auto v = vector(x);
+        const int grow = layOut(direction(v.first, v.second), n, growth, p);
+        const int end = grow >= width - x ? width : x + grow + 1;
+        blurRun<Alpha>(src, y, width, height, p, mean, x, end, out);
+        x = end;
+    }
+    for (int x = centreX - 1; x >= 0;) {
+        const auto v = vector(x);
+        const int grow = layOut(direction(v.first, v.second), n, growth, p);
+        const int begin = grow >= x ? 0 : x - grow;
+        blurRun<Alpha>(src, y, width, height, p, mean, begin, x + 1, out);
+        x = begin - 1;
+    }
+}
+
+struct VectorPair {
+    int first, second;
+};
 
 // Motion Blur's vector for angle P1: t = P1 / 255 of a turn, in double precision.
 inline Direction motionDirection(unsigned p1) {
@@ -72,111 +193,56 @@ inline Direction motionDirection(unsigned p1) {
     return direction(static_cast<int>(15.0 * std::sin(t)), static_cast<int>(15.0 * std::cos(t)));
 }
 
-constexpr int kMaxPatternSteps = 31;
-
-// Motion Blur: one vector for the whole picture, so the walk takes the same
-// steps from every pixel. Where it cannot reach a border (the walk moves one way
-// on each axis, so its end is its farthest point) the samples are fixed offsets
-// from the pixel; elsewhere the clamped walk runs step by step.
-template <class Rows>
-void motionBlurRow(int y, std::uint32_t progress, int width, int height, const Rows& src, std::uint8_t* out,
-                   bool alpha) {
-    const int n = static_cast<int>((progress * 15u) >> 14);
-    const Direction d = motionDirection(renderState().p1);
-    const unsigned step = alpha ? 4 : 3;
-
-    const std::uint8_t* row = src.rows[y];
-    const std::ptrdiff_t bytes = src.bytesPerPixel();
-    std::ptrdiff_t sampleOffset[kMaxPatternSteps];  // from the pixel's source bytes to each sample's
-    int interiorBegin = 0, interiorEnd = 0;         // x range served by the offsets
-    if (n <= kMaxPatternSteps) {
-        int ex = d.sx, ey = d.sy, dx = 0, dy = 0;
-        int sampleDx[kMaxPatternSteps], sampleDy[kMaxPatternSteps];
-        for (int k = 0; k < n; ++k) {
-            if (ey < ex) {
-                dx += d.sx;
-                ey += d.my;
-            } else {
-                dy += d.sy;
-                ex += d.mx;
-            }
-            sampleDx[k] = dx;
-            sampleDy[k] = dy;
-        }
-        if (y + dy >= 0 && y + dy < height) {
-            for (int k = 0; k < n; ++k)
-                sampleOffset[k] = (src.rows[y + sampleDy[k]] - row) + sampleDx[k] * bytes;
-            interiorBegin = dx < 0 ? -dx : 0;
-            interiorEnd = dx > 0 ? width - dx : width;
-        }
-    }
-
-    for (int x = 0; x < width; ++x, out += step) {
-        if (x < interiorBegin || x >= interiorEnd) {
-            blurPixel(src, x, y, d, n, width, height, false, out, alpha);
-            continue;
-        }
-        const std::uint8_t* at = row + x * bytes;
-        const std::uint8_t* start = src.colour(at);
-        ColourSum sum;
-        sum.add(start);
-        for (int k = 0; k < n; ++k) sum.add(src.colour(at + sampleOffset[k]));
-        const unsigned count = unsigned(n) + 1;
-        putPixel(out, start, sum.b / count, sum.g / count, sum.r / count, alpha);
-    }
+// Motion Blur: one vector for the whole picture, so one walk serves the row.
+template <bool Alpha, class Rows>
+void motionBlurRow(int y, std::uint32_t progress, int width, int height, const Rows& src, std::uint8_t* out) {
+    const int n = static_cast<int>((progressAtMost(progress) * 15u) >> 14);
+    WalkPattern p;
+    layOut(motionDirection(renderState().p1), n, Growth::None, p);
+    blurRun<Alpha>(src, y, width, height, p, ChannelMean(unsigned(n) + 1), 0, width, out);
 }
 
 // Center Blur: outward along the line from the centre through each pixel.
-template <class Rows>
-void centerBlurRow(int y, std::uint32_t progress, int width, int height, const Rows& src, std::uint8_t* out,
-                   bool alpha) {
+template <bool Alpha, class Rows>
+void centerBlurRow(int y, std::uint32_t progress, int width, int height, const Rows& src, std::uint8_t* out) {
     const unsigned amount = renderState().p1 > 255 ? 255u : renderState().p1;
-    const int n = static_cast<int>(((amount >> 3) * progress) >> 14);
+    const int n = static_cast<int>(((amount >> 3) * progressAtMost(progress)) >> 14);
     const int vy = y - (height >> 1), centreX = width >> 1;
-    const bool rowInterior = y >= n && y + n < height;
-    const unsigned step = alpha ? 4 : 3;
-    for (int x = 0; x < width; ++x, out += step) {
-        const bool interior = rowInterior && x >= n && x + n < width;
-        blurPixel(src, x, y, direction(x - centreX, vy), n, width, height, interior, out, alpha);
-    }
+    blurOutward<Alpha>(src, y, width, height, n, Growth::X, [&](int x) { return VectorPair{x - centreX, vy}; },
+                       out);
 }
 
 // Radial Blur: across that line, turning about the centre.
-template <class Rows>
-void radialBlurRow(int y, std::uint32_t progress, int width, int height, const Rows& src, std::uint8_t* out,
-                   bool alpha) {
-    const int n = static_cast<int>((progress * 15u) >> 14);
+template <bool Alpha, class Rows>
+void radialBlurRow(int y, std::uint32_t progress, int width, int height, const Rows& src, std::uint8_t* out) {
+    const int n = static_cast<int>((progressAtMost(progress) * 15u) >> 14);
     const int vx = y - (height >> 1), centreX = width >> 1;
-    const bool rowInterior = y >= n && y + n < height;
-    const unsigned step = alpha ? 4 : 3;
-    for (int x = 0; x < width; ++x, out += step) {
-        const bool interior = rowInterior && x >= n && x + n < width;
-        blurPixel(src, x, y, direction(vx, centreX - x), n, width, height, interior, out, alpha);
-    }
+    blurOutward<Alpha>(src, y, width, height, n, Growth::Y, [&](int x) { return VectorPair{vx, centreX - x}; },
+                       out);
 }
 
 }  // namespace
 
-FLR_ROW1(MotionBlurLine1) {
-    motionBlurRow(y, progress, width, height, PaletteRows{rows, colourTable}, out, false);
-}
+FLR_ROW1(MotionBlurLine1) { motionBlurRow<false>(y, progress, width, height, PaletteRows{rows, colourTable}, out); }
 FLR_ROW2(MotionBlurLine2) {
-    const bool alpha = hasAlpha != 0;
-    motionBlurRow(y, progress, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
+    if (hasAlpha)
+        motionBlurRow<true>(y, progress, width, height, DirectRows{rows, 4}, out);
+    else
+        motionBlurRow<false>(y, progress, width, height, DirectRows{rows, 3}, out);
 }
 
-FLR_ROW1(CenterBlurLine1) {
-    centerBlurRow(y, progress, width, height, PaletteRows{rows, colourTable}, out, false);
-}
+FLR_ROW1(CenterBlurLine1) { centerBlurRow<false>(y, progress, width, height, PaletteRows{rows, colourTable}, out); }
 FLR_ROW2(CenterBlurLine2) {
-    const bool alpha = hasAlpha != 0;
-    centerBlurRow(y, progress, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
+    if (hasAlpha)
+        centerBlurRow<true>(y, progress, width, height, DirectRows{rows, 4}, out);
+    else
+        centerBlurRow<false>(y, progress, width, height, DirectRows{rows, 3}, out);
 }
 
-FLR_ROW1(RadialBlurLine1) {
-    radialBlurRow(y, progress, width, height, PaletteRows{rows, colourTable}, out, false);
-}
+FLR_ROW1(RadialBlurLine1) { radialBlurRow<false>(y, progress, width, height, PaletteRows{rows, colourTable}, out); }
 FLR_ROW2(RadialBlurLine2) {
-    const bool alpha = hasAlpha != 0;
-    radialBlurRow(y, progress, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
+    if (hasAlpha)
+        radialBlurRow<true>(y, progress, width, height, DirectRows{rows, 4}, out);
+    else
+        radialBlurRow<false>(y, progress, width, height, DirectRows{rows, 3}, out);
 }

@@ -109,75 +109,217 @@ inline std::uint32_t pickAfterExchangeSort(const std::uint32_t* e, unsigned n, u
     return run[head + k - below];
 }
 
-// Fresco: the neighbourhood sorted by luminance with a plain exchange procedure
-// (its order of equal keys decides the pick), the picked colour quantised to
-// its top two bits and faded in by the progress.
+// Fresco at pixel x of row y, for any place in the picture (borders included):
+// the neighbourhood sorted by luminance with the exchange procedure (its order
+// of equal keys decides the pick), the picked colour quantised to its top two
+// bits and faded in by the progress.
 template <class Rows>
-void frescoRow(unsigned y, std::uint32_t progress, unsigned width, unsigned height, const Rows& src,
-               std::uint8_t* out, bool alpha) {
-    if (width == 0) return;
-    const unsigned step = alpha ? 4 : 3;
-    const std::uint32_t shown = progress, kept = 16384u - progress;
-    const unsigned y0 = y > 0 ? y - 1 : y, rowCount = (y + 1 < height ? y + 1 : y) - y0 + 1;
+inline void frescoPixel(const Rows& src, unsigned x, unsigned y, unsigned width, unsigned y0, unsigned rowCount,
+                        std::uint32_t shown, std::uint32_t kept, std::uint8_t* out, bool alpha) {
+    const NeighbourColumn left = x > 0 ? neighbourColumn(src, x - 1, y0, rowCount) : NeighbourColumn{};
+    const NeighbourColumn middle = neighbourColumn(src, x, y0, rowCount);
+    const NeighbourColumn right = x + 1 < width ? neighbourColumn(src, x + 1, y0, rowCount) : NeighbourColumn{};
+    std::uint32_t e[9];
+    unsigned n = 0;
+    for (unsigned r = 0; r < rowCount; ++r) {
+        if (x > 0) e[n++] = left.entry[r];
+        e[n++] = middle.entry[r];
+        if (x + 1 < width) e[n++] = right.entry[r];
+    }
+    const std::uint32_t chosen = pickAfterExchangeSort(e, n, pickPosition(n));
+    const std::uint8_t* c = src.at(x, y);
+    const std::uint32_t qb = chosen & 192u, qg = (chosen >> 8) & 192u, qr = (chosen >> 16) & 192u;
+    putPixel(out, c, (qb * shown + c[0] * kept) >> 14, (qg * shown + c[1] * kept) >> 14,
+             (qr * shown + c[2] * kept) >> 14, alpha);
+}
 
-    NeighbourColumn left, middle = neighbourColumn(src, 0, y0, rowCount);
-    NeighbourColumn right = width > 1 ? neighbourColumn(src, 1, y0, rowCount) : NeighbourColumn{};
-    for (unsigned x = 0; x < width; ++x, out += step) {
-        const bool hasLeft = x > 0, hasRight = x + 1 < width;
-        std::uint32_t e[9];
-        unsigned n = 0;
-        for (unsigned r = 0; r < rowCount; ++r) {
-            if (hasLeft) e[n++] = left.entry[r];
-            e[n++] = middle.entry[r];
-            if (hasRight) e[n++] = right.entry[r];
+// A full neighbourhood (nine entries, pick position 5) seen from its picked key
+// K: list position j holds digit 0 (key above K), 1 (key K) or 2 (key below K),
+// and the code is the sum of digit j times 3^j. Which entry of key K the
+// exchange procedure leaves at the pick depends on these relations only (an
+// entry inserted below K moves the run of K one place round; the exact keys of
+// the others do not matter), so tables serve every neighbourhood: for each
+// code, the row (bits 2-3) and column (bits 0-1) of the picked entry, found by
+// running the procedure itself on keys 2, 1, 0 for the three digits. One table
+// per last digit keeps each compile-time evaluation small.
+constexpr unsigned kPartCodes = 6561;  // 3^8: the codes of list positions 0 .. 7
+struct PickPart {
+    std::uint8_t place[kPartCodes];
+};
+constexpr PickPart makePickPart(unsigned lastDigit) {
+    PickPart t{};
+    for (unsigned partCode = 0; partCode < kPartCodes; ++partCode) {
+        // Entries as key << 4 | list position; codes whose pick is not of key 1 never occur.
+        const unsigned code = partCode + kPartCodes * lastDigit;
+        unsigned entry[9] = {}, below = 0, equal = 0;
+        for (unsigned j = 0, rest = code; j < 9; ++j, rest /= 3) {
+            entry[j] = (2 - rest % 3) << 4 | j;
+            below += rest % 3 == 2;
+            equal += rest % 3 == 1;
         }
-        const std::uint32_t chosen = pickAfterExchangeSort(e, n, pickPosition(n));
-        const std::uint8_t* c = src.at(x, y);
-        const std::uint32_t qb = chosen & 192u, qg = (chosen >> 8) & 192u, qr = (chosen >> 16) & 192u;
-        putPixel(out, c, (qb * shown + c[0] * kept) >> 14, (qg * shown + c[1] * kept) >> 14,
-                 (qr * shown + c[2] * kept) >> 14, alpha);
+        if (below > 5 || below + equal <= 5) continue;
+        for (unsigned i = 1; i < 9; ++i)
+            for (unsigned j = 0; j < i; ++j)
+                if (entry[j] >> 4 > entry[i] >> 4) {
+                    const unsigned e = entry[j];
+                    entry[j] = entry[i];
+                    entry[i] = e;
+                }
+        const unsigned picked = entry[5] & 15;
+        t.place[partCode] = static_cast<std::uint8_t>((picked / 3) << 2 | picked % 3);
+    }
+    return t;
+}
+constexpr PickPart kPickLastAbove = makePickPart(0), kPickLastEqual = makePickPart(1),
+                   kPickLastBelow = makePickPart(2);
+constexpr const PickPart* kPickParts[3] = {&kPickLastAbove, &kPickLastEqual, &kPickLastBelow};
 
-        left = middle;
-        middle = right;
-        if (x + 2 < width) right = neighbourColumn(src, x + 2, y0, rowCount);
+// Source forms for the interior fast path: the key and the colour bytes of
+// pixel x of a row.
+template <unsigned Step>
+struct DirectKeys {
+    const std::uint8_t* pixel(const std::uint8_t* row, unsigned x) const { return row + Step * x; }
+    std::uint8_t key(const std::uint8_t* row, unsigned x) const {
+        return static_cast<std::uint8_t>(luminanceAt(row + Step * x));
+    }
+};
+struct PaletteKeys {
+    const std::uint8_t* table;
+    std::uint8_t keyOfIndex[256];
+    explicit PaletteKeys(const std::uint8_t* colourTable) : table(colourTable) {
+        for (unsigned i = 0; i < 256; ++i) keyOfIndex[i] = static_cast<std::uint8_t>(luminanceAt(table + 4 * i));
+    }
+    const std::uint8_t* pixel(const std::uint8_t* row, unsigned x) const { return table + 4u * row[x]; }
+    std::uint8_t key(const std::uint8_t* row, unsigned x) const { return keyOfIndex[row[x]]; }
+};
+
+inline void orderBytes(std::uint8_t& a, std::uint8_t& b) {
+    const std::uint8_t lo = a < b ? a : b;
+    b = a < b ? b : a;
+    a = lo;
+}
+
+// The key at sorted position 5 of nine (the full sorting network; the compiler
+// drops the exchanges that do not reach position 5).
+inline std::uint8_t sixthSmallest(std::uint8_t k0, std::uint8_t k1, std::uint8_t k2, std::uint8_t k3,
+                                  std::uint8_t k4, std::uint8_t k5, std::uint8_t k6, std::uint8_t k7,
+                                  std::uint8_t k8) {
+    orderBytes(k0, k3), orderBytes(k1, k7), orderBytes(k2, k5), orderBytes(k4, k8);
+    orderBytes(k0, k7), orderBytes(k2, k4), orderBytes(k3, k8), orderBytes(k5, k6);
+    orderBytes(k0, k2), orderBytes(k1, k3), orderBytes(k4, k5), orderBytes(k7, k8);
+    orderBytes(k1, k4), orderBytes(k3, k6), orderBytes(k5, k7);
+    orderBytes(k0, k1), orderBytes(k2, k4), orderBytes(k3, k5), orderBytes(k6, k8);
+    orderBytes(k2, k3), orderBytes(k4, k5), orderBytes(k6, k7);
+    orderBytes(k1, k2), orderBytes(k3, k4), orderBytes(k5, k6);
+    return k5;
+}
+
+inline std::uint16_t digit(std::uint8_t key, std::uint8_t picked) {
+    return static_cast<std::uint16_t>((key == picked) + 2 * (key < picked));
+}
+
+// Fresco on pixels 1 .. width - 2 of a row with rows below and above, in
+// blocks: the keys of the three rows, then every block pixel's code (plain
+// loops the compiler vectorises), then the picked colours.
+template <bool Alpha, class Keys>
+void frescoInterior(const Keys& src, const std::uint8_t* const* rows, unsigned y, unsigned width,
+                    std::uint32_t shown, std::uint32_t kept, std::uint8_t* out) {
+    constexpr unsigned kBlock = 128, kOutStep = Alpha ? 4 : 3;
+    const std::uint8_t* const line[3] = {rows[y - 1], rows[y], rows[y + 1]};
+    std::uint8_t k0[kBlock + 2], k1[kBlock + 2], k2[kBlock + 2];
+    std::uint16_t code[kBlock];  // of list positions 0 .. 7
+    std::uint8_t last[kBlock];   // digit of list position 8
+    for (unsigned x0 = 1; x0 + 1 < width; x0 += kBlock) {
+        const unsigned count = width - 1 - x0 < kBlock ? width - 1 - x0 : kBlock;
+        for (unsigned i = 0; i < count + 2; ++i) {
+            k0[i] = src.key(line[0], x0 - 1 + i);
+            k1[i] = src.key(line[1], x0 - 1 + i);
+            k2[i] = src.key(line[2], x0 - 1 + i);
+        }
+        for (unsigned i = 0; i < count; ++i) {
+            const std::uint8_t picked =
+                sixthSmallest(k0[i], k0[i + 1], k0[i + 2], k1[i], k1[i + 1], k1[i + 2], k2[i], k2[i + 1], k2[i + 2]);
+            code[i] = static_cast<std::uint16_t>(
+                digit(k0[i], picked) + 3 * digit(k0[i + 1], picked) + 9 * digit(k0[i + 2], picked) +
+                27 * digit(k1[i], picked) + 81 * digit(k1[i + 1], picked) + 243 * digit(k1[i + 2], picked) +
+                729 * digit(k2[i], picked) + 2187 * digit(k2[i + 1], picked));
+            last[i] = static_cast<std::uint8_t>(digit(k2[i + 2], picked));
+        }
+        std::uint8_t* o = out + kOutStep * x0;
+        for (unsigned i = 0; i < count; ++i, o += kOutStep) {
+            const unsigned x = x0 + i, place = kPickParts[last[i]]->place[code[i]];
+            const std::uint8_t* chosen = src.pixel(line[place >> 2], x - 1 + (place & 3));
+            const std::uint8_t* c = src.pixel(line[1], x);
+            put<Alpha>(o, c, Alpha ? c[3] : 0u, ((chosen[0] & 192u) * shown + c[0] * kept) >> 14,
+                       ((chosen[1] & 192u) * shown + c[1] * kept) >> 14,
+                       ((chosen[2] & 192u) * shown + c[2] * kept) >> 14);
+        }
     }
 }
 
-// How many of the column's rows y0 .. y0 + count - 1 have a luminance below 128.
-template <class Rows>
-inline unsigned darkCount(const Rows& src, unsigned x, unsigned y0, unsigned count) {
-    unsigned dark = 0;
-    for (unsigned i = 0; i < count; ++i) {
-        const std::uint8_t* p = src.at(x, y0 + i);
-        dark += px::luminance(p[0], p[1], p[2]) < 128;
+// Fresco, one row: rows with a row below and above take the interior path
+// between their two end pixels; everything else goes pixel by pixel.
+template <bool Alpha, class Rows, class Keys>
+void frescoRow(unsigned y, std::uint32_t progress, unsigned width, unsigned height, const Rows& src,
+               const Keys& keys, std::uint8_t* out) {
+    if (width == 0) return;
+    const unsigned outStep = Alpha ? 4 : 3;
+    const std::uint32_t shown = progress, kept = 16384u - progress;
+    const unsigned y0 = y > 0 ? y - 1 : y, rowCount = (y + 1 < height ? y + 1 : y) - y0 + 1;
+    if (rowCount < 3 || width < 3) {
+        for (unsigned x = 0; x < width; ++x)
+            frescoPixel(src, x, y, width, y0, rowCount, shown, kept, out + outStep * x, Alpha);
+        return;
     }
-    return dark;
+    frescoPixel(src, 0, y, width, y0, rowCount, shown, kept, out, Alpha);
+    frescoInterior<Alpha>(keys, src.rows, y, width, shown, kept, out);
+    frescoPixel(src, width - 1, y, width, y0, rowCount, shown, kept, out + outStep * (width - 1), Alpha);
 }
 
 // Stamp: the effect colour where the picked luminance of the neighbourhood is
 // below 128, its inverse elsewhere. Only the picked key matters, and the key at
 // sorted position k is 128 or more exactly when at most k keys lie below 128.
-template <class Rows>
-void stampRow(unsigned y, unsigned width, unsigned height, const Rows& src, std::uint8_t* out, bool alpha) {
+// In blocks: each column's count of dark pixels over the rows y - 1 .. y + 1
+// that exist, then the counts of three neighbouring columns against the pick.
+template <bool Alpha, class Keys>
+void stampRow(unsigned y, unsigned width, unsigned height, const std::uint8_t* const* rows, const Keys& src,
+              std::uint8_t* out) {
     if (width == 0) return;
     const std::uint32_t colour = renderState().colour;
     const unsigned cb = px::colourBlue(colour), cg = px::colourGreen(colour), cr = px::colourRed(colour);
-    const unsigned step = alpha ? 4 : 3;
+    constexpr unsigned kOutStep = Alpha ? 4 : 3, kBlock = 256;
     const unsigned y0 = y > 0 ? y - 1 : y, rowCount = (y + 1 < height ? y + 1 : y) - y0 + 1;
-
-    unsigned left = 0, middle = darkCount(src, 0, y0, rowCount);
-    unsigned right = width > 1 ? darkCount(src, 1, y0, rowCount) : 0;
-    for (unsigned x = 0; x < width; ++x, out += step) {
-        const unsigned n = rowCount * (1u + (x > 0) + (x + 1 < width));
-        const bool light = left + middle + right <= pickPosition(n);
-        const std::uint8_t* c = src.at(x, y);
-        if (light)
-            putPixel(out, c, 255 - cb, 255 - cg, 255 - cr, alpha);
-        else
-            putPixel(out, c, cb, cg, cr, alpha);
-        left = middle;
-        middle = right;
-        right = x + 2 < width ? darkCount(src, x + 2, y0, rowCount) : 0;
+    const std::uint8_t* const own = rows[y];
+    // dark[i] counts column x0 - 1 + i; columns outside the picture count 0.
+    std::uint8_t dark[kBlock + 2];
+    for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
+        const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
+        const unsigned first = x0 > 0 ? 0 : 1, end = x0 + count < width ? count + 2 : count + 1;
+        dark[0] = dark[count + 1] = 0;
+        const std::uint8_t *bottom = rows[y0], *middle = rows[y0 + rowCount / 2], *top = rows[y0 + rowCount - 1];
+        if (rowCount == 3)
+            for (unsigned i = first; i < end; ++i) {
+                const unsigned x = x0 - 1 + i;
+                dark[i] = static_cast<std::uint8_t>((src.key(bottom, x) < 128) + (src.key(middle, x) < 128) +
+                                                    (src.key(top, x) < 128));
+            }
+        else  // one or two rows: bottom and top (the same row for one)
+            for (unsigned i = first; i < end; ++i) {
+                const unsigned x = x0 - 1 + i;
+                dark[i] = static_cast<std::uint8_t>((src.key(bottom, x) < 128) +
+                                                    (rowCount == 2 && src.key(top, x) < 128));
+            }
+        std::uint8_t* o = out + kOutStep * x0;
+        for (unsigned i = 0; i < count; ++i, o += kOutStep) {
+            const unsigned x = x0 + i;
+            const unsigned n = rowCount * (1u + (x > 0) + (x + 1 < width));
+            const bool light = unsigned(dark[i]) + dark[i + 1] + dark[i + 2] <= pickPosition(n);
+            const std::uint8_t* c = src.pixel(own, x);
+            if (light)
+                put<Alpha>(o, c, Alpha ? c[3] : 0u, 255 - cb, 255 - cg, 255 - cr);
+            else
+                put<Alpha>(o, c, Alpha ? c[3] : 0u, cb, cg, cr);
+        }
     }
 }
 
@@ -193,18 +335,24 @@ FLR_ROW2(DarkStrokesLine2) {
     darkStrokesRow(y, progress, width, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
 }
 
-FLR_ROW1(FrescoLine1) { frescoRow(y, progress, width, height, PaletteRows{rows, colourTable}, out, false); }
+FLR_ROW1(FrescoLine1) {
+    frescoRow<false>(y, progress, width, height, PaletteRows{rows, colourTable}, PaletteKeys(colourTable), out);
+}
 FLR_ROW2(FrescoLine2) {
-    const bool alpha = hasAlpha != 0;
-    frescoRow(y, progress, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
+    if (hasAlpha)
+        frescoRow<true>(y, progress, width, height, DirectRows{rows, 4}, DirectKeys<4>{}, out);
+    else
+        frescoRow<false>(y, progress, width, height, DirectRows{rows, 3}, DirectKeys<3>{}, out);
 }
 
 FLR_ROW1(StampLine1) {
     (void)progress;
-    stampRow(y, width, height, PaletteRows{rows, colourTable}, out, false);
+    stampRow<false>(y, width, height, rows, PaletteKeys(colourTable), out);
 }
 FLR_ROW2(StampLine2) {
     (void)progress;
-    const bool alpha = hasAlpha != 0;
-    stampRow(y, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
+    if (hasAlpha)
+        stampRow<true>(y, width, height, rows, DirectKeys<4>{}, out);
+    else
+        stampRow<false>(y, width, height, rows, DirectKeys<3>{}, out);
 }

@@ -9,6 +9,32 @@
 
 namespace rowpx {
 
+// The integer luminance split into its blue, green and red terms (each term
+// depends on one channel only), so L(b, g, r) = blue[b] + green[g] + red[r].
+struct LuminanceTerms {
+    std::uint8_t blue[256], green[256], red[256];
+};
+constexpr LuminanceTerms makeLuminanceTerms() {
+    LuminanceTerms t{};
+    for (int v = 0; v < 256; ++v) {
+        t.blue[v] = static_cast<std::uint8_t>((v >> 3) - (v >> 6));
+        t.green[v] = static_cast<std::uint8_t>((v >> 1) + (v >> 4) + (v >> 5));
+        t.red[v] = static_cast<std::uint8_t>((v >> 2) + (v >> 4) - (v >> 6) + (v >> 7));
+    }
+    return t;
+}
+inline constexpr LuminanceTerms kLuminanceTerms = makeLuminanceTerms();
+
+// L of blue, green, red values 0 .. 255.
+inline unsigned luminanceAt(unsigned b, unsigned g, unsigned r) {
+    return unsigned(kLuminanceTerms.blue[b]) + kLuminanceTerms.green[g] + kLuminanceTerms.red[r];
+}
+
+// L of the blue, green, red bytes at p.
+inline unsigned luminanceAt(const std::uint8_t* p) {
+    return unsigned(kLuminanceTerms.blue[p[0]]) + kLuminanceTerms.green[p[1]] + kLuminanceTerms.red[p[2]];
+}
+
 // Pixel x of a given source row.
 struct PaletteSource {
     const std::uint8_t* table;
@@ -35,6 +61,17 @@ struct DirectRows {
     const std::uint8_t* colour(const std::uint8_t* p) const { return p; }
     const std::uint8_t* pixel(const std::uint8_t* row, int x) const { return row + step * unsigned(x); }
     const std::uint8_t* at(unsigned x, unsigned y) const { return rows[y] + step * x; }
+};
+
+// Division of a sum of `count` channel values (each 0 .. 255) by count, for
+// counts 1 .. 32, as a multiply and shift: with m = ceil(2^18 / count) the
+// result is exact for every sum below 2^18 / count, which covers 255 x count,
+// and the product stays below 2^32 (a unit test checks the whole range).
+struct ChannelMean {
+    std::uint32_t multiplier;
+    static constexpr unsigned kMaxCount = 32;
+    explicit ChannelMean(unsigned count) : multiplier(((1u << 18) + count - 1) / count) {}
+    unsigned operator()(unsigned sum) const { return (sum * multiplier) >> 18; }
 };
 
 // Writes the effect value (vb, vg, vr) at o: as it is, or through the alpha mix
