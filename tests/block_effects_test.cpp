@@ -26,7 +26,9 @@ Bgra coords(int x, int y) {
 // paints the rest.
 TEST(BlockEffects, MosaicBlocksAndSamplerRings) {
     auto block = [](int b) { return [b](int x, int y) { return coords(x / b * b, y / b * b); }; };
-    auto ring = [](bool (*shows)(int, int)) { return [shows](int x, int y) { return shows(x, y) ? coords(x, y) : kPainted; }; };
+    auto ring = [](bool (*shows)(int, int)) {
+        return [shows](int x, int y) { return shows(x, y) ? coords(x, y) : kPainted; };
+    };
     struct Case { unsigned effect; std::uint32_t progress; std::uint16_t p1; std::function<Bgra(int, int)> want; };
     const Case cases[] = {
         {kMosaic, 0, 0, block(1)},     {kMosaic, 1023, 0, block(1)},   {kMosaic, 1024, 0, block(2)},
@@ -43,7 +45,8 @@ TEST(BlockEffects, MosaicBlocksAndSamplerRings) {
     Owned src(make(20, 19, 24, coords));
     for (const Case& c : cases) {
         Owned out(runFilter(c.effect, src, c.progress, c.p1, 0, 0, kColour));
-        EXPECT_EQ(firstDifference(View(out), c.want), "") << "effect " << c.effect << " progress " << c.progress << " P1 " << c.p1;
+        EXPECT_EQ(firstDifference(View(out), c.want), "")
+            << "effect " << c.effect << " progress " << c.progress << " P1 " << c.p1;
     }
 }
 
@@ -106,7 +109,8 @@ TEST(BlockEffects, AlphaMixesOverTheOwnPixel) {
         const View v24(o24);
         EXPECT_EQ(firstDifference(View(o32), [&](int x, int y) {
                       const Bgra s = in.at(x, y), v = v24.at(x, y);
-                      return Bgra{px::alphaMix(s.b, v.b, s.a), px::alphaMix(s.g, v.g, s.a), px::alphaMix(s.r, v.r, s.a), s.a};
+                      return Bgra{px::alphaMix(s.b, v.b, s.a), px::alphaMix(s.g, v.g, s.a),
+                                  px::alphaMix(s.r, v.r, s.a), s.a};
                   }),
                   "")
             << "effect " << c.effect;
@@ -114,7 +118,7 @@ TEST(BlockEffects, AlphaMixesOverTheOwnPixel) {
 }
 
 TEST(BlockEffects, PaletteSourcesMatchTheirColours) {
-    Owned src8(make(23, 21, 8, [](int x, int y) { return Bgra{std::uint8_t(x * 31 + y * 17), 0, 0, 0}; }, palette256()));
+    Owned src8(indexed(23, 21, [](int x, int y) { return x * 31 + y * 17; }));
     Owned src24(trueColour(src8));
     struct Case { unsigned effect; std::uint16_t p1; std::uint32_t progress; };
     for (const Case c : {Case{kMosaic, 0, 4096}, Case{kSampler, 80, 0}, Case{kCrosshair, 200, 0}}) {

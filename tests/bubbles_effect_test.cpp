@@ -98,8 +98,9 @@ TEST(BubblesEffect, BubblesCopyThroughTheLensInOrder) {
                     const int y0 = std::max(y + jitter - plat::rand() % span, 0);
                     for (int j = 0; j < 20 && y0 + j < c.h; ++j)
                         for (int i = 0; i < 20 && x0 + i < c.w; ++i) {
-                            const BubbleMapEntry e = lens[j * 20 + i];
-                            want[std::size_t((y0 + j) * c.w + x0 + i)] = in.at(std::min(x0 + e.x, c.w - 1), std::min(y0 + e.y, c.h - 1));
+                            const BubbleMapEntry e = lens[j * 20 + i];   // reads past the edge take the last
+                            want[std::size_t((y0 + j) * c.w + x0 + i)] =
+                                in.at(std::min(x0 + e.x, c.w - 1), std::min(y0 + e.y, c.h - 1));
                         }
                 }
             const int nextDraw = plat::rand();

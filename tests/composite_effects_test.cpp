@@ -42,7 +42,7 @@ TEST(ColourOps, FormatsAlphaPaletteAndUntouchedInput) {
         for (auto size : {std::pair<int, int>{1, 1}, {1, 7}, {7, 1}, {2, 3}, {13, 9}}) {
             const int w = size.first, h = size.second;
             SCOPED_TRACE(std::string(op.name) + " " + std::to_string(w) + "x" + std::to_string(h));
-            Owned indexed(make(w, h, 8, [](int x, int y) { return Bgra{std::uint8_t(x * 40 + y * 9), 0, 0, 0}; }, palette256()));
+            Owned indexed(testpic::indexed(w, h, [](int x, int y) { return x * 40 + y * 9; }));
             Owned expanded(trueColour(indexed));
             const View colours(expanded);
             Owned withAlpha(make(w, h, 32, [&](int x, int y) {
@@ -66,7 +66,9 @@ TEST(ColourOps, FormatsAlphaPaletteAndUntouchedInput) {
             Owned a(op.op(indexed, 0, 0)), b(op.op(expanded, 0, 0)), c(op.op(withAlpha, 0, 0));
             EXPECT_EQ(View(a).bytes(), View(b).bytes()) << "palette";
             const View vb(b), va(withAlpha);   // colour as from 24 bits, alpha as in the input
-            EXPECT_EQ(firstDifference(View(c), [&](int x, int y) { Bgra p = vb.at(x, y); p.a = va.at(x, y).a; return p; }), "");
+            EXPECT_EQ(firstDifference(View(c), [&](int x, int y) { return Bgra{vb.at(x, y).b, vb.at(x, y).g,
+                                                                                vb.at(x, y).r, va.at(x, y).a}; }),
+                      "");
         }
 }
 
@@ -109,7 +111,9 @@ TEST(ColourOps, SmoothFlattensDetailAndKeepsStrongEdges) {
 // Simplify rounds every channel to the nearest of eight levels; a second pass changes nothing.
 TEST(ColourOps, SimplifyRoundsToEightLevels) {
     const std::uint8_t levels[8] = {0, 36, 73, 109, 146, 182, 219, 255};
-    Owned ramp(make(256, 1, 24, [](int x, int) { return Bgra{std::uint8_t(x), std::uint8_t(255 - x), std::uint8_t(x / 2), 0}; }));
+    Owned ramp(make(256, 1, 24, [](int x, int) {
+        return Bgra{std::uint8_t(x), std::uint8_t(255 - x), std::uint8_t(x / 2), 0};
+    }));
     Owned once(HueKit_Simplify(ramp, 0, 0));
     Owned twice(HueKit_Simplify(once, 0, 0));
     const View v(once);

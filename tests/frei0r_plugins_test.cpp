@@ -63,8 +63,9 @@ std::string pluginPath(const Offered& e) { return std::string(FLAIRIZE_FREI0R_DI
 
 // A plug-in opened as a host opens it, its f0r_* functions under their own names
 // less the prefix; kept open for the life of the test binary.
-#define FLR_F0R_FUNCTIONS(X) \
-    X(init) X(get_plugin_info) X(get_param_info) X(construct) X(destruct) X(set_param_value) X(get_param_value) X(update) X(update2)
+#define FLR_F0R_FUNCTIONS(X)                                                                           \
+    X(init) X(get_plugin_info) X(get_param_info) X(construct) X(destruct) X(set_param_value) X(get_param_value) \
+    X(update) X(update2)
 struct Plugin {
     void* handle;
 #define FLR_DECLARE(f) decltype(&f0r_##f) f = nullptr;
@@ -299,62 +300,52 @@ INSTANTIATE_TEST_SUITE_P(Offered, Frei0rEffect, testing::ValuesIn(offeredEffects
 // frames at once while changing parameters between frames; every result must
 // equal the same frame rendered alone on one thread from a fresh instance.
 TEST(Frei0rPlugins, ManyInstancesOnManyThreadsMatchOneThread) {
-    struct Job {
-        const Plugin* plugin;
-        const EffectRecord* effect;
-        unsigned w, h;
-        std::vector<Frame> inputs, expected, results;
-        std::vector<unsigned> settings;
-    };
     constexpr unsigned kThreads = 4, kFrames = 24;
-    std::vector<std::vector<Job>> perThread(kThreads);
     const auto offered = offeredEffects();
     ASSERT_EQ(offered.size(), 30u);
-    for (const Offered& e : offered) {
-        Plugin& p = plugin(e);
-        ASSERT_TRUE(p.complete()) << pluginPath(e);
-        for (unsigned t = 0; t < kThreads; ++t) {
-            Job job{&p, &g_effectTable[e.index], 41 + 2 * t, 23 + t, {}, {}, {}, {}};
+    // Frame k of effect e on thread t: a size per thread, an input and a setting per frame.
+    auto width = [](unsigned t) { return 41 + 2 * t; };
+    auto input = [&](unsigned t, unsigned k) { return patternFrame(width(t), 23 + t, k * 7 + t); };
+    auto setting = [](unsigned t, unsigned k) { return kSettings[1 + (k + t) % unsigned(std::size(kSettings) - 1)]; };
+    auto slot = [&](unsigned t, std::size_t e, unsigned k) { return (t * offered.size() + e) * kFrames + k; };
+    std::vector<Frame> expected(kThreads * offered.size() * kFrames), results(expected.size());
+    std::vector<const Plugin*> plugins;
+    for (const Offered& e : offered) plugins.push_back(&plugin(e));
+    for (unsigned t = 0; t < kThreads; ++t)
+        for (std::size_t e = 0; e < offered.size(); ++e) {
+            const Plugin& p = *plugins[e];
+            ASSERT_TRUE(p.complete()) << pluginPath(offered[e]);
             for (unsigned k = 0; k < kFrames; ++k) {
-                job.inputs.push_back(patternFrame(job.w, job.h, k * 7 + t));
-                job.settings.push_back(1 + (k + t) % unsigned(std::size(kSettings) - 1));
-                f0r_instance_t instance = p.construct(job.w, job.h);
+                f0r_instance_t instance = p.construct(width(t), 23 + t);
                 ASSERT_NE(instance, nullptr);
-                apply(p, instance, *job.effect, kSettings[job.settings[k]]);
-                job.expected.push_back(pluginRender(p, instance, job.inputs[k]));
+                apply(p, instance, g_effectTable[offered[e].index], setting(t, k));
+                expected[slot(t, e, k)] = pluginRender(p, instance, input(t, k));
                 p.destruct(instance);
             }
-            perThread[t].push_back(std::move(job));
         }
-    }
-
     std::atomic<unsigned> ready{0};
     std::vector<std::thread> threads;
     for (unsigned t = 0; t < kThreads; ++t)
         threads.emplace_back([&, t] {
             std::vector<f0r_instance_t> instances;
-            for (Job& job : perThread[t]) instances.push_back(job.plugin->construct(job.w, job.h));
+            for (const Plugin* p : plugins) instances.push_back(p->construct(width(t), 23 + t));
             ++ready;
             while (ready.load() < kThreads) std::this_thread::yield();
             for (unsigned k = 0; k < kFrames; ++k)   // frame k of every effect, in turn
-                for (std::size_t j = 0; j < instances.size(); ++j) {
-                    Job& job = perThread[t][j];
-                    if (!instances[j]) continue;
-                    apply(*job.plugin, instances[j], *job.effect, kSettings[job.settings[k]]);
-                    job.results.push_back(pluginRender(*job.plugin, instances[j], job.inputs[k]));
+                for (std::size_t e = 0; e < offered.size(); ++e) {
+                    if (!instances[e]) continue;
+                    apply(*plugins[e], instances[e], g_effectTable[offered[e].index], setting(t, k));
+                    results[slot(t, e, k)] = pluginRender(*plugins[e], instances[e], input(t, k));
                 }
-            for (std::size_t j = 0; j < instances.size(); ++j)
-                if (instances[j]) perThread[t][j].plugin->destruct(instances[j]);
+            for (std::size_t e = 0; e < offered.size(); ++e)
+                if (instances[e]) plugins[e]->destruct(instances[e]);
         });
     for (auto& th : threads) th.join();
-
     for (unsigned t = 0; t < kThreads; ++t)
-        for (const Job& job : perThread[t]) {
-            ASSERT_EQ(job.results.size(), std::size_t(kFrames)) << "an instance could not be made";
+        for (std::size_t e = 0; e < offered.size(); ++e)
             for (unsigned k = 0; k < kFrames; ++k)
-                EXPECT_TRUE(job.results[k] == job.expected[k])
-                    << plat::loadString(job.effect->nameId) << ", thread " << t << ", frame " << k;
-        }
+                EXPECT_TRUE(results[slot(t, e, k)] == expected[slot(t, e, k)])
+                    << offered[e].name << ", thread " << t << ", frame " << k;
 }
 
 }  // namespace

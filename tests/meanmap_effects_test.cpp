@@ -145,7 +145,7 @@ TEST(MeanMapEffects, AlphaZeroKeepsTheSourceAndFullAlphaMatches24Bit) {
 }
 
 TEST(MeanMapEffects, PaletteSourceGivesTheResultOfItsColours) {
-    Owned indexed(make(33, 21, 8, [](int x, int y) { return Bgra{std::uint8_t(x * 7 + y * 31), 0, 0, 0}; }, palette256()));
+    Owned indexed(testpic::indexed(33, 21, [](int x, int y) { return x * 7 + y * 31; }));
     Owned expanded(trueColour(indexed));
     for (const EffectShapes& e : kEffects) {
         Owned a(runFilter(e.effect, indexed, 0, 200, 255, 0, kColour));

@@ -71,7 +71,9 @@ TEST(TextureEffects, OffsetsTiledFromTheBottomLeftClampedAndMixedByAlpha) {
                               const Bgra s = in.at(x, y);
                               const int offset = t[std::size_t(y) % t.size()][std::size_t(x) % t.size()];
                               const int a = bits == 32 ? s.a : 255;
-                              auto mix = [&](int ch) { return std::uint8_t((ch * (255 - a) + clamp(ch + offset) * a) / 255); };
+                              auto mix = [&](int ch) {
+                                  return std::uint8_t((ch * (255 - a) + clamp(ch + offset) * a) / 255);
+                              };
                               return Bgra{mix(s.b), mix(s.g), mix(s.r), std::uint8_t(a)};
                           }),
                           "")
@@ -81,7 +83,7 @@ TEST(TextureEffects, OffsetsTiledFromTheBottomLeftClampedAndMixedByAlpha) {
 }
 
 TEST(TextureEffects, PaletteSourceGivesTheResultOfItsColours) {
-    Owned indexed(make(27, 14, 8, [](int x, int y) { return Bgra{std::uint8_t(x * 9 + y * 17), 0, 0, 0}; }, palette256()));
+    Owned indexed(testpic::indexed(27, 14, [](int x, int y) { return x * 9 + y * 17; }));
     Owned expanded(trueColour(indexed));
     for (const EffectTexture& e : kEffects) {
         Owned a(runFilter(e.effect, indexed, 0)), b(runFilter(e.effect, expanded, 0));

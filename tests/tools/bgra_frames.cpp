@@ -5,7 +5,6 @@
 //
 //   bgra_frames tobmp   W H FRAMES.raw PREFIX       writes PREFIX<i>.bmp per frame
 //   bgra_frames compare W H FRAMES.raw I PICTURE.bmp frame I against a 32-bit BMP
-//   bgra_frames same    W H A.raw I B.raw J          frame I of A against frame J of B
 //
 // Exit status: 0 done / equal, 1 different, 2 bad arguments or files.
 #include <cstdint>
@@ -54,13 +53,16 @@ Bytes frame(const std::string& path, const std::string& index) {
 }
 
 std::uint32_t read32(const Bytes& b, std::size_t at) {
-    return std::uint32_t(b[at]) | std::uint32_t(b[at + 1]) << 8 | std::uint32_t(b[at + 2]) << 16 | std::uint32_t(b[at + 3]) << 24;
+    return std::uint32_t(b[at]) | std::uint32_t(b[at + 1]) << 8 | std::uint32_t(b[at + 2]) << 16 |
+           std::uint32_t(b[at + 3]) << 24;
 }
 
 // A 32-bit BMP: 14-byte file header, 40-byte info header, rows bottom-up.
 Bytes bmpOf(const std::uint8_t* pixels) {
     Bytes b{'B', 'M'};
-    auto put = [&b](std::uint32_t v, int bytes) { for (int k = 0; k < bytes; ++k) b.push_back(std::uint8_t(v >> (8 * k))); };
+    auto put = [&b](std::uint32_t v, int bytes) {
+        for (int k = 0; k < bytes; ++k) b.push_back(std::uint8_t(v >> (8 * k)));
+    };
     put(54 + std::uint32_t(frameBytes), 4), put(0, 4), put(54, 4), put(40, 4);
     put(std::uint32_t(width), 4), put(std::uint32_t(height), 4), put(1, 2), put(32, 2);
     put(0, 4), put(std::uint32_t(frameBytes), 4), put(2835, 4), put(2835, 4), put(0, 4), put(0, 4);
@@ -74,10 +76,14 @@ Bytes bmpPixels(const std::string& path) {
     if (bmp.size() < 54 || bmp[0] != 'B' || bmp[1] != 'M') fail(path + ": not a BMP file");
     const std::uint32_t offset = read32(bmp, 10);
     if ((read32(bmp, 28) & 0xFFFF) != 32 || read32(bmp, 30) != 0) fail(path + ": not an uncompressed 32-bit BMP");
-    if (read32(bmp, 18) != width || read32(bmp, 22) != height) fail(path + ": not a bottom-up picture of the frames' size");
+    if (read32(bmp, 18) != width || read32(bmp, 22) != height)
+        fail(path + ": not a bottom-up picture of the frames' size");
     if (offset > bmp.size() || bmp.size() - offset < frameBytes) fail(path + ": pixels cut short");
     Bytes out;
-    for (std::size_t r = height; r-- > 0;) out.insert(out.end(), bmp.begin() + long(offset + r * width * 4), bmp.begin() + long(offset + (r + 1) * width * 4));
+    for (std::size_t r = height; r-- > 0;) {
+        const auto row = bmp.begin() + long(offset + r * width * 4);
+        out.insert(out.end(), row, row + long(width * 4));
+    }
     return out;
 }
 
@@ -87,8 +93,8 @@ int compare(const Bytes& a, const Bytes& b, const std::string& what) {
         if (a[k] == b[k]) continue;
         const std::size_t at = k / 4 * 4;
         std::fprintf(stderr, "%s: first difference at x=%zu y=%zu (from the top): bgra %u,%u,%u,%u vs %u,%u,%u,%u\n",
-                     what.c_str(), at / 4 % width, at / 4 / width, a[at], a[at + 1], a[at + 2], a[at + 3], b[at], b[at + 1],
-                     b[at + 2], b[at + 3]);
+                     what.c_str(), at / 4 % width, at / 4 / width, a[at], a[at + 1], a[at + 2], a[at + 3], b[at],
+                     b[at + 1], b[at + 2], b[at + 3]);
         return 1;
     }
     return 0;
@@ -105,16 +111,14 @@ int main(int argc, char** argv) {
         for (std::size_t i = 0; i < all.size() / frameBytes; ++i) {
             const Bytes bmp = bmpOf(all.data() + i * frameBytes);
             std::ofstream out(arg[4] + std::to_string(i) + ".bmp", std::ios::binary);
-            if (!out.write(reinterpret_cast<const char*>(bmp.data()), std::streamsize(bmp.size()))) fail(arg[4] + ": cannot write");
+            if (!out.write(reinterpret_cast<const char*>(bmp.data()), std::streamsize(bmp.size())))
+                fail(arg[4] + ": cannot write");
         }
         return 0;
     } else if (arg[0] == "compare" && arg.size() == 6) {
         return compare(frame(arg[3], arg[4]), bmpPixels(arg[5]), arg[3] + " frame " + arg[4] + " vs " + arg[5]);
-    } else if (arg[0] == "same" && arg.size() == 7) {
-        return compare(frame(arg[3], arg[4]), frame(arg[5], arg[6]), arg[3] + " frame " + arg[4] + " vs " + arg[5] + " frame " + arg[6]);
     }
     std::fprintf(stderr, "usage: bgra_frames tobmp W H FRAMES.raw PREFIX\n"
-                         "       bgra_frames compare W H FRAMES.raw I PICTURE.bmp\n"
-                         "       bgra_frames same W H A.raw I B.raw J\n");
+                         "       bgra_frames compare W H FRAMES.raw I PICTURE.bmp\n");
     return 2;
 }
