@@ -13,7 +13,6 @@ TEST(Frei0rPlugins, NotBuilt) {
 #else
 
 #include <dlfcn.h>
-#include <sys/stat.h>
 
 extern "C" {
 #include <frei0r.h>
@@ -28,10 +27,10 @@ extern "C" {
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "engine/effect_table.h"
-#include "engine/filters.h"
 #include "engine/render.h"
 #include "host/exports.h"
 #include "standalone/host_context.h"
@@ -43,12 +42,11 @@ namespace {
 
 struct Offered {
     unsigned index;
-    std::string name;
-    std::string slug;   // "find-edges"
+    std::string name, slug;   // "Find Edges", "find-edges"
 };
-
 void PrintTo(const Offered& e, std::ostream* os) { *os << e.name; }
 
+// The effects the editor offers: those whose name does not start with '*'.
 std::vector<Offered> offeredEffects() {
     std::vector<Offered> all;
     for (unsigned i = 0; i < kEffectCount; ++i) {
@@ -61,51 +59,29 @@ std::vector<Offered> offeredEffects() {
     return all;
 }
 
-// The effect exists in this build: a filter, and for a row effect both row functions.
-bool inThisBuild(const EffectRecord& e) {
-    return e.filter && (e.filter != FLR_LineFilter || (e.line1 && e.line2));
-}
-
 std::string pluginPath(const Offered& e) { return std::string(FLAIRIZE_FREI0R_DIR) + "/flairize-" + e.slug + ".so"; }
 
-// A plug-in opened as a host opens it; kept open for the life of the test binary.
+// A plug-in opened as a host opens it, its f0r_* functions under their own names
+// less the prefix; kept open for the life of the test binary.
+#define FLR_F0R_FUNCTIONS(X)                                                                           \
+    X(init) X(get_plugin_info) X(get_param_info) X(construct) X(destruct) X(set_param_value) X(get_param_value) \
+    X(update) X(update2)
 struct Plugin {
-    void* handle = nullptr;
-    decltype(&f0r_init) init = nullptr;
-    decltype(&f0r_get_plugin_info) info = nullptr;
-    decltype(&f0r_get_param_info) paramInfo = nullptr;
-    decltype(&f0r_construct) construct = nullptr;
-    decltype(&f0r_destruct) destruct = nullptr;
-    decltype(&f0r_set_param_value) set = nullptr;
-    decltype(&f0r_get_param_value) get = nullptr;
-    decltype(&f0r_update) update = nullptr;
-    decltype(&f0r_update2) update2 = nullptr;
-
-    template <typename F>
-    void bind(F& f, const char* name) {
-        f = reinterpret_cast<F>(dlsym(handle, name));
-    }
+    void* handle;
+#define FLR_DECLARE(f) decltype(&f0r_##f) f = nullptr;
+    FLR_F0R_FUNCTIONS(FLR_DECLARE)
     explicit Plugin(const std::string& path) : handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
-        if (!handle) return;
-        bind(init, "f0r_init");
-        bind(info, "f0r_get_plugin_info");
-        bind(paramInfo, "f0r_get_param_info");
-        bind(construct, "f0r_construct");
-        bind(destruct, "f0r_destruct");
-        bind(set, "f0r_set_param_value");
-        bind(get, "f0r_get_param_value");
-        bind(update, "f0r_update");
-        bind(update2, "f0r_update2");
+#define FLR_BIND(f) f = handle ? reinterpret_cast<decltype(&f0r_##f)>(dlsym(handle, "f0r_" #f)) : nullptr;
+        FLR_F0R_FUNCTIONS(FLR_BIND)
     }
-    bool complete() const {
-        return handle && init && info && paramInfo && construct && destruct && set && get && update && update2;
-    }
+#define FLR_PRESENT(f) &&f
+    bool complete() const { return handle FLR_F0R_FUNCTIONS(FLR_PRESENT); }
     int paramIndex(const std::string& name) const {
         f0r_plugin_info_t pi{};
-        info(&pi);
+        get_plugin_info(&pi);
         for (int k = 0; k < pi.num_params; ++k) {
             f0r_param_info_t p{};
-            paramInfo(&p, k);
+            get_param_info(&p, k);
             if (p.name && name == p.name) return k;
         }
         return -1;
@@ -117,21 +93,6 @@ Plugin& plugin(const Offered& e) {
     auto& p = opened[e.index];
     if (!p) p = std::make_unique<Plugin>(pluginPath(e));
     return *p;
-}
-
-struct ExpectedParam {
-    std::string name;
-    int type;
-};
-// Shown sliders by label, then Progress, Color for colour effects, Mix for effects that fade in.
-std::vector<ExpectedParam> expectedParams(const EffectRecord& e) {
-    std::vector<ExpectedParam> params;
-    for (auto id : e.labelIds)
-        if (id) params.push_back({plat::loadString(id), F0R_PARAM_DOUBLE});
-    params.push_back({"Progress", F0R_PARAM_DOUBLE});
-    if (e.flags & kFlagColour) params.push_back({"Color", F0R_PARAM_COLOR});
-    if (e.flags & kFlagMix) params.push_back({"Mix", F0R_PARAM_BOOL});
-    return params;
 }
 
 // Frames: 4 bytes a pixel (blue, green, red, alpha), top row first, no padding.
@@ -207,20 +168,14 @@ const Setting kSettings[] = {
 void apply(const Plugin& p, f0r_instance_t instance, const EffectRecord& e, const Setting& s) {
     if (!s.setAny) return;
     for (unsigned k = 0; k < 3; ++k) {
-        if (!e.labelIds[k]) continue;
         double v = s.slider[k];
-        p.set(instance, &v, p.paramIndex(plat::loadString(e.labelIds[k])));
+        if (e.labelIds[k]) p.set_param_value(instance, &v, p.paramIndex(plat::loadString(e.labelIds[k])));
     }
-    double progress = s.progress;
-    p.set(instance, &progress, p.paramIndex("Progress"));
-    if (e.flags & kFlagColour) {
-        f0r_param_color_t c = s.colour;
-        p.set(instance, &c, p.paramIndex("Color"));
-    }
-    if (e.flags & kFlagMix) {
-        double mix = s.mix ? 1.0 : 0.0;
-        p.set(instance, &mix, p.paramIndex("Mix"));
-    }
+    double progress = s.progress, mix = s.mix ? 1.0 : 0.0;
+    f0r_param_color_t c = s.colour;
+    p.set_param_value(instance, &progress, p.paramIndex("Progress"));
+    if (e.flags & kFlagColour) p.set_param_value(instance, &c, p.paramIndex("Color"));
+    if (e.flags & kFlagMix) p.set_param_value(instance, &mix, p.paramIndex("Mix"));
 }
 
 // The settings record `flairize render` would build for the same values.
@@ -234,7 +189,6 @@ SettingsRecord recordFor(unsigned index, const EffectRecord& e, const Setting& s
     r.direction = kDirectionForward;
     return r;
 }
-bool filterOnlyFor(const EffectRecord& e, const Setting& s) { return (e.flags & kFlagMix) && !s.mix; }
 
 class Frei0rEffect : public testing::TestWithParam<Offered> {
 protected:
@@ -243,108 +197,91 @@ protected:
     Plugin& loaded() {
         Plugin& p = plugin(effect());
         EXPECT_TRUE(p.complete()) << pluginPath(effect()) << ": " << (p.handle ? "missing f0r_* functions" : dlerror());
+        EXPECT_EQ(p.init(), 1);
         return p;
-    }
-    // True when the effect is not in this build, after checking that the plug-in refuses it.
-    bool refusedAsNotInThisBuild(Plugin& p) {
-        EXPECT_EQ(p.init() == 1, inThisBuild(record()));
-        if (inThisBuild(record())) return false;
-        EXPECT_EQ(p.construct(97, 61), nullptr) << "a plug-in without its effect must not make instances";
-        return true;
     }
 };
 
-TEST_P(Frei0rEffect, InfoAndParametersFollowTheEffectTable) {
+// Info from the effect table; parameters: the shown sliders by label (defaults
+// the effect's / 255), Progress (1), Color for colour effects (black), Mix for
+// effects that fade in (on); the engine inside stays private, so plug-ins
+// loaded together cannot clash.
+TEST_P(Frei0rEffect, InfoParametersAndPrivateEngine) {
     Plugin& p = loaded();
     ASSERT_TRUE(p.complete());
     f0r_plugin_info_t info{};
-    p.info(&info);
-    EXPECT_STREQ(info.name, effect().name.c_str());
-    EXPECT_STREQ(info.author, "Flairize");
+    p.get_plugin_info(&info);
+    EXPECT_EQ(std::make_tuple(std::string(info.name), std::string(info.author), info.plugin_type, info.color_model,
+                              info.frei0r_version, info.major_version, info.minor_version),
+              std::make_tuple(effect().name, std::string("Flairize"), int(F0R_PLUGIN_TYPE_FILTER),
+                              int(F0R_COLOR_MODEL_BGRA8888), int(FREI0R_MAJOR_VERSION), FLAIRIZE_VERSION_MAJOR,
+                              FLAIRIZE_VERSION_MINOR));
     ASSERT_NE(info.explanation, nullptr);
     EXPECT_NE(std::string(info.explanation).find(effect().name), std::string::npos) << info.explanation;
-    EXPECT_EQ(info.plugin_type, F0R_PLUGIN_TYPE_FILTER);
-    EXPECT_EQ(info.color_model, F0R_COLOR_MODEL_BGRA8888);
-    EXPECT_EQ(info.frei0r_version, FREI0R_MAJOR_VERSION);
-    EXPECT_EQ(info.major_version, FLAIRIZE_VERSION_MAJOR);
-    EXPECT_EQ(info.minor_version, FLAIRIZE_VERSION_MINOR);
 
-    const auto expected = expectedParams(record());
-    ASSERT_EQ(info.num_params, int(expected.size()));
-    for (int k = 0; k < info.num_params; ++k) {
-        f0r_param_info_t pi{};
-        p.paramInfo(&pi, k);
-        ASSERT_NE(pi.name, nullptr) << k;
-        EXPECT_EQ(pi.name, expected[std::size_t(k)].name) << k;
-        EXPECT_EQ(pi.type, expected[std::size_t(k)].type) << pi.name;
-        ASSERT_NE(pi.explanation, nullptr) << pi.name;
-        EXPECT_GT(std::strlen(pi.explanation), 20u) << pi.name;
-    }
-
-    if (refusedAsNotInThisBuild(p)) return;   // its info is all it gives
-    for (auto size : {std::pair<unsigned, unsigned>{0, 5}, {5, 0}, {65536, 1}, {1, 65536}})
-        EXPECT_EQ(p.construct(size.first, size.second), nullptr) << size.first << "x" << size.second;
-    // Defaults: sliders at the effect's defaults / 255, the full effect, black, mixed.
+    struct Expected { std::string name; int type; double value; };
+    std::vector<Expected> params;
+    for (unsigned k = 0; k < 3; ++k)
+        if (record().labelIds[k])
+            params.push_back({plat::loadString(record().labelIds[k]), F0R_PARAM_DOUBLE, record().defaults[k] / 255.0});
+    params.push_back({"Progress", F0R_PARAM_DOUBLE, 1.0});
+    if (record().flags & kFlagColour) params.push_back({"Color", F0R_PARAM_COLOR, 0.0});
+    if (record().flags & kFlagMix) params.push_back({"Mix", F0R_PARAM_BOOL, 1.0});
+    ASSERT_EQ(info.num_params, int(params.size()));
     f0r_instance_t instance = p.construct(16, 8);
     ASSERT_NE(instance, nullptr);
-    for (unsigned k = 0; k < 3; ++k) {
-        if (!record().labelIds[k]) continue;
-        double v = -1;
-        p.get(instance, &v, p.paramIndex(plat::loadString(record().labelIds[k])));
-        EXPECT_DOUBLE_EQ(v, record().defaults[k] / 255.0);
+    for (int k = 0; k < info.num_params; ++k) {
+        f0r_param_info_t pi{};
+        p.get_param_info(&pi, k);
+        ASSERT_TRUE(pi.name && pi.explanation) << k;
+        const Expected& want = params[std::size_t(k)];
+        EXPECT_EQ(std::make_tuple(std::string(pi.name), pi.type), std::make_tuple(want.name, want.type));
+        EXPECT_GT(std::strlen(pi.explanation), 20u) << pi.name;
+        f0r_param_color_t colour{1, 1, 1};
+        double number = -1;
+        p.get_param_value(instance, pi.type == F0R_PARAM_COLOR ? static_cast<void*>(&colour) : &number, k);
+        const double got = pi.type == F0R_PARAM_COLOR ? double(colour.r + colour.g + colour.b) : number;
+        EXPECT_DOUBLE_EQ(got, want.value) << pi.name;
     }
-    double progress = -1;
-    p.get(instance, &progress, p.paramIndex("Progress"));
-    EXPECT_EQ(progress, 1.0);
-    if (record().flags & kFlagColour) {
-        f0r_param_color_t c{1, 1, 1};
-        p.get(instance, &c, p.paramIndex("Color"));
-        EXPECT_EQ(c.r + c.g + c.b, 0.0f);
-    }
-    if (record().flags & kFlagMix) {
-        double mix = 0;
-        p.get(instance, &mix, p.paramIndex("Mix"));
-        EXPECT_EQ(mix, 1.0);
-    }
-    // Values read back as they were set.
-    double half = 0.5;
-    p.set(instance, &half, p.paramIndex("Progress"));
-    p.get(instance, &progress, p.paramIndex("Progress"));
+    double half = 0.5, progress = -1;   // values read back as they were set
+    p.set_param_value(instance, &half, p.paramIndex("Progress"));
+    p.get_param_value(instance, &progress, p.paramIndex("Progress"));
     EXPECT_EQ(progress, 0.5);
     p.destruct(instance);
+    for (auto size : {std::pair<unsigned, unsigned>{0, 5}, {5, 0}, {65536, 1}, {1, 65536}})
+        EXPECT_EQ(p.construct(size.first, size.second), nullptr) << size.first << "x" << size.second;
+    for (const char* hidden : {"GenerateDIB", "FLR_LineFilter", "SolarizeLine2", "AnimKit_SourcePicture",
+                               "BaseKit_MixPictures", "InitData", "g_effectTable", "_Z11renderStatev"})
+        EXPECT_EQ(dlsym(p.handle, hidden), nullptr) << hidden;
 }
 
+// Every setting on every size, through f0r_update, in place and through
+// f0r_update2, equals the engine's render of the same frame.
 TEST_P(Frei0rEffect, FramesMatchTheEngineByteForByte) {
     Plugin& p = loaded();
     ASSERT_TRUE(p.complete());
-    if (refusedAsNotInThisBuild(p))
-        GTEST_SKIP() << effect().name << " is not in this build: its plug-in refuses to start (f0r_init 0)";
-    struct Size { unsigned w, h; };
-    const Size sizes[] = {{97, 61}, {1, 1}, {1, 9}, {9, 1}, {16, 8}, {3, 130}, {65535, 1}};
-    for (const Size& size : sizes) {
-        f0r_instance_t instance = p.construct(size.w, size.h);
-        ASSERT_NE(instance, nullptr) << size.w << "x" << size.h;
+    for (auto size : {std::pair<unsigned, unsigned>{97, 61}, {1, 1}, {1, 9}, {9, 1}, {16, 8}, {3, 130}, {65535, 1}}) {
+        const unsigned w = size.first, h = size.second;
+        f0r_instance_t instance = p.construct(w, h);
+        ASSERT_NE(instance, nullptr) << w << "x" << h;
         unsigned seed = 0;
         for (const Setting& s : kSettings) {
-            SCOPED_TRACE(std::to_string(size.w) + "x" + std::to_string(size.h) + ", " + s.what);
+            SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h) + ", " + s.what);
             apply(p, instance, record(), s);
-            const Frame in = patternFrame(size.w, size.h, seed++);
-            const Frame expected = engineRender(in, size.w, size.h, recordFor(effect().index, record(), s),
-                                                filterOnlyFor(record(), s));
+            const Frame in = patternFrame(w, h, seed++);
+            const bool filterOnly = (record().flags & kFlagMix) && !s.mix;
+            const Frame expected = engineRender(in, w, h, recordFor(effect().index, record(), s), filterOnly);
             ASSERT_EQ(expected.size(), in.size()) << "the engine refused the picture";
             EXPECT_TRUE(pluginRender(p, instance, in) == expected);
-            // In place (the same buffer in and out), and through f0r_update2.
-            Frame inPlace = in;
+            Frame inPlace = in, second(in.size());
             p.update(instance, 1.0, reinterpret_cast<const std::uint32_t*>(inPlace.data()),
                      reinterpret_cast<std::uint32_t*>(inPlace.data()));
             EXPECT_TRUE(inPlace == expected) << "in place";
-            Frame second(in.size());
             p.update2(instance, 2.0, reinterpret_cast<const std::uint32_t*>(in.data()), nullptr, nullptr,
                       reinterpret_cast<std::uint32_t*>(second.data()));
             EXPECT_TRUE(second == expected) << "f0r_update2";
-            // Effects that fade in show the source unchanged at progress 0.
             if (s.progressSteps == 0 && (record().flags & kFlagMix)) {
-                EXPECT_TRUE(expected == in);
+                EXPECT_TRUE(expected == in) << "effects that fade in show the source at progress 0";
             }
         }
         p.destruct(instance);
@@ -359,91 +296,56 @@ INSTANTIATE_TEST_SUITE_P(Offered, Frei0rEffect, testing::ValuesIn(offeredEffects
                              return name;
                          });
 
-TEST(Frei0rPlugins, OnePerOfferedEffectShowingOnlyTheFrei0rFunctions) {
+// Several threads, each with its own instances of every offered effect, render
+// frames at once while changing parameters between frames; every result must
+// equal the same frame rendered alone on one thread from a fresh instance.
+TEST(Frei0rPlugins, ManyInstancesOnManyThreadsMatchOneThread) {
+    constexpr unsigned kThreads = 4, kFrames = 24;
     const auto offered = offeredEffects();
     ASSERT_EQ(offered.size(), 30u);
-    for (const Offered& e : offered) {
-        SCOPED_TRACE(pluginPath(e));
-        struct stat st {};
-        ASSERT_EQ(stat(pluginPath(e).c_str(), &st), 0) << "not built";
-        Plugin& p = plugin(e);
-        ASSERT_TRUE(p.complete());
-        // The engine inside stays private, so plug-ins loaded together cannot clash.
-        for (const char* hidden : {"GenerateDIB", "FLR_LineFilter", "SolarizeLine2", "AnimKit_SourcePicture",
-                                   "BaseKit_MixPictures", "InitData", "g_effectTable", "_Z11renderStatev"})
-            EXPECT_EQ(dlsym(p.handle, hidden), nullptr) << hidden;
-    }
-}
-
-// Several threads, each with its own instances of every effect in this build,
-// render frames at once while changing parameters between frames; every result
-// must equal the same frame rendered alone on one thread.
-TEST(Frei0rPlugins, ManyInstancesOnManyThreadsMatchOneThread) {
-    struct Job {
-        const Plugin* plugin;
-        const EffectRecord* effect;
-        unsigned w, h;
-        std::vector<Frame> inputs, expected, results;
-        std::vector<unsigned> settings;
-    };
-    constexpr unsigned kThreads = 4, kFrames = 24;
-    std::vector<std::vector<Job>> perThread(kThreads);
-    unsigned covered = 0;
-    for (const Offered& e : offeredEffects()) {
-        const EffectRecord& record = g_effectTable[e.index];
-        if (!inThisBuild(record)) continue;
-        ++covered;
-        Plugin& p = plugin(e);
-        ASSERT_TRUE(p.complete());
-        for (unsigned t = 0; t < kThreads; ++t) {
-            Job job{&p, &record, 41 + 2 * t, 23 + t, {}, {}, {}, {}};
+    // Frame k of effect e on thread t: a size per thread, an input and a setting per frame.
+    auto width = [](unsigned t) { return 41 + 2 * t; };
+    auto input = [&](unsigned t, unsigned k) { return patternFrame(width(t), 23 + t, k * 7 + t); };
+    auto setting = [](unsigned t, unsigned k) { return kSettings[1 + (k + t) % unsigned(std::size(kSettings) - 1)]; };
+    auto slot = [&](unsigned t, std::size_t e, unsigned k) { return (t * offered.size() + e) * kFrames + k; };
+    std::vector<Frame> expected(kThreads * offered.size() * kFrames), results(expected.size());
+    std::vector<const Plugin*> plugins;
+    for (const Offered& e : offered) plugins.push_back(&plugin(e));
+    for (unsigned t = 0; t < kThreads; ++t)
+        for (std::size_t e = 0; e < offered.size(); ++e) {
+            const Plugin& p = *plugins[e];
+            ASSERT_TRUE(p.complete()) << pluginPath(offered[e]);
             for (unsigned k = 0; k < kFrames; ++k) {
-                job.inputs.push_back(patternFrame(job.w, job.h, k * 7 + t));
-                job.settings.push_back(1 + (k + t) % unsigned(std::size(kSettings) - 1));
-            }
-            perThread[t].push_back(std::move(job));
-        }
-    }
-    if (covered == 0) GTEST_SKIP() << "no offered effect is in this build yet";
-
-    // Single-threaded results first, each from a fresh instance.
-    for (auto& jobs : perThread)
-        for (Job& job : jobs)
-            for (unsigned k = 0; k < kFrames; ++k) {
-                f0r_instance_t instance = job.plugin->construct(job.w, job.h);
+                f0r_instance_t instance = p.construct(width(t), 23 + t);
                 ASSERT_NE(instance, nullptr);
-                apply(*job.plugin, instance, *job.effect, kSettings[job.settings[k]]);
-                job.expected.push_back(pluginRender(*job.plugin, instance, job.inputs[k]));
-                job.plugin->destruct(instance);
+                apply(p, instance, g_effectTable[offered[e].index], setting(t, k));
+                expected[slot(t, e, k)] = pluginRender(p, instance, input(t, k));
+                p.destruct(instance);
             }
-
+        }
     std::atomic<unsigned> ready{0};
     std::vector<std::thread> threads;
     for (unsigned t = 0; t < kThreads; ++t)
         threads.emplace_back([&, t] {
             std::vector<f0r_instance_t> instances;
-            for (Job& job : perThread[t]) instances.push_back(job.plugin->construct(job.w, job.h));
+            for (const Plugin* p : plugins) instances.push_back(p->construct(width(t), 23 + t));
             ++ready;
             while (ready.load() < kThreads) std::this_thread::yield();
             for (unsigned k = 0; k < kFrames; ++k)   // frame k of every effect, in turn
-                for (std::size_t j = 0; j < instances.size(); ++j) {
-                    Job& job = perThread[t][j];
-                    if (!instances[j]) continue;
-                    apply(*job.plugin, instances[j], *job.effect, kSettings[job.settings[k]]);
-                    job.results.push_back(pluginRender(*job.plugin, instances[j], job.inputs[k]));
+                for (std::size_t e = 0; e < offered.size(); ++e) {
+                    if (!instances[e]) continue;
+                    apply(*plugins[e], instances[e], g_effectTable[offered[e].index], setting(t, k));
+                    results[slot(t, e, k)] = pluginRender(*plugins[e], instances[e], input(t, k));
                 }
-            for (std::size_t j = 0; j < instances.size(); ++j)
-                if (instances[j]) perThread[t][j].plugin->destruct(instances[j]);
+            for (std::size_t e = 0; e < offered.size(); ++e)
+                if (instances[e]) plugins[e]->destruct(instances[e]);
         });
     for (auto& th : threads) th.join();
-
     for (unsigned t = 0; t < kThreads; ++t)
-        for (const Job& job : perThread[t]) {
-            ASSERT_EQ(job.results.size(), std::size_t(kFrames)) << "an instance could not be made";
+        for (std::size_t e = 0; e < offered.size(); ++e)
             for (unsigned k = 0; k < kFrames; ++k)
-                EXPECT_TRUE(job.results[k] == job.expected[k])
-                    << plat::loadString(job.effect->nameId) << ", thread " << t << ", frame " << k;
-        }
+                EXPECT_TRUE(results[slot(t, e, k)] == expected[slot(t, e, k)])
+                    << offered[e].name << ", thread " << t << ", frame " << k;
 }
 
 }  // namespace

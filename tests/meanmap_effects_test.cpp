@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "platform/random.h"
 #include "standalone/host_context.h"
@@ -13,9 +11,7 @@ using namespace testpic;
 namespace {
 
 constexpr unsigned kPointillize = 10, kRain = 27, kTriangles = 28, kSmudge = 29;
-constexpr std::uint16_t kSpacing17 = 0;     // Number 0
-constexpr std::uint16_t kOnGrid = 15;       // Randomness 15: no displacement
-constexpr std::uint16_t kMostRandom = 255;  // displacement up to 15 pixels
+constexpr std::uint32_t kColour = 0x000A14FA;   // background blue 10, green 20, red 250
 
 // Weights [row][column]; row 0 is the lowest picture row of a mark.
 using Shape = int[6][6];
@@ -39,40 +35,33 @@ const Shape kSmear = {{0, 0, 128, 128, 192, 192}, {0, 128, 128, 192, 192, 255}, 
 
 struct EffectShapes {
     unsigned effect;
-    const Shape* first;
-    const Shape* second;
+    const Shape *first, *second;
 };
-const EffectShapes kEffects[] = {{kPointillize, &kLargeDot, &kSmallDot},
-                                 {kRain, &kStreakA, &kStreakB},
-                                 {kTriangles, &kTriangleRight, &kTriangleLeft},
-                                 {kSmudge, &kSmear, &kSmear}};
-
-// Background colour blue 10, green 20, red 250.
-constexpr std::uint32_t kColour = 0x000A14FA;
-const Bgra kBackground{10, 20, 250, 255};
+const EffectShapes kEffects[] = {{kPointillize, &kLargeDot, &kSmallDot}, {kRain, &kStreakA, &kStreakB},
+                                 {kTriangles, &kTriangleRight, &kTriangleLeft}, {kSmudge, &kSmear, &kSmear}};
 
 int mixByAlpha(int s, int v, int a) { return (s * (255 - a) + v * a) / 255; }
 
 // The expected picture, built mark by mark from the documented painting rule.
 struct Expected {
-    int w, h;
+    const View& src;
     bool alpha;
     std::vector<Bgra> px;
-    Expected(const View& src, bool hasAlpha) : w(src.width()), h(src.height()), alpha(hasAlpha) {
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
+    Expected(const View& in, bool hasAlpha) : src(in), alpha(hasAlpha) {
+        for (int y = 0; y < src.height(); ++y)
+            for (int x = 0; x < src.width(); ++x) {
                 const Bgra s = src.at(x, y);
                 const int a = alpha ? s.a : 255;
-                px.push_back(Bgra{std::uint8_t(mixByAlpha(s.b, kBackground.b, a)),
-                                  std::uint8_t(mixByAlpha(s.g, kBackground.g, a)),
-                                  std::uint8_t(mixByAlpha(s.r, kBackground.r, a)), std::uint8_t(a)});
+                px.push_back(Bgra{std::uint8_t(mixByAlpha(s.b, 10, a)), std::uint8_t(mixByAlpha(s.g, 20, a)),
+                                  std::uint8_t(mixByAlpha(s.r, 250, a)), std::uint8_t(a)});
             }
     }
+    Bgra at(int x, int y) const { return px[std::size_t(y * src.width() + x)]; }
 
     // One mark whose shape entry [0][0] lies at (x0, y0); cut at the right and
     // top, nothing when (x0, y0) lies outside.
-    void paint(const View& src, int x0, int y0, const Shape& shape) {
-        const int cols = std::min(6, w - x0), rows = std::min(6, h - y0);
+    void paint(int x0, int y0, const Shape& shape) {
+        const int cols = std::min(6, src.width() - x0), rows = std::min(6, src.height() - y0);
         int count = 0, sum[3] = {0, 0, 0};
         for (int r = 0; r < rows; ++r)
             for (int c = 0; c < cols; ++c)
@@ -82,7 +71,7 @@ struct Expected {
                 }
         for (int r = 0; r < rows && count; ++r)
             for (int c = 0; c < cols; ++c) {
-                Bgra& o = px[std::size_t((y0 + r) * w + x0 + c)];
+                Bgra& o = px[std::size_t((y0 + r) * src.width() + x0 + c)];
                 const Bgra s = src.at(x0 + c, y0 + r);
                 std::uint8_t* out[3] = {&o.b, &o.g, &o.r};
                 const int in[3] = {s.b, s.g, s.r}, wt = shape[r][c];
@@ -94,27 +83,6 @@ struct Expected {
     }
 };
 
-// Where the picture differs from the expected one: the first differing pixel.
-std::string difference(const View& out, const Expected& want) {
-    for (int y = 0; y < want.h; ++y)
-        for (int x = 0; x < want.w; ++x) {
-            const Bgra got = out.at(x, y), exp = want.px[std::size_t(y * want.w + x)];
-            if (!(got == exp))
-                return "pixel (" + std::to_string(x) + ", " + std::to_string(y) + ") is " + std::to_string(got.b) + "," +
-                       std::to_string(got.g) + "," + std::to_string(got.r) + "," + std::to_string(got.a) + " not " +
-                       std::to_string(exp.b) + "," + std::to_string(exp.g) + "," + std::to_string(exp.r) + "," +
-                       std::to_string(exp.a);
-        }
-    return "";
-}
-
-// The next displacement drawn from the shared sequence: x first, then y.
-void draw(int jitter, int& dx, int& dy) {
-    const int span = 2 * jitter + 1;
-    dx = jitter - plat::rand() % span;
-    dy = jitter - plat::rand() % span;
-}
-
 Bgra varied(int x, int y) {
     return Bgra{std::uint8_t(x * 41 + y * 7), std::uint8_t(200 - x * 9 + y * 13), std::uint8_t(x * y * 5 + 30),
                 std::uint8_t(x * 60 + y * 25)};
@@ -122,131 +90,68 @@ Bgra varied(int x, int y) {
 
 }  // namespace
 
-// One cell, on the grid: both shapes painted at the same place over the
-// background, each blending the truncated average of the source under its
-// non-zero weights. A table typed wrong or upside down, averages taken from the
-// output or over zero weights, or the wrong order of the two shapes all show.
-TEST(MeanMapEffects, OneCellPaintsBothShapesFromSourceAverages) {
-    for (int bits : {24, 32}) {
-        // Alpha varies on 32-bit pictures: zero weights are still pulled toward the source.
-        Owned src(make(6, 6, bits, varied));
-        View in(src);
-        for (const EffectShapes& e : kEffects) {
-            Owned out(runFilter(e.effect, src, 16384, kSpacing17, kOnGrid, 0, kColour));
-            ASSERT_NE(out.h, nullptr);
-            Expected want(in, bits == 32);
-            want.paint(in, 0, 0, *e.first);
-            want.paint(in, 0, 0, *e.second);
-            EXPECT_EQ(difference(View(out), want), "") << "effect " << e.effect << " bits " << bits;
-        }
-    }
-    // Spelled out: Pointillize's corner (0, 0) has weight 0 in both shapes. On
-    // 24 bits it keeps the background; on 32 bits the background and each of
-    // the two marks mix it toward the source by its alpha.
-    Owned src24(make(6, 6, 24, [](int, int) { return Bgra{200, 100, 40, 255}; }));
-    Owned src32(make(6, 6, 32, [](int, int) { return Bgra{200, 100, 40, 100}; }));
-    Owned out24(runFilter(kPointillize, src24, 16384, kSpacing17, kOnGrid, 0, kColour));
-    Owned out32(runFilter(kPointillize, src32, 16384, kSpacing17, kOnGrid, 0, kColour));
-    EXPECT_EQ(View(out24).at(0, 0), kBackground);
-    EXPECT_EQ(View(out24).at(1, 0), (Bgra{std::uint8_t((10 * 64 + 200 * 192) >> 8),
-                                          std::uint8_t((20 * 64 + 100 * 192) >> 8),
-                                          std::uint8_t((250 * 64 + 40 * 192) >> 8), 255}));
-    auto pull = [](int s, int v) { return (s * 155 + v * 100) / 255; };
-    EXPECT_EQ(View(out32).at(0, 0), (Bgra{std::uint8_t(pull(200, pull(200, pull(200, 10)))),
-                                          std::uint8_t(pull(100, pull(100, pull(100, 20)))),
-                                          std::uint8_t(pull(40, pull(40, pull(40, 250)))), 100}));
-}
-
-// Marks displaced at random: shifted inward at the left and bottom, cut at the
-// right and top, painted band by band, left to right, first shape then second.
-// Undisplaced, spacing 17 on 18 columns or rows puts marks of one column or
-// row at the last one, averaged over that line alone.
-TEST(MeanMapEffects, DisplacedMarksFollowTheSequence) {
+// Every pixel against a picture painted from the shape tables: background by
+// alpha, marks displaced by two draws each from the sequence seeded with 0 (x,
+// then y, also when nothing moves), shifted inward at the left and bottom, cut
+// at the right and top, painted band by band, left to right, first shape then
+// second, averaged from the source under non-zero weights; one row tick per band.
+TEST(MeanMapEffects, MarksFollowTheShapesAndTheSequence) {
     struct Case { int w, h; std::uint16_t number, randomness; };
-    const Case cases[] = {{61, 47, kSpacing17, kMostRandom}, {23, 19, 200, 100}, {7, 40, 255, 255},
-                          {18, 7, kSpacing17, kOnGrid},          {7, 18, kSpacing17, 0}};
+    const Case cases[] = {{61, 47, 0, 255}, {23, 19, 200, 100}, {7, 40, 255, 255}, {18, 7, 0, 15},
+                          {7, 18, 0, 0},    {1, 35, 0, 0},      {35, 1, 255, 16}};
     int shiftedLeft = 0, shiftedDown = 0, cutRight = 0, cutTop = 0;
     for (int bits : {24, 32}) {
         for (const Case& c : cases) {
             Owned src(make(c.w, c.h, bits, varied));
             View in(src);
-            const int spacing = (255 - c.number) / 16 + 2, jitter = c.randomness >> 4;
+            const int spacing = (255 - c.number) / 16 + 2, jitter = c.randomness >> 4, span = 2 * jitter + 1;
             for (const EffectShapes& e : kEffects) {
                 Expected want(in, bits == 32);
                 plat::srand(0);
-                for (int y = 0; y < c.h; y += spacing)
+                long bands = 0;
+                for (int y = 0; y < c.h; y += spacing, ++bands)
                     for (int x = 0; x < c.w; x += spacing)
                         for (const Shape* shape : {e.first, e.second}) {
-                            int dx, dy;
-                            draw(jitter, dx, dy);
-                            shiftedLeft += x + dx < 0;
-                            shiftedDown += y + dy < 0;
-                            cutRight += x + dx == c.w - 1;   // one column left
-                            cutTop += y + dy == c.h - 1;
-                            want.paint(in, std::max(x + dx, 0), std::max(y + dy, 0), *shape);
+                            const int x0 = x + jitter - plat::rand() % span, y0 = y + jitter - plat::rand() % span;
+                            shiftedLeft += x0 < 0, shiftedDown += y0 < 0;
+                            cutRight += x0 == c.w - 1, cutTop += y0 == c.h - 1;   // one column or row left
+                            want.paint(std::max(x0, 0), std::max(y0, 0), *shape);
                         }
+                const int nextDraw = plat::rand();
+                const long ticks = standalone::operationCounts().rowTicks;
                 Owned out(runFilter(e.effect, src, 0, c.number, c.randomness, 0, kColour));
                 ASSERT_NE(out.h, nullptr);
-                EXPECT_EQ(difference(View(out), want), "")
-                    << "effect " << e.effect << " size " << c.w << "x" << c.h << " bits " << bits;
-                Owned again(runFilter(e.effect, src, 0, c.number, c.randomness, 0, kColour));
-                EXPECT_EQ(View(again).bytes(), View(out).bytes()) << "renders repeat exactly";
+                SCOPED_TRACE("effect " + std::to_string(e.effect) + " size " + std::to_string(c.w) + "x" +
+                             std::to_string(c.h) + " bits " + std::to_string(bits));
+                EXPECT_EQ(firstDifference(View(out), [&](int x, int y) { return want.at(x, y); }), "");
+                EXPECT_EQ(standalone::operationCounts().rowTicks - ticks, bands);
+                EXPECT_EQ(plat::rand(), nextDraw) << "two draws per mark";
             }
         }
     }
-    // The cases reach every edge.
-    EXPECT_GT(shiftedLeft, 0);
-    EXPECT_GT(shiftedDown, 0);
-    EXPECT_GT(cutRight, 0);
-    EXPECT_GT(cutTop, 0);
+    EXPECT_TRUE(shiftedLeft && shiftedDown && cutRight && cutTop) << "the cases reach every edge";
 }
 
 TEST(MeanMapEffects, AlphaZeroKeepsTheSourceAndFullAlphaMatches24Bit) {
-    Owned clear(make(29, 23, 32, [](int x, int y) { Bgra p = pattern(x, y); p.a = 0; return p; }));
-    Owned opaque(make(29, 23, 32, [](int x, int y) { Bgra p = pattern(x, y); p.a = 255; return p; }));
-    Owned plain(make(29, 23, 24, pattern));
+    auto alpha = [](int a) { return [a](int x, int y) { Bgra p = pattern(x, y); p.a = std::uint8_t(a); return p; }; };
+    Owned clear(make(29, 23, 32, alpha(0))), opaque(make(29, 23, 32, alpha(255))), plain(make(29, 23, 24, pattern));
     for (const EffectShapes& e : kEffects) {
         Owned a(runFilter(e.effect, clear, 0, 230, 200, 0, kColour));
         Owned b(runFilter(e.effect, opaque, 0, 230, 200, 0, kColour));
         Owned c(runFilter(e.effect, plain, 0, 230, 200, 0, kColour));
-        View va(a), vb(b), vc(c), vs(clear);
-        for (int y = 0; y < 23; ++y)
-            for (int x = 0; x < 29; ++x) {
-                ASSERT_EQ(va.at(x, y), vs.at(x, y)) << e.effect << " at " << x << "," << y;
-                ASSERT_EQ(vb.at(x, y), vc.at(x, y)) << e.effect << " at " << x << "," << y;
-            }
+        EXPECT_EQ(firstDifference(View(a), View(clear)), "") << e.effect;
+        EXPECT_EQ(firstDifference(View(b), View(c)), "") << e.effect;
     }
 }
 
 TEST(MeanMapEffects, PaletteSourceGivesTheResultOfItsColours) {
-    const auto table = palette256();
-    Owned indexed(make(33, 21, 8, [](int x, int y) { return Bgra{std::uint8_t(x * 7 + y * 31), 0, 0, 0}; }, table));
-    Owned expanded(make(33, 21, 24, [&](int x, int y) { return table[std::uint8_t(x * 7 + y * 31)]; }));
+    Owned indexed(testpic::indexed(33, 21, [](int x, int y) { return x * 7 + y * 31; }));
+    Owned expanded(trueColour(indexed));
     for (const EffectShapes& e : kEffects) {
-        Owned a(runFilter(e.effect, indexed, 0, 200, kMostRandom, 0, kColour));
-        Owned b(runFilter(e.effect, expanded, 0, 200, kMostRandom, 0, kColour));
+        Owned a(runFilter(e.effect, indexed, 0, 200, 255, 0, kColour));
+        Owned b(runFilter(e.effect, expanded, 0, 200, 255, 0, kColour));
         ASSERT_NE(a.h, nullptr);
-        EXPECT_EQ(View(a).header().biBitCount, 24);
         EXPECT_EQ(View(a).bytes(), View(b).bytes()) << e.effect;
-    }
-}
-
-// One row tick per band of marks, and exactly two random draws per mark even
-// when nothing is displaced.
-TEST(MeanMapEffects, OneTickPerBandAndTwoDrawsPerMark) {
-    struct Case { int w, h; std::uint16_t number, randomness; };
-    const Case cases[] = {{20, 20, 128, 0}, {20, 20, 128, 255}, {1, 35, 0, 0}, {35, 1, 255, 16}, {9, 10, 128, 7}};
-    for (const Case& c : cases) {
-        Owned src(make(c.w, c.h, 24, pattern));
-        const int spacing = (255 - c.number) / 16 + 2;
-        const long bands = (c.h + spacing - 1) / spacing, cells = bands * ((c.w + spacing - 1) / spacing);
-        const long ticks = standalone::operationCounts().rowTicks;
-        Owned out(runFilter(kRain, src, 0, c.number, c.randomness));
-        EXPECT_EQ(standalone::operationCounts().rowTicks - ticks, bands) << c.w << "x" << c.h;
-        const int next = plat::rand();
-        plat::srand(0);
-        for (long i = 0; i < 4 * cells; ++i) plat::rand();
-        EXPECT_EQ(next, plat::rand()) << c.w << "x" << c.h << " number " << c.number;
     }
 }
 
@@ -260,21 +165,10 @@ TEST(MeanMapEffects, SlidersAreClampedTo255) {
 
 TEST(MeanMapEffects, RefusedPicturesAndMemoryFailure) {
     MessageCapture messages;
+    Owned odd(withHeader(make(8, 8, 24, pattern), [](BITMAPINFOHEADER& h) { h.biBitCount = 16; }));
+    EXPECT_EQ(runFilter(kPointillize, odd, 0, 128, 128), nullptr);
+    EXPECT_TRUE(messages.messages.empty()) << "refused quietly";
     Owned good(make(8, 8, 24, pattern));
-    {   // a 16-bit picture is refused without a message
-        Owned odd(make(8, 8, 24, pattern));
-        auto* h = static_cast<BITMAPINFOHEADER*>(plat::globalLock(odd));
-        h->biBitCount = 16;
-        plat::globalUnlock(odd);
-        EXPECT_EQ(runFilter(kPointillize, odd, 0, 128, 128), nullptr);
-    }
-    EXPECT_TRUE(messages.messages.empty());
-    const long live = plat::liveBlocks();
-    plat::failAllocationAfter(1);
-    HGLOBAL out = runFilter(kPointillize, good, 0, 128, 128);
-    plat::failAllocationAfter(0);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(plat::liveBlocks(), live);
-    ASSERT_EQ(messages.messages.size(), 1u);
-    EXPECT_EQ(messages.messages[0], "Not enough memory to complete operation");
+    EXPECT_TRUE(failsCleanly(1, [&] { return runFilter(kPointillize, good, 0, 128, 128); }));
+    EXPECT_EQ(messages.messages, std::vector<std::string>{"Not enough memory to complete operation"});
 }

@@ -5,13 +5,11 @@
 //
 //   bgra_frames tobmp   W H FRAMES.raw PREFIX       writes PREFIX<i>.bmp per frame
 //   bgra_frames compare W H FRAMES.raw I PICTURE.bmp frame I against a 32-bit BMP
-//   bgra_frames same    W H A.raw I B.raw J          frame I of A against frame J of B
 //
 // Exit status: 0 done / equal, 1 different, 2 bad arguments or files.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -32,110 +30,71 @@ Bytes readFile(const std::string& path) {
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-void writeFile(const std::string& path, const Bytes& data) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
-    if (!out) fail(path + ": cannot write");
+// A decimal number below `limit`.
+std::size_t number(const std::string& text, std::size_t limit) {
+    char* end = nullptr;
+    const unsigned long v = std::strtoul(text.c_str(), &end, 10);
+    if (text.empty() || *end || v >= limit) fail("bad number \"" + text + "\"");
+    return v;
 }
 
-unsigned long number(const char* text) {
-    char* end = nullptr;
-    const unsigned long v = std::strtoul(text, &end, 10);
-    if (!*text || *end || v == 0 || v > 65535) fail(std::string("bad number \"") + text + "\"");
-    return v;
+std::size_t width, height, frameBytes;   // from W and H
+
+// All frames of a raw file, and frame `index` (a decimal string) of it.
+Bytes frames(const std::string& path) {
+    Bytes data = readFile(path);
+    if (data.size() % frameBytes) fail(path + ": not a whole number of frames");
+    return data;
+}
+Bytes frame(const std::string& path, const std::string& index) {
+    const Bytes all = frames(path);
+    const std::size_t i = number(index, all.size() / frameBytes);
+    return Bytes(all.begin() + long(i * frameBytes), all.begin() + long((i + 1) * frameBytes));
 }
 
 std::uint32_t read32(const Bytes& b, std::size_t at) {
     return std::uint32_t(b[at]) | std::uint32_t(b[at + 1]) << 8 | std::uint32_t(b[at + 2]) << 16 |
            std::uint32_t(b[at + 3]) << 24;
 }
-void put16(Bytes& b, std::uint32_t v) {
-    b.push_back(std::uint8_t(v));
-    b.push_back(std::uint8_t(v >> 8));
-}
-void put32(Bytes& b, std::uint32_t v) {
-    put16(b, v & 0xFFFF);
-    put16(b, v >> 16);
-}
-
-struct Frames {
-    std::size_t width, height;
-    Bytes data;
-    std::size_t count() const { return data.size() / (width * height * 4); }
-    // Row r (0 = top) of frame i.
-    const std::uint8_t* row(std::size_t i, std::size_t r) const {
-        return data.data() + (i * height + r) * width * 4;
-    }
-};
-
-Frames loadFrames(const char* w, const char* h, const std::string& path) {
-    Frames f{number(w), number(h), readFile(path)};
-    if (f.data.size() % (f.width * f.height * 4) != 0) fail(path + ": not a whole number of frames");
-    return f;
-}
-
-std::size_t frameIndex(const Frames& f, const char* text, const std::string& path) {
-    char* end = nullptr;
-    const unsigned long i = std::strtoul(text, &end, 10);
-    if (!*text || *end || i >= f.count()) fail(path + ": no frame " + text);
-    return i;
-}
 
 // A 32-bit BMP: 14-byte file header, 40-byte info header, rows bottom-up.
-Bytes bmpOf(const Frames& f, std::size_t i) {
-    const std::uint32_t image = std::uint32_t(f.width * f.height * 4);
-    Bytes b;
-    b.push_back('B');
-    b.push_back('M');
-    put32(b, 54 + image);
-    put32(b, 0);
-    put32(b, 54);
-    put32(b, 40);
-    put32(b, std::uint32_t(f.width));
-    put32(b, std::uint32_t(f.height));
-    put16(b, 1);
-    put16(b, 32);
-    put32(b, 0);   // uncompressed
-    put32(b, image);
-    put32(b, 2835);
-    put32(b, 2835);
-    put32(b, 0);
-    put32(b, 0);
-    for (std::size_t r = f.height; r-- > 0;) b.insert(b.end(), f.row(i, r), f.row(i, r) + f.width * 4);
+Bytes bmpOf(const std::uint8_t* pixels) {
+    Bytes b{'B', 'M'};
+    auto put = [&b](std::uint32_t v, int bytes) {
+        for (int k = 0; k < bytes; ++k) b.push_back(std::uint8_t(v >> (8 * k)));
+    };
+    put(54 + std::uint32_t(frameBytes), 4), put(0, 4), put(54, 4), put(40, 4);
+    put(std::uint32_t(width), 4), put(std::uint32_t(height), 4), put(1, 2), put(32, 2);
+    put(0, 4), put(std::uint32_t(frameBytes), 4), put(2835, 4), put(2835, 4), put(0, 4), put(0, 4);
+    for (std::size_t r = height; r-- > 0;) b.insert(b.end(), pixels + r * width * 4, pixels + (r + 1) * width * 4);
     return b;
 }
 
-// The rows of a 32-bit uncompressed BMP, top row first.
-Bytes topDownPixels(const Bytes& bmp, const Frames& f, const std::string& path) {
+// The pixels of an uncompressed 32-bit BMP of W x H, top row first.
+Bytes bmpPixels(const std::string& path) {
+    const Bytes bmp = readFile(path);
     if (bmp.size() < 54 || bmp[0] != 'B' || bmp[1] != 'M') fail(path + ": not a BMP file");
     const std::uint32_t offset = read32(bmp, 10);
-    const std::int32_t width = std::int32_t(read32(bmp, 18)), height = std::int32_t(read32(bmp, 22));
-    const std::uint32_t bits = read32(bmp, 28) & 0xFFFF, compression = read32(bmp, 30);
-    if (bits != 32 || compression != 0) fail(path + ": not an uncompressed 32-bit BMP");
-    const std::size_t rows = std::size_t(height < 0 ? -std::int64_t(height) : height);
-    if (std::size_t(width) != f.width || rows != f.height)
-        fail(path + ": size " + std::to_string(width) + "x" + std::to_string(rows) + " differs from the frames");
-    const std::size_t rowBytes = f.width * 4;
-    if (offset > bmp.size() || bmp.size() - offset < rowBytes * rows) fail(path + ": pixels cut short");
+    if ((read32(bmp, 28) & 0xFFFF) != 32 || read32(bmp, 30) != 0) fail(path + ": not an uncompressed 32-bit BMP");
+    if (read32(bmp, 18) != width || read32(bmp, 22) != height)
+        fail(path + ": not a bottom-up picture of the frames' size");
+    if (offset > bmp.size() || bmp.size() - offset < frameBytes) fail(path + ": pixels cut short");
     Bytes out;
-    for (std::size_t r = 0; r < rows; ++r) {
-        const std::size_t stored = height < 0 ? r : rows - 1 - r;
-        const std::uint8_t* p = bmp.data() + offset + stored * rowBytes;
-        out.insert(out.end(), p, p + rowBytes);
+    for (std::size_t r = height; r-- > 0;) {
+        const auto row = bmp.begin() + long(offset + r * width * 4);
+        out.insert(out.end(), row, row + long(width * 4));
     }
     return out;
 }
 
 // 0 when equal; otherwise names the first differing pixel (x, y from the top).
-int compareRows(const Frames& f, const std::uint8_t* a, const std::uint8_t* b, const std::string& what) {
-    const std::size_t n = f.width * f.height * 4;
-    for (std::size_t k = 0; k < n; ++k) {
+int compare(const Bytes& a, const Bytes& b, const std::string& what) {
+    for (std::size_t k = 0; k < frameBytes; ++k) {
         if (a[k] == b[k]) continue;
-        const std::size_t pixel = k / 4, x = pixel % f.width, y = pixel / f.width;
-        const std::uint8_t* p = a + pixel * 4;
-        const std::uint8_t* q = b + pixel * 4;
+        const std::size_t at = k / 4 * 4;
         std::fprintf(stderr, "%s: first difference at x=%zu y=%zu (from the top): bgra %u,%u,%u,%u vs %u,%u,%u,%u\n",
-                     what.c_str(), x, y, p[0], p[1], p[2], p[3], q[0], q[1], q[2], q[3]);
+                     what.c_str(), at / 4 % width, at / 4 / width, a[at], a[at + 1], a[at + 2], a[at + 3], b[at],
+                     b[at + 1], b[at + 2], b[at + 3]);
         return 1;
     }
     return 0;
@@ -144,30 +103,22 @@ int compareRows(const Frames& f, const std::uint8_t* a, const std::uint8_t* b, c
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string command = argc > 1 ? argv[1] : "";
-    if (command == "tobmp" && argc == 6) {
-        const Frames f = loadFrames(argv[2], argv[3], argv[4]);
-        for (std::size_t i = 0; i < f.count(); ++i) writeFile(argv[5] + std::to_string(i) + ".bmp", bmpOf(f, i));
-        std::printf("%zu\n", f.count());
+    const std::vector<std::string> arg(argv + 1, argv + argc);
+    if (arg.size() >= 5) width = number(arg[1], 65536), height = number(arg[2], 65536), frameBytes = width * height * 4;
+    if (!frameBytes) {
+    } else if (arg[0] == "tobmp" && arg.size() == 5) {
+        const Bytes all = frames(arg[3]);
+        for (std::size_t i = 0; i < all.size() / frameBytes; ++i) {
+            const Bytes bmp = bmpOf(all.data() + i * frameBytes);
+            std::ofstream out(arg[4] + std::to_string(i) + ".bmp", std::ios::binary);
+            if (!out.write(reinterpret_cast<const char*>(bmp.data()), std::streamsize(bmp.size())))
+                fail(arg[4] + ": cannot write");
+        }
         return 0;
+    } else if (arg[0] == "compare" && arg.size() == 6) {
+        return compare(frame(arg[3], arg[4]), bmpPixels(arg[5]), arg[3] + " frame " + arg[4] + " vs " + arg[5]);
     }
-    if (command == "compare" && argc == 7) {
-        const Frames f = loadFrames(argv[2], argv[3], argv[4]);
-        const std::size_t i = frameIndex(f, argv[5], argv[4]);
-        const Bytes picture = topDownPixels(readFile(argv[6]), f, argv[6]);
-        return compareRows(f, f.row(i, 0), picture.data(),
-                           std::string(argv[4]) + " frame " + argv[5] + " vs " + argv[6]);
-    }
-    if (command == "same" && argc == 8) {
-        const Frames a = loadFrames(argv[2], argv[3], argv[4]);
-        const Frames b = loadFrames(argv[2], argv[3], argv[6]);
-        const std::size_t i = frameIndex(a, argv[5], argv[4]), j = frameIndex(b, argv[7], argv[6]);
-        return compareRows(a, a.row(i, 0), b.row(j, 0),
-                           std::string(argv[4]) + " frame " + argv[5] + " vs " + argv[6] + " frame " + argv[7]);
-    }
-    std::fprintf(stderr,
-                 "usage: bgra_frames tobmp W H FRAMES.raw PREFIX\n"
-                 "       bgra_frames compare W H FRAMES.raw I PICTURE.bmp\n"
-                 "       bgra_frames same W H A.raw I B.raw J\n");
+    std::fprintf(stderr, "usage: bgra_frames tobmp W H FRAMES.raw PREFIX\n"
+                         "       bgra_frames compare W H FRAMES.raw I PICTURE.bmp\n");
     return 2;
 }
