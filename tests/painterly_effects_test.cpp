@@ -105,6 +105,29 @@ TEST(DarkStrokes, ShiftsChannelsByTheLuminanceAwayFromGrey) {
         }
 }
 
+// Every pixel against the rule written out plainly, for all depths and many progresses.
+TEST(DarkStrokes, EveryPixelFollowsThePlainRule) {
+    for (int bits : kAllBits)
+        for (std::uint32_t progress : {0u, 1u, 4095u, 8192u, 12345u, 16383u, 16384u}) {
+            // At most 240 colours, so the 8-bit form holds them all.
+            Owned src(makeColours(37, 23, bits, [](int x, int y) { return pattern(x % 16, y % 15); }));
+            ASSERT_NE(src.h, nullptr);
+            Owned out(runFilter(kDarkStrokes, src, progress));
+            View in(src), v(out);
+            for (int y = 0; y < 23; ++y)
+                for (int x = 0; x < 37; ++x) {
+                    const Bgra s = in.at(x, y);
+                    const int d = (px::luminance(s.b, s.g, s.r) - 127) * int(progress) / 16384;
+                    auto shifted = [&](int c) { return std::uint8_t(px::clamp255(c + d)); };
+                    Bgra want{shifted(s.b), shifted(s.g), shifted(s.r), bits == 32 ? s.a : std::uint8_t(255)};
+                    if (bits == 32)
+                        want = Bgra{px::alphaMix(s.b, want.b, s.a), px::alphaMix(s.g, want.g, s.a),
+                                    px::alphaMix(s.r, want.r, s.a), s.a};
+                    ASSERT_EQ(v.at(x, y), want) << bits << " bits, progress " << progress << " at " << x << "," << y;
+                }
+        }
+}
+
 TEST(Painterly, AlphaMixUsesEachPixelsOwnAlpha) {
     auto colour = [](int x, int y) {
         return Bgra{std::uint8_t(40 + 50 * x), 90, 160, std::uint8_t((x * 90 + y * 40) % 256)};

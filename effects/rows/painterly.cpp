@@ -8,17 +8,18 @@ namespace {
 
 using namespace rowpx;
 
-// Pushes every channel away from middle grey by the pixel's own luminance.
-template <class Rows>
-void darkStrokesRow(unsigned y, std::uint32_t progress, unsigned width, const Rows& src, std::uint8_t* out,
-                    bool alpha) {
-    const std::int64_t p = progress;
-    const unsigned step = alpha ? 4 : 3;
+// Pushes every channel away from middle grey by the pixel's own luminance. The
+// shift depends only on the luminance (0..253), so it is looked up per row.
+template <bool Alpha, class Rows>
+void darkStrokesRow(unsigned y, std::uint32_t progress, unsigned width, const Rows& src, std::uint8_t* out) {
+    int shiftOf[254];
+    for (int l = 0; l < 254; ++l) shiftOf[l] = static_cast<int>((std::int64_t(l - 127) * progress) / 16384);
+    constexpr unsigned step = Alpha ? 4 : 3;
     for (unsigned x = 0; x < width; ++x, out += step) {
         const std::uint8_t* c = src.at(x, y);
-        const int d = static_cast<int>((std::int64_t(px::luminance(c[0], c[1], c[2]) - 127) * p) / 16384);
-        putPixel(out, c, unsigned(px::clamp255(c[0] + d)), unsigned(px::clamp255(c[1] + d)),
-                 unsigned(px::clamp255(c[2] + d)), alpha);
+        const int d = shiftOf[luminanceAt(c)];
+        put<Alpha>(out, c, Alpha ? c[3] : 0u, unsigned(px::clamp255(c[0] + d)), unsigned(px::clamp255(c[1] + d)),
+                   unsigned(px::clamp255(c[2] + d)));
     }
 }
 
@@ -327,12 +328,14 @@ void stampRow(unsigned y, unsigned width, unsigned height, const std::uint8_t* c
 
 FLR_ROW1(DarkStrokesLine1) {
     (void)height;
-    darkStrokesRow(y, progress, width, PaletteRows{rows, colourTable}, out, false);
+    darkStrokesRow<false>(y, progress, width, PaletteRows{rows, colourTable}, out);
 }
 FLR_ROW2(DarkStrokesLine2) {
     (void)height;
-    const bool alpha = hasAlpha != 0;
-    darkStrokesRow(y, progress, width, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
+    if (hasAlpha)
+        darkStrokesRow<true>(y, progress, width, DirectRows{rows, 4}, out);
+    else
+        darkStrokesRow<false>(y, progress, width, DirectRows{rows, 3}, out);
 }
 
 FLR_ROW1(FrescoLine1) {

@@ -39,25 +39,30 @@ FLR_ROW1(SolarizeLine1) {
     const std::uint8_t* s = rows[y];
     for (unsigned x = 0; x < width; ++x, out += 3) {
         const std::uint8_t* c = colourTable + 4u * s[x];
-        const bool invert = unsigned(px::luminance(c[0], c[1], c[2])) >= t;
+        const bool invert = luminanceAt(c) >= t;
         out[0] = invert ? 255 - c[0] : c[0];
         out[1] = invert ? 255 - c[1] : c[1];
         out[2] = invert ? 255 - c[2] : c[2];
     }
 }
 
+namespace {
+template <bool Alpha>
+void solarizeRow(const std::uint8_t* s, std::uint8_t* out, unsigned width, unsigned threshold) {
+    constexpr unsigned step = Alpha ? 4 : 3;
+    for (unsigned x = 0; x < width; ++x, s += step, out += step) {
+        const unsigned mask = luminanceAt(s) >= threshold ? 255u : 0u;   // invert, or keep
+        put<Alpha>(out, s, Alpha ? s[3] : 0u, s[0] ^ mask, s[1] ^ mask, s[2] ^ mask);
+    }
+}
+}  // namespace
+
 FLR_ROW2(SolarizeLine2) {
     (void)height;
-    const unsigned t = solarizeThreshold(progress);
-    const bool alpha = hasAlpha != 0;
-    const unsigned step = alpha ? 4 : 3;
-    const std::uint8_t* s = rows[y];
-    for (unsigned x = 0; x < width; ++x, s += step, out += step) {
-        if (unsigned(px::luminance(s[0], s[1], s[2])) >= t)
-            putPixel(out, s, 255u - s[0], 255u - s[1], 255u - s[2], alpha);
-        else
-            putPixel(out, s, s[0], s[1], s[2], alpha);
-    }
+    if (hasAlpha)
+        solarizeRow<true>(rows[y], out, width, solarizeThreshold(progress));
+    else
+        solarizeRow<false>(rows[y], out, width, solarizeThreshold(progress));
 }
 
 FLR_ROW1(PosterizeLine1) {
