@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "engine/dib.h"
 #include "engine/effect_table.h"
 #include "engine/filters.h"
 #include "host/exports.h"
@@ -17,17 +18,9 @@ namespace {
 constexpr int kWidth = 1920, kHeight = 1080;
 
 HGLOBAL makeFrame() {
-    const std::uint32_t stride = ((kWidth * 24 + 31) / 32) * 4;
-    HGLOBAL h = plat::globalAlloc(40 + std::size_t(stride) * kHeight);
+    const std::uint32_t stride = std::uint32_t(dib::paddedStride(kWidth, 24));
+    HGLOBAL h = dib::create(kWidth, kHeight, 24);
     auto* p = static_cast<unsigned char*>(plat::globalLock(h));
-    BITMAPINFOHEADER hdr{};
-    hdr.biSize = 40;
-    hdr.biWidth = kWidth;
-    hdr.biHeight = kHeight;
-    hdr.biPlanes = 1;
-    hdr.biBitCount = 24;
-    hdr.biSizeImage = stride * kHeight;
-    std::memcpy(p, &hdr, sizeof hdr);
     for (int y = 0; y < kHeight; ++y)
         for (int x = 0; x < kWidth; ++x) {
             unsigned char* q = p + 40 + std::size_t(y) * stride + 3 * std::size_t(x);

@@ -38,6 +38,28 @@ bool inspect(const std::uint8_t* block, std::size_t blockSize, Layout& layout) {
     return true;
 }
 
+HGLOBAL create(std::int32_t width, std::int32_t height, unsigned bits, std::uint32_t tableEntries,
+               std::uint32_t headerSize) {
+    if (width <= 0 || height <= 0 || headerSize < sizeof(BITMAPINFOHEADER)) return nullptr;
+    const std::uint64_t image = paddedStride(std::uint32_t(width), bits) * std::uint32_t(height);
+    const std::uint64_t total = headerSize + 4ull * tableEntries + image;
+    if (image > 0xFFFFFFFFu || total > 0xFFFFFFFFu) return nullptr;
+    HGLOBAL handle = plat::globalAlloc(std::size_t(total));
+    if (!handle) return nullptr;
+    BITMAPINFOHEADER h{};
+    h.biSize = headerSize;
+    h.biWidth = width;
+    h.biHeight = height;
+    h.biPlanes = 1;
+    h.biBitCount = static_cast<std::uint16_t>(bits);
+    h.biCompression = BI_RGB;
+    h.biSizeImage = static_cast<std::uint32_t>(image);
+    h.biClrUsed = tableEntries;
+    std::memcpy(plat::globalLock(handle), &h, sizeof h);
+    plat::globalUnlock(handle);
+    return handle;
+}
+
 Source::Source(HGLOBAL handle) : handle_(handle) {
     if (!handle_) return;
     block_ = static_cast<const std::uint8_t*>(plat::globalLock(handle_));

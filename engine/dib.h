@@ -16,6 +16,12 @@ inline std::uint64_t paddedStride(std::uint64_t width, unsigned bits) {
     return ((width * bits + 31) / 32) * 4;
 }
 
+// A new bottom-up picture in a movable block: a header of headerSize bytes
+// (BITMAPINFOHEADER fields set, the rest zero), tableEntries colour-table entries
+// (zero) and zero-filled rows. Null when memory fails or the size does not fit.
+HGLOBAL create(std::int32_t width, std::int32_t height, unsigned bits, std::uint32_t tableEntries = 0,
+               std::uint32_t headerSize = 40);
+
 // Where the parts of a checked picture lie inside its block.
 struct Layout {
     std::uint32_t headerSize = 0;       // biSize

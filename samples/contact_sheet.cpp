@@ -104,16 +104,8 @@ int main(int argc, char** argv) {
     }
     // Into a bottom-up 24-bit DIB and out as PNG.
     const std::uint32_t stride = std::uint32_t(dib::paddedStride(std::uint32_t(c.w), 24));
-    HGLOBAL out = plat::globalAlloc(40 + std::size_t(stride) * c.h);
+    HGLOBAL out = dib::create(c.w, c.h, 24);
     auto* base = static_cast<unsigned char*>(plat::globalLock(out));
-    BITMAPINFOHEADER h{};
-    h.biSize = 40;
-    h.biWidth = c.w;
-    h.biHeight = c.h;
-    h.biPlanes = 1;
-    h.biBitCount = 24;
-    h.biSizeImage = stride * std::uint32_t(c.h);
-    std::memcpy(base, &h, sizeof h);
     for (int y = 0; y < c.h; ++y)
         std::memcpy(base + 40 + std::size_t(c.h - 1 - y) * stride, &c.bgr[std::size_t(y) * c.w * 3],
                     std::size_t(c.w) * 3);

@@ -69,16 +69,8 @@ int main(int argc, char** argv) {
     const std::string out = argc > 1 ? argv[1] : "sample.png";
     const int w = 480, h = 320;
     const std::uint32_t stride = std::uint32_t(dib::paddedStride(w, 24));
-    HGLOBAL pic = plat::globalAlloc(40 + stride * h);
+    HGLOBAL pic = dib::create(w, h, 24);
     auto* p = static_cast<unsigned char*>(plat::globalLock(pic));
-    BITMAPINFOHEADER hdr{};
-    hdr.biSize = 40;
-    hdr.biWidth = w;
-    hdr.biHeight = h;
-    hdr.biPlanes = 1;
-    hdr.biBitCount = 24;
-    hdr.biSizeImage = stride * h;
-    std::memcpy(p, &hdr, sizeof hdr);
     for (int row = 0; row < h; ++row)
         for (int x = 0; x < w; ++x) {
             // Two-by-two supersampling for smooth edges.

@@ -44,27 +44,15 @@ struct NewDib {
     }
     bool create(const unsigned char* header, std::uint32_t headerSize, std::int32_t width, std::int32_t height,
                 unsigned bits, std::uint32_t tableEntries) {
-        stride = std::uint32_t(dib::paddedStride(std::uint32_t(width), bits));
-        const std::uint64_t image = std::uint64_t(stride) * std::uint32_t(height);
-        const std::uint64_t total = headerSize + tableEntries * 4ull + image;
-        if (image > 0xFFFFFFFFu || total > 0x7FFFFFFFu) return false;
-        handle = plat::globalAlloc(std::size_t(total));
+        handle = dib::create(width, height, bits, tableEntries, headerSize);
         if (!handle) return false;
         base = static_cast<unsigned char*>(plat::globalLock(handle));
-        BITMAPINFOHEADER h{};
-        if (header) std::memcpy(base, header, headerSize);
-        std::memcpy(&h, base, sizeof h);
-        h.biSize = headerSize;
-        h.biWidth = width;
-        h.biHeight = height;
-        h.biPlanes = 1;
-        h.biBitCount = std::uint16_t(bits);
-        h.biCompression = BI_RGB;
-        h.biSizeImage = std::uint32_t(image);
-        h.biClrUsed = bits == 8 ? tableEntries : 0;
-        h.biClrImportant = 0;
-        std::memcpy(base, &h, sizeof h);
-        if (headerSize >= 56) std::memset(base + 40, 0, 16);   // masks no longer apply to BI_RGB
+        // The file's resolution and a longer header's further fields are kept;
+        // colour masks no longer apply to BI_RGB.
+        if (header) std::memcpy(base + 24, header + 24, 8);
+        if (header && headerSize > 40) std::memcpy(base + 40, header + 40, headerSize - 40);
+        if (headerSize >= 56) std::memset(base + 40, 0, 16);
+        stride = std::uint32_t(dib::paddedStride(std::uint32_t(width), bits));
         table = base + headerSize;
         pixels = table + tableEntries * 4;
         return true;

@@ -26,19 +26,10 @@ struct Bgra {
 inline HGLOBAL make(int width, int height, int bits, const std::function<Bgra(int, int)>& pixel,
                     const std::vector<Bgra>& palette = {}, std::uint32_t headerSize = 40) {
     const std::uint32_t stride = std::uint32_t(dib::paddedStride(std::uint32_t(width), unsigned(bits)));
-    const std::uint32_t tableBytes = bits == 8 ? std::uint32_t(palette.size() * 4) : 0;
-    const std::uint32_t image = stride * std::uint32_t(height);
-    HGLOBAL h = plat::globalAlloc(headerSize + tableBytes + image);
+    const std::uint32_t entries = bits == 8 ? std::uint32_t(palette.size()) : 0;
+    const std::uint32_t tableBytes = 4 * entries;
+    HGLOBAL h = dib::create(width, height, unsigned(bits), entries, headerSize);
     auto* p = static_cast<std::uint8_t*>(plat::globalLock(h));
-    BITMAPINFOHEADER hdr{};
-    hdr.biSize = headerSize;
-    hdr.biWidth = width;
-    hdr.biHeight = height;
-    hdr.biPlanes = 1;
-    hdr.biBitCount = std::uint16_t(bits);
-    hdr.biSizeImage = image;
-    hdr.biClrUsed = bits == 8 ? std::uint32_t(palette.size()) : 0;
-    std::memcpy(p, &hdr, sizeof hdr);
     for (std::size_t i = 0; i < palette.size() && bits == 8; ++i) {
         std::uint8_t* e = p + headerSize + 4 * i;
         e[0] = palette[i].b, e[1] = palette[i].g, e[2] = palette[i].r, e[3] = 0;
