@@ -4,6 +4,8 @@
 
 #include "hostapi/host_ops.h"
 #include "platform/global_memory.h"
+#include "platform/strings.h"
+#include "resources/string_ids.h"
 
 namespace dib {
 
@@ -101,6 +103,11 @@ Output::~Output() {
     if (!handle_) return;
     plat::globalUnlock(handle_);
     plat::globalFree(handle_);
+}
+
+bool Output::okOrReport() const {
+    if (!ok()) plat::showStringMessage(ids::kNoMemory);
+    return ok();
 }
 
 HGLOBAL Output::release() {

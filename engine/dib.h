@@ -78,6 +78,8 @@ public:
     Output& operator=(const Output&) = delete;
 
     bool ok() const { return pixels_ != nullptr; }
+    // ok(), and when the block could not be had, the out-of-memory message shown.
+    bool okOrReport() const;
     std::uint8_t* pixels() const { return pixels_; }
     std::uint8_t* row(std::uint32_t y) const { return pixels_ + std::size_t(y) * stride_; }
     std::uint32_t stride() const { return stride_; }

@@ -159,10 +159,7 @@ FLR_FILTER(BubblesFilter) {
     dib::Source src(source);
     if (!src.ok()) return nullptr;
     dib::Output out(src);
-    if (!out.ok()) {
-        plat::showStringMessage(ids::kNoMemory);
-        return nullptr;
-    }
+    if (!out.okOrReport()) return nullptr;
     const dib::Layout& in = src.layout();
     const int step = grid::spacing(p1);
     const std::uint16_t jitter = grid::jitter(p2);

@@ -12,8 +12,6 @@
 #include "engine/render_state.h"
 #include "hostapi/host_ops.h"
 #include "platform/random.h"
-#include "platform/strings.h"
-#include "resources/string_ids.h"
 
 namespace {
 
@@ -193,10 +191,7 @@ FLR_FILTER(FLR_MeanMapFilter) {
     dib::Source src(source);
     if (!src.ok()) return nullptr;
     dib::Output out(src);
-    if (!out.ok()) {
-        plat::showStringMessage(ids::kNoMemory);
-        return nullptr;
-    }
+    if (!out.okOrReport()) return nullptr;
     const dib::Layout& in = src.layout();
     paintBackground(src, out, renderState().colour);
     plat::srand(0);

@@ -7,8 +7,6 @@
 #include "engine/filters.h"
 #include "engine/pixel.h"
 #include "hostapi/host_ops.h"
-#include "platform/strings.h"
-#include "resources/string_ids.h"
 
 namespace {
 
@@ -129,10 +127,7 @@ FLR_FILTER(FLR_TextureFilter) {
     dib::Source src(source);
     if (!src.ok()) return nullptr;
     dib::Output out(src);
-    if (!out.ok()) {
-        plat::showStringMessage(ids::kNoMemory);
-        return nullptr;
-    }
+    if (!out.okOrReport()) return nullptr;
     const dib::Layout& in = src.layout();
     const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
     for (std::uint16_t y = 0; y < in.height; ++y) {
