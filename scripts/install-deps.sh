@@ -4,7 +4,7 @@
 # cannot be had, and only the work that needs them is skipped later.
 set -u
 
-required=(build-essential cmake pkg-config libpng-dev libgtest-dev)
+required=(build-essential cmake pkg-config libpng-dev libgtest-dev nettle-dev)
 optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
           g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
           python3-pefile xvfb xauth wine wine64 wine32:i386
