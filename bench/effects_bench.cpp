@@ -1,17 +1,15 @@
-// Every available effect on a 1920x1080 24-bit frame, through the host's render
-// call (filter and progress mix), with a plain copy of the frame as the floor.
+// Every effect on a 1920x1080 24-bit frame, through the full render (filter and
+// progress mix), with a plain copy of the frame as the floor.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <cstring>
 #include <string>
 
 #include "engine/dib.h"
-#include "engine/effect_table.h"
-#include "engine/filters.h"
-#include "host/exports.h"
+#include "engine/flairize.h"
 #include "platform/global_memory.h"
-#include "platform/strings.h"
-#include "standalone/host_context.h"
+#include "platform/host_ops.h"
 
 namespace {
 
@@ -57,41 +55,28 @@ void copyFrame(benchmark::State& state) {
 }
 
 void renderEffect(benchmark::State& state, std::uint16_t effect) {
-    std::uint32_t size = 0;
-    SettingsRecord* record = nullptr;
-    InitData(0, &size, &record);
-    record->effect = effect;
-    const EffectRecord* e = effectRecord(effect);
-    record->param1 = e->defaults[0];
-    record->param2 = e->defaults[1];
-    record->param3 = e->defaults[2];
-    record->progress = 16384;
-    standalone::Context ctx(record, frame());
+    SettingsRecord record = flairize::newSettingsRecord();
+    flairize::chooseEffect(record, effect);
+    record.progress = 16384;
+    const flairize::HostServices host = hostops::services();
     for (auto _ : state) {
-        HGLOBAL out = nullptr;
-        if (!GenerateDIB(ctx.engineView(), &out, 0)) {
+        const flairize::Result r = flairize::render(host, frame(), flairize::settingsOf(record), flairize::Mix::Always);
+        if (r.status != flairize::Status::Ok) {
             state.SkipWithError("render failed");
             break;
         }
-        plat::globalFree(out);
+        plat::globalFree(r.picture);
     }
     setCounters(state);
-    FreeData(0, record);
-}
-
-bool available(const EffectRecord& e) {
-    if (!e.filter) return false;
-    if (e.filter == FLR_LineFilter) return e.line1 && e.line2;
-    return true;
 }
 
 int registerAll() {
-    standalone::keepPictureMemory();
+    // Freed pictures stay in the process heap, as in the flairize command.
+    mallopt(M_MMAP_THRESHOLD, 256 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 512 * 1024 * 1024);
     benchmark::RegisterBenchmark("copy (floor)", copyFrame)->Unit(benchmark::kMillisecond);
-    for (unsigned i = 0; i < kEffectCount; ++i) {
-        const EffectRecord& e = g_effectTable[i];
-        if (!available(e)) continue;
-        const std::string name = std::to_string(i) + " " + plat::loadString(e.nameId);
+    for (unsigned i = 0; i < flairize::effectCount(); ++i) {
+        const std::string name = std::to_string(i) + " " + flairize::effectName(i);
         benchmark::RegisterBenchmark(name.c_str(), renderEffect, std::uint16_t(i))->Unit(benchmark::kMillisecond);
     }
     return 0;

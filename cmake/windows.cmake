@@ -32,35 +32,29 @@ add_library(FLAIR SHARED
   editor/editor_dialog.cpp host/windows/dll_main.cpp resources/flair.rc ${CMAKE_CURRENT_BINARY_DIR}/flair.def)
 set_target_properties(FLAIR PROPERTIES PREFIX "" OUTPUT_NAME FLAIR)
 add_dependencies(FLAIR host_import_libs)
-target_link_libraries(FLAIR PRIVATE flairize_engine ${IMPORT_LIBS} user32 gdi32 comdlg32)
+target_link_libraries(FLAIR PRIVATE flairize_plugin ${IMPORT_LIBS} user32 gdi32 comdlg32)
 # The C and C++ runtimes go inside the DLL: it needs only system libraries and the host's.
 target_link_options(FLAIR PRIVATE -static -static-libgcc -static-libstdc++ -Wl,--enable-stdcall-fixup)
 set_source_files_properties(resources/flair.rc PROPERTIES
   OBJECT_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/resources/strings.inc;${CMAKE_CURRENT_SOURCE_DIR}/resources/flair.ico")
 
-# The Wine test host and stand-ins for the host's libraries, built from the
-# stand-alone host's own picture operations.
+# The Wine test host and stand-ins for the host's libraries, over Flairize's own
+# picture operations.
 option(FLAIRIZE_WINE_TESTS "Build the Wine test host and the stand-in host libraries" ON)
 if(FLAIRIZE_WINE_TESTS)
-  add_library(flairize_engine_hostside STATIC ${ENGINE_SOURCES})
-  target_compile_definitions(flairize_engine_hostside PUBLIC FLAIRIZE_HOST_SIDE)
-  target_include_directories(flairize_engine_hostside PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
-  set(STANDIN_SOURCES tests/windows/standin_host.cpp standalone/picture_ops.cpp)
-  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/standalone/colour_ops.cpp)
-    list(APPEND STANDIN_SOURCES standalone/colour_ops.cpp)
-  endif()
   foreach(lib ${HOST_LIBRARIES})
     string(TOUPPER ${lib} LIB)
     file(READ ${CMAKE_CURRENT_BINARY_DIR}/${lib}.def definition)
     file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/standin_${lib}.def "${definition}    StandIn_Log\n")
-    add_library(standin_${lib} SHARED ${STANDIN_SOURCES} ${CMAKE_CURRENT_BINARY_DIR}/standin_${lib}.def)
+    add_library(standin_${lib} SHARED tests/standin_host.cpp tests/windows/standin_ui.cpp
+                ${CMAKE_CURRENT_BINARY_DIR}/standin_${lib}.def)
     set_target_properties(standin_${lib} PROPERTIES PREFIX "" OUTPUT_NAME ${LIB})
-    target_compile_definitions(standin_${lib} PRIVATE STANDIN_${LIB} FLAIRIZE_HOST_SIDE)
-    target_link_libraries(standin_${lib} PRIVATE flairize_engine_hostside user32 gdi32)
+    target_compile_definitions(standin_${lib} PRIVATE STANDIN_${LIB} FLAIRIZE_STANDIN)
+    target_link_libraries(standin_${lib} PRIVATE flairize_host_ops user32 gdi32)
     target_link_options(standin_${lib} PRIVATE -static -static-libgcc -static-libstdc++ -Wl,--enable-stdcall-fixup)
   endforeach()
-  add_executable(wine_host tests/windows/wine_host.cpp)
+  add_executable(wine_host tests/windows/wine_host.cpp tests/conformance/sha256.cpp)
   target_include_directories(wine_host PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
-  target_link_libraries(wine_host PRIVATE user32 gdi32)
+  target_link_libraries(wine_host PRIVATE user32 gdi32 bcrypt)
   target_link_options(wine_host PRIVATE -static -static-libgcc -static-libstdc++)
 endif()

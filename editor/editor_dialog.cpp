@@ -4,13 +4,13 @@
 #include <commdlg.h>
 
 #include <cstring>
+#include <vector>
 
 #include "editor/editor_logic.h"
-#include "engine/effect_table.h"
-#include "engine/render.h"
-#include "engine/render_state.h"
-#include "hostapi/host_context.h"
-#include "hostapi/host_ops.h"
+#include "engine/flairize.h"
+#include "host/exports.h"
+#include "host/host_context.h"
+#include "hostapi/host_imports.h"
 #include "platform/module.h"
 #include "platform/strings.h"
 
@@ -29,6 +29,7 @@ constexpr int kFirstLabel = 202, kFirstSlider = 205;   // slider k (0..2): label
 struct EditorState {
     HWND dialog = nullptr;
     editor::WorkingParameters working;
+    std::vector<std::uint16_t> listPosition;   // each listed effect's place in the sorted list
     HPALETTE palette = nullptr;
     HBRUSH staticBrush = nullptr;
     CHOOSECOLORA chooser{};
@@ -39,7 +40,7 @@ struct EditorState {
 };
 EditorState g_editor;
 
-void* hostContext() { return renderState().hostContext; }
+void* hostContext() { return plugin::published().hostContext; }
 SettingsRecord* currentRecord() { return hostctx::currentRecord(hostContext()); }
 
 std::uint16_t selectedEffect(HWND dialog) {
@@ -169,21 +170,19 @@ void OnInitDialog(HWND dialog) {
     const SettingsRecord* record = currentRecord();
 
     // The list sorts itself; each item carries its effect's index.
-    int count = 0;
-    for (const EffectRecord* e = g_effectTable; e->nameId != 0; ++e) {
-        char name[64];
-        plat::loadString(e->nameId, name, sizeof name);
-        if (name[0] == '*') continue;
-        const LRESULT pos = SendDlgItemMessageA(dialog, kEffectList, CB_ADDSTRING, 0, LPARAM(name));
-        SendDlgItemMessageA(dialog, kEffectList, CB_SETITEMDATA, WPARAM(pos), e->index);
-        ++count;
+    const std::vector<editor::ListItem> offered = editor::offeredEffects();
+    for (const editor::ListItem& item : offered) {
+        const LRESULT pos = SendDlgItemMessageA(dialog, kEffectList, CB_ADDSTRING, 0, LPARAM(item.name.c_str()));
+        SendDlgItemMessageA(dialog, kEffectList, CB_SETITEMDATA, WPARAM(pos), item.effect);
     }
-    for (int j = 0; j < count; ++j) {
+    g_editor.listPosition.resize(flairize::effectCount(), 0);
+    for (std::size_t j = 0; j < offered.size(); ++j) {
         const LRESULT index = SendDlgItemMessageA(dialog, kEffectList, CB_GETITEMDATA, WPARAM(j), 0);
-        if (EffectRecord* e = effectRecord(unsigned(index))) e->listPosition = static_cast<std::uint16_t>(j);
+        if (std::size_t(index) < g_editor.listPosition.size())
+            g_editor.listPosition[std::size_t(index)] = static_cast<std::uint16_t>(j);
     }
-    const EffectRecord* chosen = effectRecord(record->effect);
-    SendDlgItemMessageA(dialog, kEffectList, CB_SETCURSEL, chosen ? chosen->listPosition : 0, 0);
+    const std::uint16_t opening = record->effect < g_editor.listPosition.size() ? g_editor.listPosition[record->effect] : 0;
+    SendDlgItemMessageA(dialog, kEffectList, CB_SETCURSEL, opening, 0);
 
     for (unsigned d = 0; d < 4; ++d) {
         char text[128];
@@ -240,12 +239,11 @@ extern "C" INT_PTR CALLBACK FLR_EditProc(HWND dialog, UINT message, WPARAM wPara
 extern "C" std::uint32_t FLR_STDCALL FLR_DisplayFilter(HGLOBAL source, HGLOBAL* resultOut, HPALETTE* paletteOut) {
     const std::uint16_t effect = selectedEffect(g_editor.dialog);
     const SettingsRecord* record = currentRecord();
-    const auto& p = g_editor.working.p;
-    return render::preview(effect, source, *record, p[0], p[1], p[2], resultOut, paletteOut);
+    return plugin::previewRender(effect, source, *record, g_editor.working.p.data(), resultOut, paletteOut);
 }
 
 extern "C" std::uint32_t FLR_STDCALL GenEdit(void* hostContext) {
-    renderState().hostContext = hostContext;
+    plugin::published().hostContext = hostContext;
     SettingsRecord* record = hostctx::currentRecord(hostContext);
     g_editor.working = editor::WorkingParameters::from(*record);
     AnimKit_BeforeEditor();

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "engine/effect_table.h"
-#include "platform/strings.h"
+#include "engine/flairize.h"
 
 namespace editor {
 namespace {
@@ -17,14 +16,15 @@ bool lessIgnoringCase(const std::string& a, const std::string& b) {
 
 }  // namespace
 
-std::vector<ListItem> effectList() {
+std::vector<ListItem> offeredEffects() {
     std::vector<ListItem> items;
-    for (const EffectRecord* e = g_effectTable; e->nameId != 0; ++e) {
-        char name[64];
-        plat::loadString(e->nameId, name, sizeof name);
-        if (name[0] == '*') continue;
-        items.push_back({name, e->index});
-    }
+    for (unsigned i = 0; i < flairize::effectCount(); ++i)
+        if (flairize::effectOffered(i)) items.push_back({flairize::effectName(i), std::uint16_t(i)});
+    return items;
+}
+
+std::vector<ListItem> effectList() {
+    std::vector<ListItem> items = offeredEffects();
     std::stable_sort(items.begin(), items.end(),
                      [](const ListItem& a, const ListItem& b) { return lessIgnoringCase(a.name, b.name); });
     return items;
@@ -39,22 +39,15 @@ std::uint16_t openingPosition(std::uint16_t effect) {
 
 SliderView sliders(std::uint16_t effect) {
     SliderView v;
-    const EffectRecord* e = effectRecord(effect);
-    if (!e) return v;
-    for (std::size_t k = 0; k < 3; ++k)
-        if (e->labelIds[k]) v.label[k] = plat::loadString(e->labelIds[k]);
+    for (int k = 0; k < 3; ++k) v.label[std::size_t(k)] = flairize::sliderLabel(effect, k);
     return v;
 }
 
-bool colourButtonEnabled(std::uint16_t effect) {
-    const EffectRecord* e = effectRecord(effect);
-    return e && (e->flags & kFlagColour);
-}
+bool colourButtonEnabled(std::uint16_t effect) { return flairize::effectUsesColour(effect); }
 
 void WorkingParameters::loadDefaults(std::uint16_t effect) {
-    const EffectRecord* e = effectRecord(effect);
-    if (!e) return;
-    for (std::size_t k = 0; k < 3; ++k) p[k] = e->defaults[k];
+    if (effect >= flairize::effectCount()) return;
+    for (int k = 0; k < 3; ++k) p[std::size_t(k)] = flairize::sliderDefault(effect, k);
 }
 
 }  // namespace editor

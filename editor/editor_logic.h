@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/settings_record.h"
+#include "engine/settings_record.h"
 
 namespace editor {
 
@@ -17,8 +17,11 @@ struct ListItem {
     std::uint16_t effect;
 };
 
-// The offered effects (names without a leading "*") in the order of the
-// dialog's sorted list: alphabetical, without regard to case.
+// The offered effects (names without a leading "*"), in table order: what the
+// dialog adds to its list, which sorts itself.
+std::vector<ListItem> offeredEffects();
+
+// The same in the order of the dialog's sorted list: alphabetical, without regard to case.
 std::vector<ListItem> effectList();
 
 // Position of `effect` in that list; effects that are not listed open on 0.

@@ -2,14 +2,20 @@
 
 #include <cstring>
 
-#include "hostapi/host_ops.h"
 #include "platform/global_memory.h"
-#include "platform/strings.h"
-#include "resources/string_ids.h"
 
 namespace dib {
 
-bool inspect(const std::uint8_t* block, std::size_t blockSize, Layout& layout) {
+std::uint16_t colourTableBytes(const BITMAPINFOHEADER* header) {
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, header, sizeof h);
+    if (h.biBitCount > 8) return 0;
+    const std::uint64_t entries = h.biClrUsed ? h.biClrUsed : (1u << h.biBitCount);
+    const std::uint64_t bytes = entries * 4;
+    return bytes > 0xFFFF ? 0xFFFF : static_cast<std::uint16_t>(bytes);
+}
+
+bool inspect(const std::uint8_t* block, std::size_t blockSize, const flairize::HostServices* host, Layout& layout) {
     if (!block || blockSize < sizeof(BITMAPINFOHEADER)) return false;
     BITMAPINFOHEADER h;
     std::memcpy(&h, block, sizeof h);
@@ -19,7 +25,9 @@ bool inspect(const std::uint8_t* block, std::size_t blockSize, Layout& layout) {
     if (h.biWidth <= 0 || h.biHeight <= 0) return false;
     if (std::uint32_t(h.biWidth) > kMaxSide || std::uint32_t(h.biHeight) > kMaxSide) return false;
 
-    std::uint64_t table = BaseKit_ColorTableSize(reinterpret_cast<const BITMAPINFOHEADER*>(block));
+    const auto* header = reinterpret_cast<const BITMAPINFOHEADER*>(block);
+    const std::uint64_t table =
+        host && host->colourTableSize ? host->colourTableSize(host->user, header) : colourTableBytes(header);
     if (h.biBitCount == 8 && table > 1024) return false;
     const std::uint64_t width = std::uint32_t(h.biWidth), height = std::uint32_t(h.biHeight);
     if (h.biSizeImage < paddedStride(width, h.biBitCount) * height) return false;
@@ -62,10 +70,10 @@ HGLOBAL create(std::int32_t width, std::int32_t height, unsigned bits, std::uint
     return handle;
 }
 
-Source::Source(HGLOBAL handle) : handle_(handle) {
+Source::Source(HGLOBAL handle, const flairize::HostServices* host) : handle_(handle) {
     if (!handle_) return;
     block_ = static_cast<const std::uint8_t*>(plat::globalLock(handle_));
-    if (!block_ || !inspect(block_, plat::globalSize(handle_), layout_)) return;
+    if (!block_ || !inspect(block_, plat::globalSize(handle_), host, layout_)) return;
     table_ = block_ + layout_.headerSize;
     if (layout_.bitCount == 8 && layout_.colourTableSize < sizeof paddedTable_) {
         std::memset(paddedTable_, 0, sizeof paddedTable_);
@@ -103,11 +111,6 @@ Output::~Output() {
     if (!handle_) return;
     plat::globalUnlock(handle_);
     plat::globalFree(handle_);
-}
-
-bool Output::okOrReport() const {
-    if (!ok()) plat::showStringMessage(ids::kNoMemory);
-    return ok();
 }
 
 HGLOBAL Output::release() {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "hostapi/host_services.h"
 #include "platform/win_types.h"
 
 namespace dib {
@@ -22,6 +23,11 @@ inline std::uint64_t paddedStride(std::uint64_t width, unsigned bits) {
 HGLOBAL create(std::int32_t width, std::int32_t height, unsigned bits, std::uint32_t tableEntries = 0,
                std::uint32_t headerSize = 40);
 
+// The published rule for the colour table after a header: biClrUsed entries of
+// 4 bytes, or 2^biBitCount when it is 0, for pictures of up to 8 bits; none for
+// deeper pictures. At most 0xFFFF.
+std::uint16_t colourTableBytes(const BITMAPINFOHEADER* header);
+
 // Where the parts of a checked picture lie inside its block.
 struct Layout {
     std::uint32_t headerSize = 0;       // biSize
@@ -38,12 +44,14 @@ struct Layout {
 // Checks a packed DIB of `blockSize` bytes: 8-, 24- or 32-bit, uncompressed,
 // bottom-up, 1..65535 pixels each way, colour table and rows inside the block,
 // and an output picture whose size fits 32 bits. False refuses the picture.
-bool inspect(const std::uint8_t* block, std::size_t blockSize, Layout& layout);
+// The host, when given, says how long the colour table is; otherwise the
+// published rule does.
+bool inspect(const std::uint8_t* block, std::size_t blockSize, const flairize::HostServices* host, Layout& layout);
 
-// A locked, checked source picture. ok() is false for a picture that is refused.
+// A locked, checked source picture (see inspect). ok() is false for a picture that is refused.
 class Source {
 public:
-    explicit Source(HGLOBAL handle);
+    explicit Source(HGLOBAL handle, const flairize::HostServices* host = nullptr);
     ~Source();
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
@@ -78,8 +86,6 @@ public:
     Output& operator=(const Output&) = delete;
 
     bool ok() const { return pixels_ != nullptr; }
-    // ok(), and when the block could not be had, the out-of-memory message shown.
-    bool okOrReport() const;
     std::uint8_t* pixels() const { return pixels_; }
     std::uint8_t* row(std::uint32_t y) const { return pixels_ + std::size_t(y) * stride_; }
     std::uint32_t stride() const { return stride_; }

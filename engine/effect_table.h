@@ -1,47 +1,107 @@
-// The effect table: one record per effect, in index order, then a terminating
-// record of zeros. It ties each effect to its name, sliders, flags and functions.
+// The effect table and the contract between the engine and the effects: one
+// record per effect, in index order, that ties the effect's name, sliders and
+// flags to its functions. Adding an effect takes its family file, one record
+// here and its strings.
 #pragma once
 
 #include <cstdint>
 
+#include "engine/flairize.h"
+#include "platform/random.h"
 #include "platform/win_types.h"
 
-using FilterFunction = HGLOBAL(FLR_STDCALL*)(std::uint16_t effect, HGLOBAL source,
-                                             std::uint32_t progress, std::uint16_t p1,
-                                             std::uint16_t p2, std::uint16_t p3);
-using InitFunction = int (*)(std::uint16_t width, std::uint16_t height, std::uint16_t bytesPerPixel);
-// Row functions: line1 serves 8-bit sources (seventh argument: the colour table),
-// line2 serves 24- and 32-bit sources (seventh argument: 1 when the source has alpha).
-using RowFunction1 = void (*)(std::uint16_t y, std::uint32_t progress, std::uint16_t width,
-                              std::uint16_t height, const std::uint8_t* const* rows,
-                              std::uint8_t* out, const std::uint8_t* colourTable);
-using RowFunction2 = void (*)(std::uint16_t y, std::uint32_t progress, std::uint16_t width,
-                              std::uint16_t height, const std::uint8_t* const* rows,
-                              std::uint8_t* out, std::uint32_t hasAlpha);
-using DoneFunction = void (*)();
+struct EffectTable;
+
+// One call of a filter: the picture, the render values and the host's services.
+struct FilterCall {
+    const flairize::HostServices& host;
+    HGLOBAL source;
+    const EffectTable& table;   // the table the effect was found in
+    std::uint16_t effect;       // its index there
+    std::uint32_t progress;     // 0..16384
+    std::uint16_t p1, p2, p3;   // 0..255
+    std::uint32_t colour;       // COLORREF
+};
+
+// A filter renders a whole picture: a new picture, or why there is none.
+using FilterFunction = flairize::Result (*)(const FilterCall& call);
+
+// What the row driver hands a row effect. The frame is built before the first
+// row (the init function may add to it) and only read while rows run; the
+// carry holds what a row leaves for the next one, for effects whose rows
+// depend on the rows below them.
+struct Frame {
+    const std::uint8_t* const* rows;   // source row y (0 = bottom row)
+    const std::uint8_t* colourTable;   // 8-bit sources: 256 entries of blue, green, red, reserved
+    std::uint16_t width, height;
+    bool hasAlpha;                     // 32-bit source: 4-byte pixels whose fourth byte is the mask
+    std::uint32_t progress;            // 0..16384
+    std::uint16_t p1, p2, p3;          // 0..255
+    std::uint32_t colour;              // COLORREF
+    std::uint8_t table[256];           // a lookup the init function may build
+};
+struct Carry {
+    HGLOBAL lineBlock[2];              // the edge effects' two line buffers
+    std::uint8_t* line[2];
+    std::int32_t waveOffset;           // Reflection
+    plat::Random random;               // Frazzle, Reflection
+};
+// Prepares the frame and the carry before the first row; false when its memory cannot be had.
+using InitFunction = bool (*)(Frame& frame, Carry& carry);
+// Writes output row y: 3 bytes a pixel (blue, green, red), or 4 with the mask for a 32-bit source.
+using RowFunction = void (*)(const Frame& frame, Carry& carry, std::uint16_t y, std::uint8_t* out);
+using DoneFunction = void (*)(Carry& carry);
 
 constexpr std::uint16_t kFlagMix = 1;      // mix the filter's result with the source by progress
 constexpr std::uint16_t kFlagColour = 2;   // the effect paints with the record's colour
 
 struct EffectRecord {
-    std::uint16_t nameId;
+    std::uint16_t nameId;       // string id of the name; a leading "*" keeps it out of the editor
     std::uint16_t index;
     std::uint16_t flags;
-    std::uint16_t listPosition;   // written by the editor while its dialog is open
     FilterFunction filter;
+    // Row effects (filter: the row driver). line1 serves 8-bit sources, line2
+    // 24- and 32-bit ones; init and done bracket the rows of one render.
     InitFunction init;
-    RowFunction1 line1;
-    RowFunction2 line2;
+    RowFunction line1;
+    RowFunction line2;
     DoneFunction done;
-    std::uint16_t reserved5;
-    std::uint16_t labelIds[3];
+    bool independentRows;       // rows read only the frame and the source: any order, any thread
+    std::uint16_t labelIds[3];  // 0 hides the slider
     std::uint16_t defaults[3];
+    const void* data;           // the family's own data for this effect (texture, shapes, chain)
 };
 
-constexpr unsigned kEffectCount = 38;
-extern EffectRecord g_effectTable[kEffectCount + 1];
+struct EffectTable {
+    const EffectRecord* records;   // `count` records, then one of zeros
+    unsigned count;
+};
+extern const EffectTable kEffectTable;
 
-// The record of effect `index`, or null for an index outside the table.
-inline EffectRecord* effectRecord(unsigned index) {
-    return index < kEffectCount ? &g_effectTable[index] : nullptr;
-}
+// Row effects are rendered by the row driver; the whole-picture filters by family.
+flairize::Result rowDriver(const FilterCall& call);
+flairize::Result meanMapFilter(const FilterCall& call);
+flairize::Result textureFilter(const FilterCall& call);
+flairize::Result waterColorFilter(const FilterCall& call);
+flairize::Result glassFilter(const FilterCall& call);
+flairize::Result colorPencilFilter(const FilterCall& call);
+flairize::Result bubblesFilter(const FilterCall& call);
+
+// A composite effect runs another effect's filter at a fixed progress.
+struct InnerEffect {
+    std::uint16_t effect;
+    std::uint32_t progress;
+};
+
+namespace flairize {
+// render() with another table of the same effects (the plain forms, for the tests).
+Result renderWith(const EffectTable& table, const HostServices& host, HGLOBAL source, const Settings& settings,
+                  Mix mix);
+// The first record whose filter is `filter`, or null.
+const EffectRecord* recordWithFilter(FilterFunction filter);
+}  // namespace flairize
+
+// Results of a filter.
+inline flairize::Result resultOk(HGLOBAL picture) { return {picture, flairize::Status::Ok, 0}; }
+inline flairize::Result resultRefused() { return {nullptr, flairize::Status::Refused, 0}; }
+flairize::Result resultOutOfMemory();

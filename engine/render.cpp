@@ -1,99 +1,111 @@
-#include "engine/render.h"
+// Rendering a picture: the effect's filter, then for effects that fade in the
+// mix with the source by the progress. Also what front ends read of the table.
+#include <cctype>
 
 #include "engine/effect_table.h"
-#include "engine/render_state.h"
-#include "host/exports.h"
-#include "hostapi/host_context.h"
-#include "hostapi/host_ops.h"
+#include "engine/flairize.h"
 #include "platform/global_memory.h"
 #include "platform/strings.h"
 #include "resources/string_ids.h"
 
+flairize::Result resultOutOfMemory() { return {nullptr, flairize::Status::OutOfMemory, ids::kNoMemory}; }
+
+namespace flairize {
 namespace {
 
-// Publishes the record's values, fetches the source and runs the effect's filter.
-HGLOBAL runRecordFilter(void* hostContext, const SettingsRecord& record, HGLOBAL& source,
-                        const EffectRecord*& effect) {
-    const std::uint16_t p1 = render::clampParam(record.param1);
-    const std::uint16_t p2 = render::clampParam(record.param2);
-    const std::uint16_t p3 = render::clampParam(record.param3);
-    renderState().hostContext = hostContext;
-    publishRenderValues(p1, p2, p3, record.colour);
-    source = AnimKit_SourcePicture(hostContext, 0);
-    effect = effectRecord(record.effect);
-    if (!effect || !effect->filter || !source) return nullptr;
-    return effect->filter(record.effect, source, render::clampProgress(record.progress), p1, p2, p3);
+const EffectRecord* recordOf(unsigned effect) {
+    return effect < kEffectTable.count ? &kEffectTable.records[effect] : nullptr;
 }
+
+std::uint16_t atMost(std::uint32_t v, std::uint16_t top) { return v > top ? top : static_cast<std::uint16_t>(v); }
 
 }  // namespace
 
-extern "C" std::uint32_t FLR_STDCALL GenerateDIB(void* hostContext, HGLOBAL* resultOut, std::uint32_t) {
-    const SettingsRecord* record = hostctx::currentRecord(hostContext);
-    if (!record || !resultOut) return 0;
-    HGLOBAL source = nullptr;
-    const EffectRecord* effect = nullptr;
-    HGLOBAL result = runRecordFilter(hostContext, *record, source, effect);
-    if (!result) return 0;
-    if (effect->flags & kFlagMix) {
-        *resultOut = BaseKit_MixPictures(source, result, render::clampProgress(record->progress));
-        plat::globalFree(result);
-    } else {
-        *resultOut = result;
+Result renderWith(const EffectTable& table, const HostServices& host, HGLOBAL source, const Settings& s, Mix mix) {
+    if (s.effect >= table.count || !source) return resultRefused();
+    const EffectRecord& effect = table.records[s.effect];
+    const std::uint32_t progress = s.progress > 16384 ? 16384 : s.progress;
+    const FilterCall call{host,
+                          source,
+                          table,
+                          s.effect,
+                          progress,
+                          atMost(s.sliders[0], 255),
+                          atMost(s.sliders[1], 255),
+                          atMost(s.sliders[2], 255),
+                          s.colour};
+    Result result = effect.filter(call);
+    if (result.status != Status::Ok || !(effect.flags & kFlagMix) || mix == Mix::None ||
+        (mix == Mix::BelowFull && s.progress == 16384))
+        return result;
+    HGLOBAL mixed = host.mix(host.user, source, result.picture, progress);
+    if (!mixed) return {result.picture, Status::MixFailed, 0};
+    plat::globalFree(result.picture);
+    return resultOk(mixed);
+}
+
+Result render(const HostServices& host, HGLOBAL source, const Settings& settings, Mix mix) {
+    return renderWith(kEffectTable, host, source, settings, mix);
+}
+
+const EffectRecord* recordWithFilter(FilterFunction filter) {
+    for (unsigned i = 0; i < kEffectTable.count; ++i)
+        if (kEffectTable.records[i].filter == filter) return &kEffectTable.records[i];
+    return nullptr;
+}
+
+unsigned effectCount() { return kEffectTable.count; }
+
+std::string effectName(unsigned effect) {
+    const EffectRecord* e = recordOf(effect);
+    return e ? plat::loadString(e->nameId) : std::string();
+}
+
+std::string effectSlug(unsigned effect) {
+    std::string slug;
+    for (char c : effectName(effect)) {
+        if (c == '[') break;
+        if (c == '*') continue;
+        slug.push_back(c == ' ' ? '-' : static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
     }
-    return *resultOut ? 1 : 0;
+    while (!slug.empty() && slug.back() == '-') slug.pop_back();
+    return slug;
 }
 
-namespace render {
-
-HGLOBAL filterOnly(void* hostContext) {
-    const SettingsRecord* record = hostctx::currentRecord(hostContext);
-    if (!record) return nullptr;
-    HGLOBAL source = nullptr;
-    const EffectRecord* effect = nullptr;
-    return runRecordFilter(hostContext, *record, source, effect);
+bool effectOffered(unsigned effect) {
+    const std::string name = effectName(effect);
+    return !name.empty() && name[0] != '*';
 }
 
-}  // namespace render
-
-extern "C" std::uint32_t FLR_STDCALL GenAnimation(std::uint32_t a, std::uint32_t b) {
-    return AnimKit_GenAnimation(a, b);
+unsigned offeredCount() {
+    unsigned n = 0;
+    for (unsigned i = 0; i < effectCount(); ++i) n += effectOffered(i);
+    return n;
 }
 
-namespace render {
-
-std::uint32_t preview(std::uint16_t effectIndex, HGLOBAL source, const SettingsRecord& record,
-                      std::uint16_t p1, std::uint16_t p2, std::uint16_t p3, HGLOBAL* resultOut,
-                      HPALETTE* paletteOut) {
-    BaseKit_BusyBegin();
-    p1 = clampParam(p1);
-    p2 = clampParam(p2);
-    p3 = clampParam(p3);
-    publishRenderValues(p1, p2, p3, record.colour);
-    const EffectRecord* effect = effectRecord(effectIndex);
-    const std::uint32_t progress = clampProgress(record.progress);
-    HGLOBAL result = effect && effect->filter && source
-                         ? effect->filter(effectIndex, source, progress, p1, p2, p3)
-                         : nullptr;
-    if (!result) {
-        BaseKit_BusyEnd();
-        return 0;
-    }
-    if (record.progress != 16384 && (effect->flags & kFlagMix)) {
-        HGLOBAL mixed = BaseKit_MixPictures(source, result, progress);
-        if (!mixed) {
-            BaseKit_BusyEnd();
-            plat::showStringMessage(ids::kPreviewNoMemory);
-            *resultOut = result;
-            return 1;
-        }
-        plat::globalFree(result);
-        *resultOut = mixed;
-    } else {
-        *resultOut = result;
-    }
-    *paletteOut = BaseKit_Palette(*resultOut);
-    BaseKit_BusyEnd();
-    return 1;
+bool effectFadesIn(unsigned effect) {
+    const EffectRecord* e = recordOf(effect);
+    return e && (e->flags & kFlagMix);
 }
 
-}  // namespace render
+bool effectUsesColour(unsigned effect) {
+    const EffectRecord* e = recordOf(effect);
+    return e && (e->flags & kFlagColour);
+}
+
+std::uint16_t sliderLabelId(unsigned effect, int slider) {
+    const EffectRecord* e = recordOf(effect);
+    return e && slider >= 0 && slider < 3 ? e->labelIds[slider] : 0;
+}
+
+std::string sliderLabel(unsigned effect, int slider) {
+    const std::uint16_t id = sliderLabelId(effect, slider);
+    return id ? plat::loadString(id) : std::string();
+}
+
+std::uint16_t sliderDefault(unsigned effect, int slider) {
+    const EffectRecord* e = recordOf(effect);
+    return e && slider >= 0 && slider < 3 ? e->defaults[slider] : 0;
+}
+
+}  // namespace flairize

@@ -1,6 +1,7 @@
-// A frei0r filter over the engine. Every plug-in is this adaptor plus a
-// generated file that names its effect index; name, sliders, colour and fade-in
-// all come from the effect table, so a newly landed effect needs nothing here.
+// A frei0r filter over the engine. Every plug-in is a copy of this one module,
+// named flairize-<effect>.so after the effect it renders; it finds its effect
+// by its own file name, and its name, sliders, colour and fade-in come from the
+// effect table, so a newly landed effect needs nothing here.
 //
 // Parameters, in this order:
 //   the effect's shown sliders by their labels, doubles 0..1 for 0..255
@@ -16,6 +17,8 @@ extern "C" {
 #include <frei0r.h>   // declares the entry points without C linkage of its own
 }
 
+#include <dlfcn.h>
+
 #include <cmath>
 #include <cstring>
 #include <mutex>
@@ -23,22 +26,14 @@ extern "C" {
 #include <string>
 #include <vector>
 
-#include "engine/effect_table.h"
-#include "engine/filters.h"
-#include "engine/render.h"
-#include "host/exports.h"
+#include "engine/dib.h"
+#include "engine/flairize.h"
 #include "platform/global_memory.h"
+#include "platform/host_ops.h"
 #include "platform/strings.h"
 #include "resources/string_ids.h"
-#include "standalone/host_context.h"
-
-namespace flairize_frei0r {
-extern const unsigned kEffectIndex;   // defined by the plug-in's generated file
-}
 
 namespace {
-
-using flairize_frei0r::kEffectIndex;
 
 enum class ParamKind { Slider, Progress, Colour, Mix };
 
@@ -52,37 +47,43 @@ struct Param {
 
 // Everything a host asks about the plug-in, built once from the effect table.
 struct Description {
-    const EffectRecord* effect = nullptr;
-    bool available = false;
+    bool found = false;
+    unsigned effect = 0;
     std::string name;
     std::string author;
     std::string explanation;
     std::vector<Param> params;
 };
 
-// An effect exists in this build when it has a filter, and a row effect both row functions.
-bool effectAvailable(const EffectRecord& e) {
-    if (!e.filter) return false;
-    return e.filter != FLR_LineFilter || (e.line1 && e.line2);
+// The offered effect this plug-in's file is named after: flairize-<slug>.so.
+bool effectOfThisFile(unsigned& effect) {
+    Dl_info info{};
+    if (!dladdr(reinterpret_cast<void*>(&f0r_init), &info) || !info.dli_fname) return false;
+    std::string file = info.dli_fname;
+    file = file.substr(file.rfind('/') + 1);
+    for (unsigned i = 0; i < flairize::effectCount(); ++i)
+        if (flairize::effectOffered(i) && file == "flairize-" + flairize::effectSlug(i) + ".so") {
+            effect = i;
+            return true;
+        }
+    return false;
 }
 
 Description describe() {
     Description d;
-    d.effect = effectRecord(kEffectIndex);
-    if (!d.effect) return d;
-    const EffectRecord& e = *d.effect;
-    d.available = effectAvailable(e);
-    d.name = plat::loadString(e.nameId);
+    d.found = effectOfThisFile(d.effect);
+    if (!d.found) return d;
+    const unsigned e = d.effect;
+    d.name = flairize::effectName(e);
     d.author = plat::loadString(ids::kDisplayName);
-    const bool fades = (e.flags & kFlagMix) != 0;
+    const bool fades = flairize::effectFadesIn(e);
     d.explanation = "The " + d.name + " effect of " + d.author + ", bit for bit as the flairize command renders it; " +
                     (fades ? "fades in with Progress" : "animates with Progress");
-    if (!d.available) d.explanation += " (not available in this build)";
 
-    for (unsigned k = 0; k < 3; ++k) {
-        if (!e.labelIds[k]) continue;
-        const std::string label = plat::loadString(e.labelIds[k]);
-        d.params.push_back({ParamKind::Slider, k, F0R_PARAM_DOUBLE, label,
+    for (int k = 0; k < 3; ++k) {
+        if (!flairize::sliderLabelId(e, k)) continue;
+        const std::string label = flairize::sliderLabel(e, k);
+        d.params.push_back({ParamKind::Slider, unsigned(k), F0R_PARAM_DOUBLE, label,
                             label + " of the effect, 0 to 1 for its slider's 0 to 255 (rounded to the nearest step)"});
     }
     d.params.push_back({ParamKind::Progress, 0, F0R_PARAM_DOUBLE, "Progress",
@@ -90,7 +91,7 @@ Description describe() {
                                 "(0 to 16384 inside, rounded); keyframe it to fade the effect in"
                               : "How far the effect has advanced: 0 to 1, 1 the full effect "
                                 "(0 to 16384 inside, rounded); keyframe it to animate the effect"});
-    if (e.flags & kFlagColour)
+    if (flairize::effectUsesColour(e))
         d.params.push_back({ParamKind::Colour, 0, F0R_PARAM_COLOR, "Color", "The colour the effect paints with"});
     if (fades)
         d.params.push_back({ParamKind::Mix, 0, F0R_PARAM_BOOL, "Mix",
@@ -122,17 +123,16 @@ struct Instance {
 
     ~Instance() { plat::globalFree(source); }
 
-    SettingsRecord record() const {
-        const EffectRecord& e = *description().effect;
-        SettingsRecord r{};
-        r.effect = static_cast<std::uint16_t>(kEffectIndex);
-        r.progress = toSteps(progress, 16384);
-        std::uint16_t* params[3] = {&r.param1, &r.param2, &r.param3};
-        for (unsigned k = 0; k < 3; ++k)   // hidden sliders keep the effect's defaults
-            *params[k] = e.labelIds[k] ? static_cast<std::uint16_t>(toSteps(slider[k], 255)) : e.defaults[k];
-        r.colour = toSteps(colour.r, 255) | (toSteps(colour.g, 255) << 8) | (toSteps(colour.b, 255) << 16);
-        r.direction = kDirectionForward;
-        return r;
+    flairize::Settings settings() const {
+        const unsigned e = description().effect;
+        flairize::Settings s;
+        s.effect = static_cast<std::uint16_t>(e);
+        s.progress = toSteps(progress, 16384);
+        for (int k = 0; k < 3; ++k)   // hidden sliders keep the effect's defaults
+            s.sliders[k] = flairize::sliderLabelId(e, k) ? static_cast<std::uint16_t>(toSteps(slider[k], 255))
+                                                         : flairize::sliderDefault(e, k);
+        s.colour = toSteps(colour.r, 255) | (toSteps(colour.g, 255) << 8) | (toSteps(colour.b, 255) << 16);
+        return s;
     }
 
     // Copies the engine's result out, top row first; false if it is not the expected picture.
@@ -165,40 +165,18 @@ struct Instance {
             std::memcpy(pixels + std::size_t(height - 1 - r) * rowBytes, in + std::size_t(r) * rowBytes, rowBytes);
         plat::globalUnlock(source);
 
-        SettingsRecord rec = record();
-        standalone::Context context(&rec, source);
-        HGLOBAL result = nullptr;
-        const bool fades = (description().effect->flags & kFlagMix) != 0;
-        if (fades && mix < 0.5)
-            result = render::filterOnly(context.engineView());
-        else if (!GenerateDIB(context.engineView(), &result, 0))
-            result = nullptr;
-        // A failed render (the engine has said why) passes the frame through.
-        if (!result || !copyOut(result, out)) {
+        const bool fades = flairize::effectFadesIn(description().effect);
+        const flairize::Result r = flairize::render(hostops::services(), source, settings(),
+                                                    fades && mix < 0.5 ? flairize::Mix::None : flairize::Mix::Always);
+        HGLOBAL result = r.picture;
+        // A failed render passes the frame through, with the engine's message.
+        if (r.status != flairize::Status::Ok && r.messageId) plat::showStringMessage(r.messageId);
+        if (r.status != flairize::Status::Ok || !copyOut(result, out)) {
             if (out != in) std::memcpy(out, in, rowBytes * height);
         }
         plat::globalFree(result);
     }
 };
-
-HGLOBAL newSourcePicture(unsigned width, unsigned height) {
-    const std::uint64_t image = std::uint64_t(width) * 4 * height;
-    if (sizeof(BITMAPINFOHEADER) + image > 0xFFFFFFFFu) return nullptr;   // the engine's limit
-    HGLOBAL h = plat::globalAlloc(sizeof(BITMAPINFOHEADER) + std::size_t(image));
-    auto* block = static_cast<std::uint8_t*>(plat::globalLock(h));
-    if (!block) return nullptr;
-    BITMAPINFOHEADER header{};
-    header.biSize = sizeof header;
-    header.biWidth = std::int32_t(width);
-    header.biHeight = std::int32_t(height);
-    header.biPlanes = 1;
-    header.biBitCount = 32;
-    header.biCompression = BI_RGB;
-    header.biSizeImage = static_cast<std::uint32_t>(image);
-    std::memcpy(block, &header, sizeof header);
-    plat::globalUnlock(h);
-    return h;
-}
 
 const Param* paramAt(int index) {
     const auto& params = description().params;
@@ -209,8 +187,8 @@ const Param* paramAt(int index) {
 
 extern "C" {
 
-// 1 when this plug-in's effect exists in this build; 0 refuses it.
-int f0r_init(void) { return description().available ? 1 : 0; }
+// 1 when this plug-in's file names an offered effect; 0 refuses it.
+int f0r_init(void) { return description().found ? 1 : 0; }
 
 void f0r_deinit(void) {}
 
@@ -238,17 +216,17 @@ void f0r_get_param_info(f0r_param_info_t* info, int param_index) {
 
 f0r_instance_t f0r_construct(unsigned int width, unsigned int height) {
     const Description& d = description();
-    if (!d.available || width == 0 || height == 0 || width > 65535 || height > 65535) return nullptr;
+    if (!d.found || width == 0 || height == 0 || width > 65535 || height > 65535) return nullptr;
     auto* instance = new (std::nothrow) Instance;
     if (!instance) return nullptr;
     instance->width = width;
     instance->height = height;
-    instance->source = newSourcePicture(width, height);
+    instance->source = dib::create(std::int32_t(width), std::int32_t(height), 32);
     if (!instance->source) {
         delete instance;
         return nullptr;
     }
-    for (unsigned k = 0; k < 3; ++k) instance->slider[k] = d.effect->defaults[k] / 255.0;
+    for (int k = 0; k < 3; ++k) instance->slider[k] = flairize::sliderDefault(d.effect, k) / 255.0;
     return instance;
 }
 

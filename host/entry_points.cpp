@@ -2,9 +2,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/effect_table.h"
+#include "engine/flairize.h"
 #include "host/exports.h"
-#include "hostapi/host_ops.h"
+#include "hostapi/host_imports.h"
 #include "platform/module.h"
 #include "platform/strings.h"
 #include "resources/string_ids.h"
@@ -22,13 +22,7 @@ extern "C" std::uint32_t FLR_STDCALL InitData(std::uint32_t, std::uint32_t* size
     *sizeOut = sizeof(SettingsRecord);
     SettingsRecord* r = newRecord();
     if (!r) return 0;
-    r->effect = kDefaultEffect;
-    const EffectRecord* e = effectRecord(r->effect);
-    r->param1 = e->defaults[0];
-    r->param2 = e->defaults[1];
-    r->param3 = e->defaults[2];
-    r->direction = kDirectionForward;
-    r->colour = 0;
+    *r = flairize::newSettingsRecord();
     *recordOut = r;
     return 1;
 }

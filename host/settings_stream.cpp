@@ -33,13 +33,14 @@ void WriteU32(plat::FileHandle f, std::uint32_t v) {
 }  // namespace
 
 extern "C" std::uint32_t FLR_STDCALL SaveData(plat::FileHandle file, const SettingsRecord* r, std::uint32_t) {
-    WriteU16(file, r->effect);
-    WriteU32(file, r->progress);
-    WriteU16(file, r->param1);
-    WriteU16(file, r->param2);
-    WriteU16(file, r->param3);
-    WriteU32(file, r->direction);
-    WriteU32(file, r->colour);
+    std::uint32_t values[kSettingsFieldCount];
+    settingsFieldValues(*r, values);
+    for (std::size_t f = 0; f < kSettingsFieldCount; ++f) {
+        if (kSettingsFieldWidth[f] == 2)
+            WriteU16(file, static_cast<std::uint16_t>(values[f]));
+        else
+            WriteU32(file, values[f]);
+    }
     return 1;
 }
 
@@ -49,17 +50,17 @@ extern "C" std::uint32_t FLR_STDCALL LoadData(plat::FileHandle file, SettingsRec
     auto* r = static_cast<SettingsRecord*>(std::malloc(sizeof(SettingsRecord)));
     if (!r) return 0;
     std::memset(r, 0, sizeof *r);
-    std::uint16_t effect = 0, param1 = 0, param2 = 0, param3 = 0;
-    std::uint32_t progress = 0, direction = 0, colour = 0;
-    const bool complete = ReadU16(file, effect) && ReadU32(file, progress) && ReadU16(file, param1) &&
-                          ReadU16(file, param2) && ReadU16(file, param3) && ReadU32(file, direction) &&
-                          ReadU32(file, colour);
-    if (!complete) {
-        std::free(r);
-        return 0;
+    std::uint32_t values[kSettingsFieldCount] = {};
+    for (std::size_t f = 0; f < kSettingsFieldCount; ++f) {
+        std::uint16_t half = 0;
+        const bool read = kSettingsFieldWidth[f] == 2 ? ReadU16(file, half) : ReadU32(file, values[f]);
+        if (!read) {
+            std::free(r);
+            return 0;
+        }
+        if (kSettingsFieldWidth[f] == 2) values[f] = half;
     }
-    const SettingsRecord v{effect, progress, param1, param2, param3, direction, colour};
-    std::memcpy(r, &v, sizeof v);
+    *r = settingsFromFieldValues(values);
     *recordOut = r;
     return 1;
 }

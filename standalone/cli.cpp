@@ -13,14 +13,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "engine/effect_table.h"
-#include "engine/filters.h"
-#include "engine/render.h"
-#include "host/exports.h"
+#include "engine/flairize.h"
 #include "platform/global_memory.h"
+#include "platform/host_ops.h"
 #include "platform/strings.h"
 #include "resources/string_ids.h"
-#include "standalone/host_context.h"
 #include "standalone/picture_io.h"
 
 namespace cli {
@@ -38,10 +35,10 @@ const char* const kUsage =
     "                       print \"frame position progress\" for N frames\n"
     "  settings OUT.flr [effect options] [--direction D]\n"
     "                       write a 20-byte settings block\n"
-    "  list [--tsv]         list the 38 effects\n"
+    "  list [--tsv]         list the effects\n"
     "\n"
     "effect options:\n"
-    "  --effect NAME|INDEX  effect by name (\"find-edges\") or index 0..37 (default Weave)\n"
+    "  --effect NAME|INDEX  effect by name (\"find-edges\") or index (default Weave)\n"
     "  --p1 N --p2 N --p3 N slider values 0..255 (default: the effect's defaults)\n"
     "  --colour RRGGBB      effect colour, hex, red first (default 000000)\n"
     "  --settings FILE.flr  take effect, sliders, colour and direction from a settings block\n"
@@ -93,8 +90,6 @@ std::string normaliseName(const char* text) {
     }
     return s;
 }
-
-std::string effectName(unsigned index) { return plat::loadString(ids::kFirstEffectName + index); }
 
 // Options shared by the commands; which ones a command accepts is checked there.
 struct Options {
@@ -174,40 +169,28 @@ std::vector<std::string> with(std::vector<std::string> base, std::initializer_li
     return base;
 }
 
-// A settings record owned for the length of a command.
-struct Record {
-    SettingsRecord* r = nullptr;
-    ~Record() { FreeData(0, r); }
-};
-
 // The record a new use of the effect gets, then the settings file, then the options.
-void buildRecord(const Options& o, Record& rec) {
-    std::uint32_t size = 0;
+SettingsRecord buildRecord(const Options& o) {
+    SettingsRecord r = flairize::newSettingsRecord();
     if (!o.settings.empty()) {
         const int fd = ::open(o.settings.c_str(), O_RDONLY);
         if (fd < 0) throw UsageError{o.settings + ": " + std::strerror(errno)};
-        const std::uint32_t loaded = LoadData(fd, &rec.r, 0, 0, 0);
+        std::uint8_t block[kSettingsBlockSize];
+        const ssize_t n = ::read(fd, block, sizeof block);
         ::close(fd);
-        if (!loaded) throw UsageError{o.settings + ": " + plat::loadString(ids::kProjectDamaged)};
-        if (rec.r->effect >= kEffectCount)
-            throw UsageError{o.settings + ": effect index " + std::to_string(rec.r->effect) + " is outside 0..37"};
-    } else if (!InitData(0, &size, &rec.r)) {
-        throw Failure{"out of memory"};
+        if (n != ssize_t(sizeof block)) throw UsageError{o.settings + ": " + plat::loadString(ids::kProjectDamaged)};
+        r = flairize::decodeSettingsBlock(block);
+        if (r.effect >= flairize::effectCount())
+            throw UsageError{o.settings + ": effect index " + std::to_string(r.effect) + " is outside 0.." +
+                             std::to_string(flairize::effectCount() - 1)};
     }
-    SettingsRecord& r = *rec.r;
-    if (o.effect >= 0) {
-        // Choosing an effect loads its slider defaults, as the editor does.
-        r.effect = std::uint16_t(o.effect);
-        const EffectRecord* e = effectRecord(r.effect);
-        r.param1 = e->defaults[0];
-        r.param2 = e->defaults[1];
-        r.param3 = e->defaults[2];
-    }
+    if (o.effect >= 0) flairize::chooseEffect(r, std::uint16_t(o.effect));   // as the editor does
     if (o.params[0] >= 0) r.param1 = std::uint16_t(o.params[0]);
     if (o.params[1] >= 0) r.param2 = std::uint16_t(o.params[1]);
     if (o.params[2] >= 0) r.param3 = std::uint16_t(o.params[2]);
     if (o.colour >= 0) r.colour = std::uint32_t(o.colour);
     if (o.direction >= 0) r.direction = (r.direction & ~3u) | std::uint32_t(o.direction);
+    return r;
 }
 
 struct Picture {
@@ -231,23 +214,16 @@ void writeOutput(const std::string& path, HGLOBAL picture) {
     if (!pictures::write(path, picture, error)) throw Failure{path + ": " + error};
 }
 
-// Messages the engine shows during a render become part of the failure report.
-struct MessageCollector {
-    std::string last;
-    plat::MessageSink old;
-    MessageCollector() {
-        old = plat::setMessageSink([this](const std::string& m) { last = m; });
+// A render's picture, or the failure that names the input and the reason.
+HGLOBAL pictureOf(const flairize::Result& r, const std::string& input) {
+    switch (r.status) {
+    case flairize::Status::Ok: return r.picture;
+    case flairize::Status::Refused:
+        throw Failure{input + ": the picture cannot be rendered (8-, 24- or 32-bit, uncompressed, up to 65535 pixels a side)"};
+    default:
+        plat::globalFree(r.picture);
+        throw Failure{input + ": " + plat::loadString(r.messageId ? r.messageId : ids::kNoMemory)};
     }
-    ~MessageCollector() { plat::setMessageSink(old); }
-};
-
-std::string refusalReason(const SettingsRecord& r, const std::string& input, const std::string& message) {
-    if (!message.empty()) return input + ": " + message;
-    const EffectRecord* e = effectRecord(r.effect);
-    if (e && !e->filter) return "effect \"" + effectName(r.effect) + "\" is not available in this build";
-    if (e && e->filter == FLR_LineFilter && (!e->line1 || !e->line2))
-        return "effect \"" + effectName(r.effect) + "\" is not available in this build";
-    return input + ": the picture cannot be rendered (8-, 24- or 32-bit, uncompressed, up to 65535 pixels a side)";
 }
 
 // A progress bar on stderr, shown only on a terminal.
@@ -278,13 +254,11 @@ void onRowTick(void* user) {
 int cmdRender(int argc, char** argv) {
     Options o = parse(argc, argv, with(kEffectOptions, {"--progress", "--filter-only"}));
     if (o.positional.size() != 2) usage("render needs IN and OUT");
-    Record rec;
-    buildRecord(o, rec);
-    rec.r->progress = std::uint32_t(o.progress);
+    SettingsRecord record = buildRecord(o);
+    record.progress = std::uint32_t(o.progress);
     checkOutputName(o.positional[1]);
     Picture source;
     readInput(o.positional[0], source);
-    standalone::Context ctx(rec.r, source.h);
 
     // Long renders (large pictures) show their rows going by.
     ProgressBar bar;
@@ -293,19 +267,12 @@ int cmdRender(int argc, char** argv) {
     plat::globalUnlock(source.h);
     RowProgress rows{&bar, 0, h.biHeight > 0 ? h.biHeight : 1, "rendering"};
     bar.enabled = bar.enabled && std::int64_t(h.biWidth) * h.biHeight >= 4000000;
-    if (bar.enabled) standalone::setRowTickHandler(onRowTick, &rows);
-
-    MessageCollector messages;
-    Picture result;
-    if (o.filterOnly) {
-        result.h = render::filterOnly(ctx.engineView());
-    } else {
-        HGLOBAL out = nullptr;
-        if (GenerateDIB(ctx.engineView(), &out, 0)) result.h = out;
-    }
-    standalone::setRowTickHandler(nullptr, nullptr);
+    const flairize::HostServices host = hostops::services(bar.enabled ? onRowTick : nullptr, &rows);
+    const flairize::Result r = flairize::render(host, source.h, flairize::settingsOf(record),
+                                                o.filterOnly ? flairize::Mix::None : flairize::Mix::Always);
     bar.done();
-    if (!result.h) throw Failure{refusalReason(*rec.r, o.positional[0], messages.last)};
+    Picture result;
+    result.h = pictureOf(r, o.positional[0]);
     writeOutput(o.positional[1], result.h);
     return 0;
 }
@@ -339,10 +306,6 @@ std::string frameName(const std::string& pattern, long i) {
     return out;
 }
 
-std::uint32_t framePosition(long i, long frames) {
-    return frames == 1 ? 16384u : std::uint32_t(std::int64_t(i) * 16384 / (frames - 1));
-}
-
 int cmdSequence(int argc, char** argv) {
     Options o = parse(argc, argv, with(kEffectOptions, {"--frames", "--direction", "--speed"}));
     if (o.positional.size() != 2) usage("sequence needs IN and OUTPATTERN");
@@ -350,23 +313,18 @@ int cmdSequence(int argc, char** argv) {
     const std::string pattern = o.positional[1];
     frameName(pattern, 0);
     checkOutputName(frameName(pattern, 0));
-    Record rec;
-    buildRecord(o, rec);
+    SettingsRecord record = buildRecord(o);
     Picture source;
     readInput(o.positional[0], source);
-    standalone::Context ctx(rec.r, source.h, 0, static_cast<std::int8_t>(o.speed));
+    const flairize::HostServices host = hostops::services();
     ProgressBar bar;
     for (long i = 0; i < o.frames; ++i) {
-        hostctx::setCurrentPosition(ctx.bytes, framePosition(i, o.frames));
-        SetupFrame(ctx.engineView(), 0);
-        MessageCollector messages;
+        record.progress = flairize::frameProgress(flairize::sequencePosition(std::uint64_t(i), std::uint64_t(o.frames)),
+                                                  static_cast<std::int8_t>(o.speed), record.direction);
+        const flairize::Result r = flairize::render(host, source.h, flairize::settingsOf(record), flairize::Mix::Always);
+        if (r.status != flairize::Status::Ok) bar.done();
         Picture frame;
-        HGLOBAL out = nullptr;
-        if (GenerateDIB(ctx.engineView(), &out, 0)) frame.h = out;
-        if (!frame.h) {
-            bar.done();
-            throw Failure{refusalReason(*rec.r, o.positional[0], messages.last)};
-        }
+        frame.h = pictureOf(r, o.positional[0]);
         writeOutput(frameName(pattern, i), frame.h);
         bar.show(double(i + 1) / double(o.frames), "frame " + std::to_string(i + 1) + "/" + std::to_string(o.frames));
     }
@@ -378,15 +336,12 @@ int cmdTiming(int argc, char** argv) {
     Options o = parse(argc, argv, {"--frames", "--speed", "--direction"});
     if (!o.positional.empty()) usage("timing takes no file names");
     if (o.frames < 1) usage("timing needs --frames N");
-    SettingsRecord record{};
-    record.direction = o.direction >= 0 ? std::uint32_t(o.direction) : kDirectionForward;
-    standalone::Context ctx(&record, nullptr, 0, static_cast<std::int8_t>(o.speed));
+    const std::uint32_t direction = o.direction >= 0 ? std::uint32_t(o.direction) : kDirectionForward;
     std::string out;
     for (long i = 0; i < o.frames; ++i) {
-        const std::uint32_t position = framePosition(i, o.frames);
-        hostctx::setCurrentPosition(ctx.bytes, position);
-        SetupFrame(ctx.engineView(), 0);
-        out += std::to_string(i) + " " + std::to_string(position) + " " + std::to_string(record.progress) + "\n";
+        const std::uint32_t position = flairize::sequencePosition(std::uint64_t(i), std::uint64_t(o.frames));
+        const std::uint32_t progress = flairize::frameProgress(position, static_cast<std::int8_t>(o.speed), direction);
+        out += std::to_string(i) + " " + std::to_string(position) + " " + std::to_string(progress) + "\n";
     }
     std::fputs(out.c_str(), stdout);
     return 0;
@@ -395,14 +350,14 @@ int cmdTiming(int argc, char** argv) {
 int cmdSettings(int argc, char** argv) {
     Options o = parse(argc, argv, with(kEffectOptions, {"--direction"}));
     if (o.positional.size() != 1) usage("settings needs OUT.flr");
-    Record rec;
-    buildRecord(o, rec);
+    const SettingsRecord record = buildRecord(o);
     const std::string path = o.positional[0];
     std::string temp = path + ".XXXXXX";
     const int fd = mkstemp(temp.data());
     if (fd < 0) throw Failure{path + ": " + std::strerror(errno)};
-    SaveData(fd, rec.r, 0);
-    bool ok = lseek(fd, 0, SEEK_END) == off_t(sizeof(SettingsRecord));
+    std::uint8_t block[kSettingsBlockSize];
+    flairize::encodeSettingsBlock(record, block);
+    bool ok = ::write(fd, block, sizeof block) == ssize_t(sizeof block);
     fchmod(fd, 0644);
     ok = ::close(fd) == 0 && ok;
     if (!ok || std::rename(temp.c_str(), path.c_str()) != 0) {
@@ -412,32 +367,31 @@ int cmdSettings(int argc, char** argv) {
     return 0;
 }
 
-std::string labelText(std::uint16_t id) { return id ? plat::loadString(id) : std::string(); }
-
 int cmdList(int argc, char** argv) {
     Options o = parse(argc, argv, {"--tsv"});
     if (!o.positional.empty()) usage("list takes no file names");
     std::string out;
     if (!o.tsv)
         out += "index  name                    offered  flags  sliders (defaults)\n";
-    for (unsigned i = 0; i < kEffectCount; ++i) {
-        const EffectRecord& e = g_effectTable[i];
-        const std::string name = plat::loadString(e.nameId);
-        const bool offered = !name.empty() && name[0] != '*';
+    for (unsigned i = 0; i < flairize::effectCount(); ++i) {
+        const std::string name = flairize::effectName(i);
+        const bool offered = flairize::effectOffered(i);
+        const unsigned flags = (flairize::effectFadesIn(i) ? 1u : 0u) | (flairize::effectUsesColour(i) ? 2u : 0u);
         if (o.tsv) {
-            out += std::to_string(i) + "\t" + name + "\t" + (offered ? "1" : "0") + "\t" + std::to_string(e.flags);
-            for (auto id : e.labelIds) out += "\t" + labelText(id);
-            for (auto d : e.defaults) out += "\t" + std::to_string(d);
+            out += std::to_string(i) + "\t" + name + "\t" + (offered ? "1" : "0") + "\t" + std::to_string(flags);
+            for (int k = 0; k < 3; ++k) out += "\t" + flairize::sliderLabel(i, k);
+            for (int k = 0; k < 3; ++k) out += "\t" + std::to_string(flairize::sliderDefault(i, k));
             out += "\n";
             continue;
         }
         char line[160];
         std::string sliders;
         for (int k = 0; k < 3; ++k)
-            if (e.labelIds[k])
-                sliders += (sliders.empty() ? "" : ", ") + labelText(e.labelIds[k]) + " (" + std::to_string(e.defaults[k]) + ")";
-        std::snprintf(line, sizeof line, "%5u  %-22s  %-7s  %5u  %s\n", i, name.c_str(), offered ? "yes" : "no",
-                      unsigned(e.flags), sliders.empty() ? "-" : sliders.c_str());
+            if (flairize::sliderLabelId(i, k))
+                sliders += (sliders.empty() ? "" : ", ") + flairize::sliderLabel(i, k) + " (" +
+                           std::to_string(flairize::sliderDefault(i, k)) + ")";
+        std::snprintf(line, sizeof line, "%5u  %-22s  %-7s  %5u  %s\n", i, name.c_str(), offered ? "yes" : "no", flags,
+                      sliders.empty() ? "-" : sliders.c_str());
         out += line;
     }
     std::fputs(out.c_str(), stdout);
@@ -450,12 +404,12 @@ int findEffect(const char* text) {
     if (*text && std::isdigit(static_cast<unsigned char>(*text))) {
         char* end = nullptr;
         const long v = std::strtol(text, &end, 10);
-        return (*end || v < 0 || v >= long(kEffectCount)) ? -1 : int(v);
+        return (*end || v < 0 || v >= long(flairize::effectCount())) ? -1 : int(v);
     }
     const std::string wanted = normaliseName(text);
     if (wanted.empty()) return -1;
-    for (unsigned i = 0; i < kEffectCount; ++i)
-        if (normaliseName(effectName(i).c_str()) == wanted) return int(i);
+    for (unsigned i = 0; i < flairize::effectCount(); ++i)
+        if (normaliseName(flairize::effectName(i).c_str()) == wanted) return int(i);
     return -1;
 }
 

@@ -9,11 +9,7 @@
 #include <sstream>
 #include <string>
 
-#include "engine/effect_table.h"
-#include "host/exports.h"
-#include "host/frame_timing.h"
 #include "standalone/cli.h"
-#include "standalone/host_context.h"
 #include "standalone/picture_io.h"
 #include "tests/picture_support.h"
 
@@ -39,7 +35,7 @@ std::string slurp(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-CommandRun flairize(const std::string& args) {
+CommandRun command(const std::string& args) {
     const std::string out = dir() + "/stdout", err = dir() + "/stderr";
     const std::string cmd = std::string(FLAIRIZE_BIN) + " " + args + " >" + out + " 2>" + err;
     const int raw = std::system(cmd.c_str());
@@ -57,23 +53,15 @@ std::string picture(const std::string& name, int w, int h, int bits) {
     return path;
 }
 
-// The engine's own GenerateDIB on a picture file, for comparing with the command.
-std::string engineRender(const std::string& in, std::uint16_t effect, std::uint32_t progress, std::uint16_t p1,
-                         std::uint32_t colour) {
+// The engine's full render of a picture file, for comparing with the command.
+std::string engineRender(const std::string& in, std::uint16_t effect, std::uint32_t progress, std::uint16_t p1) {
     std::string error;
     Owned src(pictures::read(in, error));
-    std::uint32_t size;
-    SettingsRecord* r = nullptr;
-    InitData(0, &size, &r);
-    r->effect = effect;
-    r->progress = progress;
-    r->param1 = p1;
-    r->colour = colour;
-    standalone::Context ctx(r, src.h);
-    HGLOBAL out = nullptr;
-    GenerateDIB(ctx.engineView(), &out, 0);
-    FreeData(0, r);
-    Owned result(out);
+    flairize::Settings s;
+    s.effect = effect;
+    s.progress = progress;
+    s.sliders[0] = p1;
+    Owned result(flairize::render(hostops::services(), src, s, flairize::Mix::Always).picture);
     auto bytes = View(result).bytes();
     return std::string(bytes.begin(), bytes.end());
 }
@@ -84,11 +72,11 @@ TEST(CommandLine, RenderMatchesTheEngineAndIsDeterministic) {
     for (int bits : {8, 24, 32}) {
         const std::string in = picture("in" + std::to_string(bits) + ".bmp", 13, 7, bits);
         const std::string a = dir() + "/a.bmp", b = dir() + "/b.bmp";
-        ASSERT_EQ(flairize("render " + in + " " + a + " --effect Posterize --p1 77 --progress 9000").status, 0);
-        ASSERT_EQ(flairize("render " + in + " " + b + " --effect 32 --p1=77 --progress 9000").status, 0);
+        ASSERT_EQ(command("render " + in + " " + a + " --effect Posterize --p1 77 --progress 9000").status, 0);
+        ASSERT_EQ(command("render " + in + " " + b + " --effect 32 --p1=77 --progress 9000").status, 0);
         const std::string fileA = slurp(a);
         EXPECT_EQ(fileA, slurp(b));
-        EXPECT_EQ(fileA.substr(14), engineRender(in, 32, 9000, 77, 0));
+        EXPECT_EQ(fileA.substr(14), engineRender(in, 32, 9000, 77));
     }
 }
 
@@ -99,14 +87,14 @@ TEST(CommandLine, OptionsAsAUserTypesThem) {
     EXPECT_EQ(cli::findEffect("bubbles"), 36);
     EXPECT_EQ(cli::findEffect("colorpencil"), 35);
     EXPECT_EQ(cli::findEffect("37"), 37);
-    EXPECT_EQ(cli::findEffect("38"), -1);
+    EXPECT_EQ(cli::findEffect(std::to_string(flairize::effectCount()).c_str()), -1);
     EXPECT_EQ(cli::findEffect("-1"), -1);
     EXPECT_EQ(cli::findEffect(""), -1);
 
     // Colour forms: red first, any case, "#" optional; a settings block shows the COLORREF.
     const std::string flr = dir() + "/c.flr";
     for (const char* form : {"1a2b3c", "#1A2B3C", "1A2b3C"}) {
-        ASSERT_EQ(flairize(std::string("settings ") + flr + " --colour '" + form + "'").status, 0);
+        ASSERT_EQ(command(std::string("settings ") + flr + " --colour '" + form + "'").status, 0);
         const std::string block = slurp(flr);
         ASSERT_EQ(block.size(), 20u);
         EXPECT_EQ(block.substr(16), std::string("\x1a\x2b\x3c\x00", 4)) << form;
@@ -115,49 +103,49 @@ TEST(CommandLine, OptionsAsAUserTypesThem) {
 
 TEST(CommandLine, SettingsBlocksWriteAndLoad) {
     const std::string flr = dir() + "/s.flr";
-    ASSERT_EQ(flairize("settings " + flr).status, 0);
+    ASSERT_EQ(command("settings " + flr).status, 0);
     EXPECT_EQ(slurp(flr), std::string("\x19\0\0\0\0\0\0\0\0\0\0\0\x02\0\0\0\0\0\0\0", 20));
     // Choosing an effect loads its defaults; slider options override them.
-    ASSERT_EQ(flairize("settings " + flr + " --effect crosshair --p2 9 --direction 'Reverse Cycle'").status, 0);
+    ASSERT_EQ(command("settings " + flr + " --effect crosshair --p2 9 --direction 'Reverse Cycle'").status, 0);
     EXPECT_EQ(slurp(flr), std::string("\x22\0\0\0\0\0\xff\0\x09\0\0\0\x03\0\0\0\0\0\0\0", 20));
 
     // A render from the block equals a render from the same options.
     const std::string in = picture("s.bmp", 9, 6, 24);
-    ASSERT_EQ(flairize("settings " + flr + " --effect posterize --p1 33").status, 0);
-    ASSERT_EQ(flairize("render " + in + " " + dir() + "/s1.bmp --settings " + flr).status, 0);
-    ASSERT_EQ(flairize("render " + in + " " + dir() + "/s2.bmp --effect posterize --p1 33").status, 0);
+    ASSERT_EQ(command("settings " + flr + " --effect posterize --p1 33").status, 0);
+    ASSERT_EQ(command("render " + in + " " + dir() + "/s1.bmp --settings " + flr).status, 0);
+    ASSERT_EQ(command("render " + in + " " + dir() + "/s2.bmp --effect posterize --p1 33").status, 0);
     EXPECT_EQ(slurp(dir() + "/s1.bmp"), slurp(dir() + "/s2.bmp"));
 
     // A block that ends early is damaged.
     std::ofstream(dir() + "/short.flr", std::ios::binary) << std::string("\x0b\0\0\0", 4);
-    const CommandRun r = flairize("render " + in + " " + dir() + "/never.bmp --settings " + dir() + "/short.flr");
+    const CommandRun r = command("render " + in + " " + dir() + "/never.bmp --settings " + dir() + "/short.flr");
     EXPECT_EQ(r.status, 2);
     EXPECT_NE(r.err.find("short.flr: This project file is damaged, cannot load"), std::string::npos) << r.err;
     EXPECT_FALSE(exists(dir() + "/never.bmp"));
 }
 
 TEST(CommandLine, SequenceAndTimingFollowSetupFrame) {
-    const CommandRun t = flairize("timing --frames 5 --speed 25 --direction Cycle");
+    const CommandRun t = command("timing --frames 5 --speed 25 --direction Cycle");
     ASSERT_EQ(t.status, 0);
     EXPECT_EQ(t.out, "0 0 0\n1 4096 2048\n2 8192 8192\n3 12288 14336\n4 16384 0\n");
-    const CommandRun back = flairize("timing --frames 3 --direction backward");
+    const CommandRun back = command("timing --frames 3 --direction backward");
     EXPECT_EQ(back.out, "0 0 16384\n1 8192 8192\n2 16384 0\n");
 
     const std::string in = picture("seq.bmp", 8, 5, 24);
-    ASSERT_EQ(flairize("sequence " + in + " " + dir() + "/f%03d.bmp --frames 3 --effect solarize --speed 25").status, 0);
+    ASSERT_EQ(command("sequence " + in + " " + dir() + "/f%03d.bmp --frames 3 --effect solarize --speed 25").status, 0);
     const std::uint32_t positions[] = {0, 8192, 16384};
     for (int i = 0; i < 3; ++i) {
         char name[32];
         std::snprintf(name, sizeof name, "/f%03d.bmp", i);
         ASSERT_TRUE(exists(dir() + name)) << name;
-        EXPECT_EQ(slurp(dir() + name).substr(14), engineRender(in, 11, timing::speedCurve(positions[i], 25), 0, 0)) << i;
+        EXPECT_EQ(slurp(dir() + name).substr(14), engineRender(in, 11, flairize::speedCurve(positions[i], 25), 0)) << i;
     }
     EXPECT_FALSE(exists(dir() + "/f003.bmp"));
-    EXPECT_EQ(flairize("sequence " + in + " " + dir() + "/nopattern.bmp --frames 2 --effect 11").status, 2);
+    EXPECT_EQ(command("sequence " + in + " " + dir() + "/nopattern.bmp --frames 2 --effect 11").status, 2);
 }
 
 TEST(CommandLine, ListTable) {
-    const CommandRun r = flairize("list --tsv");
+    const CommandRun r = command("list --tsv");
     ASSERT_EQ(r.status, 0);
     std::istringstream lines(r.out);
     std::string line;
@@ -173,8 +161,8 @@ TEST(CommandLine, ListTable) {
         offered += fields[2] == "1";
         ++count;
     }
-    EXPECT_EQ(count, 38);
-    EXPECT_EQ(offered, 30);
+    EXPECT_EQ(count, int(flairize::effectCount()));
+    EXPECT_EQ(offered, int(flairize::offeredCount()));
     EXPECT_NE(r.out.find("34\tCrosshair\t1\t3\tSize\t\t\t255\t0\t0\n"), std::string::npos);
     EXPECT_NE(r.out.find("36\t*Bubbles [24]\t0\t1\tNumber\tRandomness\t\t128\t0\t0\n"), std::string::npos);
     EXPECT_NE(r.out.find("14\tShake\t1\t1\tAngle\tAmount\t\t0\t128\t0\n"), std::string::npos);
@@ -198,7 +186,7 @@ TEST(CommandLine, BadInputIsRefusedClearly) {
         {"timing --frames 3 --direction sideways", 2, "--direction"},
     };
     for (const Case& c : cases) {
-        const CommandRun r = flairize(c.args);
+        const CommandRun r = command(c.args);
         EXPECT_EQ(r.status, c.status) << c.args;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << c.args << " -> " << r.err;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;

@@ -1,13 +1,13 @@
 #include <gtest/gtest.h>
 
 #include "editor/editor_logic.h"
-#include "engine/effect_table.h"
+#include "engine/flairize.h"
 
 using namespace editor;
 
 TEST(EditorLogic, EffectListHoldsTheThirtyOfferedEffectsSorted) {
     const auto items = effectList();
-    ASSERT_EQ(items.size(), 30u);
+    ASSERT_EQ(items.size(), flairize::offeredCount());
     EXPECT_EQ(items.front().name, "Bricks");
     EXPECT_EQ(items.front().effect, 15);
     EXPECT_EQ(items.back().name, "Weave");
@@ -18,7 +18,7 @@ TEST(EditorLogic, EffectListHoldsTheThirtyOfferedEffectsSorted) {
                               "Stamp",       "Steel Plate", "Tiles",      "Triangles",   "WaterColor",   "Weave"};
     for (std::size_t i = 0; i < items.size(); ++i) {
         EXPECT_EQ(items[i].name, expected[i]);
-        EXPECT_EQ(effectRecord(items[i].effect)->nameId, 4128 + items[i].effect);   // item data is the index
+        EXPECT_EQ(flairize::effectName(items[i].effect), items[i].name);   // item data is the index
     }
     for (unsigned hidden : {0u, 1u, 2u, 4u, 5u, 7u, 8u, 36u}) {
         for (const auto& item : items) EXPECT_NE(item.effect, hidden);

@@ -7,10 +7,12 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "engine/dib.h"
-#include "engine/effect_table.h"
-#include "engine/render_state.h"
+#include "engine/flairize.h"
 #include "platform/global_memory.h"
+#include "platform/host_ops.h"
 #include "platform/strings.h"
 
 namespace testpic {
@@ -96,12 +98,22 @@ private:
     std::uint32_t stride_;
 };
 
-// Runs effect `effect`'s own filter (no progress mix) with the given render values.
-inline HGLOBAL runFilter(unsigned effect, HGLOBAL source, std::uint32_t progress, std::uint16_t p1 = 0,
-                         std::uint16_t p2 = 0, std::uint16_t p3 = 0, std::uint32_t colour = 0) {
-    publishRenderValues(p1, p2, p3, colour);
-    const EffectRecord* e = effectRecord(effect);
-    return e && e->filter ? e->filter(std::uint16_t(effect), source, progress, p1, p2, p3) : nullptr;
+// The index of the effect of that name.
+inline unsigned effectNamed(const std::string& name) {
+    for (unsigned i = 0; i < flairize::effectCount(); ++i)
+        if (flairize::effectName(i) == name) return i;
+    ADD_FAILURE() << "no effect " << name;
+    return 0;
+}
+
+// Renders effect `effect` through the engine with the Linux host operations.
+inline flairize::Result render(unsigned effect, HGLOBAL source, std::uint32_t progress = 16384,
+                               flairize::Mix mix = flairize::Mix::Always) {
+    flairize::Settings s;
+    s.effect = std::uint16_t(effect);
+    for (int k = 0; k < 3; ++k) s.sliders[k] = flairize::sliderDefault(effect, k);
+    s.progress = progress;
+    return flairize::render(hostops::services(), source, s, mix);
 }
 
 // Collects message-box texts while alive.
@@ -160,15 +172,5 @@ inline HGLOBAL withHeader(HGLOBAL h, const std::function<void(BITMAPINFOHEADER&)
     return h;
 }
 
-// Runs `render` with the n-th allocation from now failing: true when it gave 0 and
-// left no block behind.
-inline bool failsCleanly(long n, const std::function<HGLOBAL()>& render) {
-    const long live = plat::liveBlocks();
-    plat::failAllocationAfter(n);
-    HGLOBAL out = render();
-    plat::failAllocationAfter(0);
-    plat::globalFree(out);
-    return !out && plat::liveBlocks() == live;
-}
 
 }  // namespace testpic

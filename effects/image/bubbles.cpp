@@ -1,24 +1,24 @@
 // Bubbles (hidden effect 36): a grid of 20 x 20 lens bubbles. Inside a bubble's
 // circle each pixel is taken from slightly nearer the centre, which magnifies
 // the middle; outside the circle a pixel is its own source.
-#include "effects/image/bubbles.h"
-
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 
+#include "effects/effects.h"
 #include "effects/image/grid.h"
 #include "engine/dib.h"
-#include "engine/filters.h"
-#include "hostapi/host_ops.h"
 #include "platform/global_memory.h"
-#include "platform/random.h"
-#include "platform/strings.h"
-#include "resources/string_ids.h"
 
 namespace {
 
-constexpr std::uint16_t kBubblesEffect = 36;
+// Where output pixel (i, j) of a bubble takes its source: column x, row y,
+// counted from the bubble's origin.
+struct BubbleMapEntry {
+    std::int32_t x;
+    std::int32_t y;
+};
+
 constexpr std::int32_t kBubbleSize = 20;
 static_assert(kBubbleSize > grid::kMaxSpacing, "neighbouring bubbles on the grid overlap");
 // A little below 2 / pi: the entries at radius exactly 0.5 then land one pixel
@@ -29,11 +29,11 @@ inline int clampToLast(int v, int last) { return v > last ? last : v; }
 
 // One bubble from a 24- or 32-bit source: pixels copied through the map, alpha
 // travelling with its pixel. Reads past the right or top edge use the last column or row.
-void BubbleCell2(std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
+void BubbleCell2(plat::Random& random, std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
                  const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
                  std::uint32_t outStride, std::uint32_t hasAlpha, const BubbleMapEntry* map,
                  std::int32_t mapWidth, std::int32_t mapHeight, std::uint16_t jitter) {
-    const grid::Area a = grid::place(x, y, width, height, jitter, mapWidth, mapHeight);
+    const grid::Area a = grid::place(random, x, y, width, height, jitter, mapWidth, mapHeight);
     if (a.empty()) return;
     const unsigned step = hasAlpha ? 4 : 3;
     const int lastCol = width - 1, lastRow = height - 1;
@@ -51,11 +51,11 @@ void BubbleCell2(std::int32_t x, std::int32_t y, std::uint16_t width, std::uint1
 }
 
 // One bubble from an 8-bit source: the same lens, on the colours the table gives.
-void BubbleCell1(std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
+void BubbleCell1(plat::Random& random, std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
                  const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
                  std::uint32_t outStride, const std::uint8_t* colourTable, const BubbleMapEntry* map,
                  std::int32_t mapWidth, std::int32_t mapHeight, std::uint16_t jitter) {
-    const grid::Area a = grid::place(x, y, width, height, jitter, mapWidth, mapHeight);
+    const grid::Area a = grid::place(random, x, y, width, height, jitter, mapWidth, mapHeight);
     if (a.empty()) return;
     const int lastCol = width - 1, lastRow = height - 1;
     for (int j = 0; j < a.rows; ++j) {
@@ -94,14 +94,14 @@ void paintBackground(const dib::Source& src, const dib::Output& out) {
 // pixel ends up with the bubble of the last grid row and column at or before
 // it. Each pixel is written once instead of once per overlapping bubble; the
 // row ticks and random draws stay those of painting every bubble.
-void paintGridBubbles(const dib::Source& src, const dib::Output& out, int step, const BubbleMapEntry* map) {
+void paintGridBubbles(const FilterCall& call, const dib::Source& src, const dib::Output& out, int step,
+                      const BubbleMapEntry* map) {
     const dib::Layout& in = src.layout();
     const int width = in.width, height = in.height;
     const unsigned inStep = in.bytesPerPixel, outStep = in.bitCount == 32 ? 4 : 3;
     const bool palette = in.bytesPerPixel == 1;
     for (int gy = 0; gy < height; gy += step) {
-        BaseKit_RowTick();
-        for (int gx = 0; gx < width; gx += step) plat::rand(), plat::rand();
+        if (call.host.rowTick) call.host.rowTick(call.host.user);
         const int bandEnd = gy + step < height ? gy + step : height;
         for (int y = gy; y < bandEnd; ++y) {
             const BubbleMapEntry* mapRow = map + std::size_t(y - gy) * kBubbleSize;
@@ -122,8 +122,8 @@ void paintGridBubbles(const dib::Source& src, const dib::Output& out, int step, 
     }
 }
 
-}  // namespace
-
+// A W x H map, row j after row j (row 0 is the bubble's lowest row), in local
+// working memory; null when the memory cannot be had.
 BubbleMapEntry* MakeBubbleMap(std::int32_t w, std::int32_t h) {
     if (w < 2 || h < 2 || w > 65535 || h > 65535) return nullptr;
     const std::uint64_t bytes = std::uint64_t(w) * std::uint64_t(h) * sizeof(BubbleMapEntry);
@@ -153,41 +153,39 @@ BubbleMapEntry* MakeBubbleMap(std::int32_t w, std::int32_t h) {
     return map;
 }
 
-FLR_FILTER(BubblesFilter) {
-    (void)progress, (void)p3;
-    if (effect != kBubblesEffect) return nullptr;
-    dib::Source src(source);
-    if (!src.ok()) return nullptr;
+}  // namespace
+
+flairize::Result bubblesFilter(const FilterCall& call) {
+    dib::Source src(call.source, &call.host);
+    if (!src.ok()) return resultRefused();
     dib::Output out(src);
-    if (!out.okOrReport()) return nullptr;
+    if (!out.ok()) return resultOutOfMemory();
     const dib::Layout& in = src.layout();
-    const int step = grid::spacing(p1);
-    const std::uint16_t jitter = grid::jitter(p2);
+    const int step = grid::spacing(call.p1);
+    const std::uint16_t jitter = grid::jitter(call.p2);
     if (jitter) paintBackground(src, out);   // on the grid, bubbles cover every pixel
-    plat::srand(0);
     BubbleMapEntry* map = MakeBubbleMap(kBubbleSize, kBubbleSize);
-    if (!map) {
-        plat::showStringMessage(ids::kNoMemory);
-        return nullptr;   // the output is freed with `out`
-    }
+    if (!map) return resultOutOfMemory();   // the output is freed with `out`
     if (!jitter) {
-        paintGridBubbles(src, out, step, map);
+        paintGridBubbles(call, src, out, step, map);
         plat::localFree(map);
-        return out.release();
+        return resultOk(out.release());
     }
 
+    plat::Random random;
+    random.srand(0);
     const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
     for (int y = 0; y < in.height; y += step) {
-        BaseKit_RowTick();
+        if (call.host.rowTick) call.host.rowTick(call.host.user);
         for (int x = 0; x < in.width; x += step) {
             if (in.bytesPerPixel == 1)
-                BubbleCell1(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
+                BubbleCell1(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
                             src.colourTable(), map, kBubbleSize, kBubbleSize, jitter);
             else
-                BubbleCell2(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
+                BubbleCell2(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
                             hasAlpha, map, kBubbleSize, kBubbleSize, jitter);
         }
     }
     plat::localFree(map);
-    return out.release();
+    return resultOk(out.release());
 }

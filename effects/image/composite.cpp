@@ -1,55 +1,61 @@
 // Composite effects: WaterColor, Glass and Color Pencil chain whole-picture
-// operations (the host's colour operations, a row effect, the picture mix).
+// operations (the host's colour operations, another effect, the picture mix).
 // Each intermediate picture is freed as soon as the next one exists; a step
 // that fails ends the chain with nothing left behind.
+#include "effects/effects.h"
 #include "engine/dib.h"
-#include "engine/filters.h"
-#include "hostapi/host_ops.h"
 #include "platform/global_memory.h"
 
 namespace {
 
-constexpr std::uint16_t kFrazzle = 23;
-constexpr std::uint16_t kCharcoal = 31;
-constexpr std::uint32_t kGlassProgress = 1146;
-constexpr std::uint32_t kFullProgress = 16384;
-constexpr std::uint32_t kHalfWeight = 8192;
+using ColourOperation = HGLOBAL (*)(void* user, HGLOBAL picture);
 
 // The pictures every filter refuses, whichever operation runs first.
-bool acceptable(HGLOBAL source) { return dib::Source(source).ok(); }
+bool acceptable(const FilterCall& call) { return dib::Source(call.source, &call.host).ok(); }
 
 // next = operation(current), then current is freed.
-HGLOBAL replaceWith(HGLOBAL current, HGLOBAL (FLR_STDCALL* operation)(HGLOBAL, std::uint32_t, std::uint32_t)) {
-    HGLOBAL next = operation(current, 0, 0);
+HGLOBAL replaceWith(const FilterCall& call, HGLOBAL current, ColourOperation operation) {
+    HGLOBAL next = operation(call.host.user, current);
     plat::globalFree(current);
     return next;
 }
 
+// A colour operation of the host that fails reports no message of its own.
+flairize::Result fromHost(HGLOBAL picture) {
+    return picture ? resultOk(picture) : flairize::Result{nullptr, flairize::Status::OutOfMemory, 0};
+}
+
+// The inner effect's filter at its fixed progress, with this render's values.
+flairize::Result runInner(const FilterCall& call) {
+    const auto& inner = *static_cast<const InnerEffect*>(call.table.records[call.effect].data);
+    const FilterCall innerCall{call.host, call.source, call.table, inner.effect, inner.progress,
+                               call.p1,   call.p2,     call.p3,    call.colour};
+    return call.table.records[inner.effect].filter(innerCall);
+}
+
 }  // namespace
 
-FLR_FILTER(FLR_WaterColor) {
-    (void)effect, (void)progress, (void)p1, (void)p2, (void)p3;
-    if (!acceptable(source)) return nullptr;
-    HGLOBAL picture = HueKit_Smooth(source, 0, 0);
-    if (picture) picture = replaceWith(picture, HueKit_Simplify);
-    if (picture) picture = replaceWith(picture, HueKit_Smooth);
-    if (picture) picture = replaceWith(picture, HueKit_Simplify);
-    return picture;
+flairize::Result waterColorFilter(const FilterCall& call) {
+    if (!acceptable(call)) return resultRefused();
+    HGLOBAL picture = call.host.smooth(call.host.user, call.source);
+    if (picture) picture = replaceWith(call, picture, call.host.simplify);
+    if (picture) picture = replaceWith(call, picture, call.host.smooth);
+    if (picture) picture = replaceWith(call, picture, call.host.simplify);
+    return fromHost(picture);
 }
 
-FLR_FILTER(FLR_Glass) {
-    (void)effect, (void)progress, (void)p1, (void)p2, (void)p3;
-    if (!acceptable(source)) return nullptr;
-    HGLOBAL frazzled = FLR_LineFilter(kFrazzle, source, kGlassProgress, 0, 0, 0);
-    return frazzled ? replaceWith(frazzled, HueKit_Soften) : nullptr;
+flairize::Result glassFilter(const FilterCall& call) {
+    if (!acceptable(call)) return resultRefused();
+    const flairize::Result frazzled = runInner(call);
+    if (frazzled.status != flairize::Status::Ok) return frazzled;
+    return fromHost(replaceWith(call, frazzled.picture, call.host.soften));
 }
 
-FLR_FILTER(ColorPencilFilter) {
-    (void)effect, (void)progress, (void)p1, (void)p2, (void)p3;
-    if (!acceptable(source)) return nullptr;
-    HGLOBAL charcoal = FLR_LineFilter(kCharcoal, source, kFullProgress, 0, 0, 0);
-    if (!charcoal) return nullptr;
-    HGLOBAL mixed = BaseKit_MixPictures(source, charcoal, kHalfWeight);
-    plat::globalFree(charcoal);
-    return mixed;
+flairize::Result colorPencilFilter(const FilterCall& call) {
+    if (!acceptable(call)) return resultRefused();
+    const flairize::Result charcoal = runInner(call);
+    if (charcoal.status != flairize::Status::Ok) return charcoal;
+    HGLOBAL mixed = call.host.mix(call.host.user, call.source, charcoal.picture, 8192);   // half and half
+    plat::globalFree(charcoal.picture);
+    return fromHost(mixed);
 }

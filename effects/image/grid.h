@@ -8,16 +8,12 @@
 
 namespace grid {
 
-inline std::uint16_t clampSlider(std::uint16_t v) { return v > 255 ? 255 : v; }
-
-// 2 for Number 255, 9 for 128, 17 for 0.
+// 2 for Number 255, 9 for 128, 17 for 0 (sliders 0..255).
 constexpr int kMaxSpacing = 17;
-inline int spacing(std::uint16_t number) { return (255 - int(clampSlider(number))) / 16 + 2; }
+inline int spacing(std::uint16_t number) { return (255 - int(number)) / 16 + 2; }
 
 // Largest displacement in pixels, 0..15.
-inline std::uint16_t jitter(std::uint16_t randomness) {
-    return static_cast<std::uint16_t>(clampSlider(randomness) >> 4);
-}
+inline std::uint16_t jitter(std::uint16_t randomness) { return static_cast<std::uint16_t>(randomness >> 4); }
 
 // The pixels a patch of patchWidth x patchHeight covers once displaced: columns
 // x0 .. x0 + cols - 1 of rows y0 .. y0 + rows - 1. Empty when cols or rows is 0 or less.
@@ -29,10 +25,11 @@ struct Area {
 
 // Draws the displacement (x first, then y; two draws even when jitter is 0),
 // shifts a patch below column or row 0 inward and cuts it at the right and top.
-inline Area place(int x, int y, int width, int height, int jitter, int patchWidth, int patchHeight) {
+inline Area place(plat::Random& random, int x, int y, int width, int height, int jitter, int patchWidth,
+                  int patchHeight) {
     const int span = 2 * jitter + 1;
-    const int dx = jitter - plat::rand() % span;
-    const int dy = jitter - plat::rand() % span;
+    const int dx = jitter - random.rand() % span;
+    const int dy = jitter - random.rand() % span;
     Area a;
     a.x0 = x + dx < 0 ? 0 : x + dx;
     a.y0 = y + dy < 0 ? 0 : y + dy;

@@ -5,13 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "effects/effects.h"
 #include "effects/image/grid.h"
 #include "engine/dib.h"
-#include "engine/filters.h"
 #include "engine/pixel.h"
-#include "engine/render_state.h"
-#include "hostapi/host_ops.h"
-#include "platform/random.h"
 
 namespace {
 
@@ -76,32 +73,28 @@ constexpr Shape kSmear = {
     0, 128, 128, 192, 192, 255,
 };
 
-struct ShapePair {
+}  // namespace
+
+// The pair of shapes each effect paints per cell.
+struct MarkPair {
     const std::uint32_t* first;
     const std::uint32_t* second;
 };
+const MarkPair kPointillizeMarks{kLargeDot, kSmallDot}, kRainMarks{kStreakA, kStreakB},
+    kTrianglesMarks{kTriangleRight, kTriangleLeft}, kSmudgeMarks{kSmear, kSmear};
 
-// The pair of shapes each effect paints per cell; false for other effects.
-bool shapePair(std::uint16_t effect, ShapePair& pair) {
-    switch (effect) {
-    case 10: pair = {kLargeDot, kSmallDot}; return true;          // Pointillize
-    case 27: pair = {kStreakA, kStreakB}; return true;            // Rain
-    case 28: pair = {kTriangleRight, kTriangleLeft}; return true; // Triangles
-    case 29: pair = {kSmear, kSmear}; return true;                // Smudge
-    default: return false;
-    }
-}
+namespace {
 
 inline unsigned blendByWeight(unsigned out, unsigned mean, unsigned w) {
     return (out * (256 - w) + mean * w) >> 8;
 }
 
 // One mark from an 8-bit source: averages read through the colour table.
-void MeanMapCell1(std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
+void MeanMapCell1(plat::Random& random, std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
                   const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
                   std::uint32_t outStride, const std::uint8_t* colourTable, const std::uint32_t* shape,
                   std::uint16_t jitter) {
-    const grid::Area a = grid::place(x, y, width, height, jitter, kShapeSize, kShapeSize);
+    const grid::Area a = grid::place(random, x, y, width, height, jitter, kShapeSize, kShapeSize);
     if (a.empty()) return;
     unsigned count = 0, sb = 0, sg = 0, sr = 0;
     for (int r = 0; r < a.rows; ++r) {
@@ -128,11 +121,11 @@ void MeanMapCell1(std::int32_t x, std::int32_t y, std::uint16_t width, std::uint
 
 // One mark from a 24- or 32-bit source. On 32-bit pictures every covered pixel,
 // zero weight included, is then mixed toward the source by its alpha.
-void MeanMapCell2(std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
+void MeanMapCell2(plat::Random& random, std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
                   const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
                   std::uint32_t outStride, std::uint32_t hasAlpha, const std::uint32_t* shape,
                   std::uint16_t jitter) {
-    const grid::Area a = grid::place(x, y, width, height, jitter, kShapeSize, kShapeSize);
+    const grid::Area a = grid::place(random, x, y, width, height, jitter, kShapeSize, kShapeSize);
     if (a.empty()) return;
     const unsigned step = hasAlpha ? 4 : 3;
     unsigned count = 0, sb = 0, sg = 0, sr = 0;
@@ -184,36 +177,32 @@ void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32
 
 }  // namespace
 
-FLR_FILTER(FLR_MeanMapFilter) {
-    (void)progress, (void)p3;
-    ShapePair shapes;
-    if (!shapePair(effect, shapes)) return nullptr;
-    dib::Source src(source);
-    if (!src.ok()) return nullptr;
+flairize::Result meanMapFilter(const FilterCall& call) {
+    const auto& marks = *static_cast<const MarkPair*>(call.table.records[call.effect].data);
+    dib::Source src(call.source, &call.host);
+    if (!src.ok()) return resultRefused();
     dib::Output out(src);
-    if (!out.okOrReport()) return nullptr;
+    if (!out.ok()) return resultOutOfMemory();
     const dib::Layout& in = src.layout();
-    paintBackground(src, out, renderState().colour);
-    plat::srand(0);
+    paintBackground(src, out, call.colour);
+    plat::Random random;
+    random.srand(0);
 
-    const int step = grid::spacing(p1);
-    const std::uint16_t jitter = grid::jitter(p2);
+    const int step = grid::spacing(call.p1);
+    const std::uint16_t jitter = grid::jitter(call.p2);
     const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
     for (int y = 0; y < in.height; y += step) {
-        BaseKit_RowTick();
+        if (call.host.rowTick) call.host.rowTick(call.host.user);
         for (int x = 0; x < in.width; x += step) {
-            if (in.bytesPerPixel == 1) {
-                MeanMapCell1(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
-                             src.colourTable(), shapes.first, jitter);
-                MeanMapCell1(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
-                             src.colourTable(), shapes.second, jitter);
-            } else {
-                MeanMapCell2(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
-                             hasAlpha, shapes.first, jitter);
-                MeanMapCell2(x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
-                             hasAlpha, shapes.second, jitter);
+            for (const std::uint32_t* shape : {marks.first, marks.second}) {
+                if (in.bytesPerPixel == 1)
+                    MeanMapCell1(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride,
+                                 out.stride(), src.colourTable(), shape, jitter);
+                else
+                    MeanMapCell2(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride,
+                                 out.stride(), hasAlpha, shape, jitter);
             }
         }
     }
-    return out.release();
+    return resultOk(out.release());
 }

@@ -3,10 +3,9 @@
 // and added to every pixel's blue, green and red, then clamped.
 #include <cstdint>
 
+#include "effects/effects.h"
 #include "engine/dib.h"
-#include "engine/filters.h"
 #include "engine/pixel.h"
-#include "hostapi/host_ops.h"
 
 namespace {
 
@@ -58,21 +57,17 @@ constexpr std::int32_t kWeave[36] = {
     0,    32,   0,    -255, 0,    -255,
 };
 
+}  // namespace
+
+// An n x n table of offsets, row 0 first.
 struct Texture {
     const std::int32_t* offsets;
     std::uint16_t n;
 };
+const Texture kTilesTexture{kTiles, 8}, kBricksTexture{kBricks, 8}, kBumpsTexture{kBumps, 8},
+    kSteelPlateTexture{kSteelPlate, 6}, kWeaveTexture{kWeave, 6};
 
-bool textureFor(std::uint16_t effect, Texture& t) {
-    switch (effect) {
-    case 12: t = {kTiles, 8}; return true;
-    case 15: t = {kBricks, 8}; return true;
-    case 16: t = {kBumps, 8}; return true;
-    case 24: t = {kSteelPlate, 6}; return true;
-    case 25: t = {kWeave, 6}; return true;
-    default: return false;
-    }
-}
+namespace {
 
 // Row y of an 8-bit source, read through the colour table; 3-byte output.
 void TextureRow1(std::uint16_t y, std::uint16_t width, std::uint16_t height, const std::uint8_t* src,
@@ -120,18 +115,16 @@ void TextureRow2(std::uint16_t y, std::uint16_t width, std::uint16_t height, con
 
 }  // namespace
 
-FLR_FILTER(FLR_TextureFilter) {
-    (void)progress, (void)p1, (void)p2, (void)p3;
-    Texture texture;
-    if (!textureFor(effect, texture)) return nullptr;
-    dib::Source src(source);
-    if (!src.ok()) return nullptr;
+flairize::Result textureFilter(const FilterCall& call) {
+    const auto& texture = *static_cast<const Texture*>(call.table.records[call.effect].data);
+    dib::Source src(call.source, &call.host);
+    if (!src.ok()) return resultRefused();
     dib::Output out(src);
-    if (!out.okOrReport()) return nullptr;
+    if (!out.ok()) return resultOutOfMemory();
     const dib::Layout& in = src.layout();
     const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
     for (std::uint16_t y = 0; y < in.height; ++y) {
-        BaseKit_RowTick();
+        if (call.host.rowTick) call.host.rowTick(call.host.user);
         if (in.bytesPerPixel == 1)
             TextureRow1(y, in.width, in.height, src.row(y), out.row(y), src.colourTable(), texture.offsets,
                         texture.n, texture.n);
@@ -139,5 +132,5 @@ FLR_FILTER(FLR_TextureFilter) {
             TextureRow2(y, in.width, in.height, src.row(y), out.row(y), hasAlpha, texture.offsets, texture.n,
                         texture.n);
     }
-    return out.release();
+    return resultOk(out.release());
 }

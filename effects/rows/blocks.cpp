@@ -2,10 +2,9 @@
 // figure over the picture, anchored at its bottom-left corner or its centre.
 #include <cstdint>
 
-#include "effects/rows/row_effects.h"
+#include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
-#include "engine/render_state.h"
 
 namespace {
 
@@ -45,11 +44,11 @@ void mosaicRow(unsigned y, std::uint32_t progress, unsigned width, const std::ui
 // Sampler: N x N cells from the bottom-left corner; a one-pixel ring at
 // positions 1 and N - 1 of each cell shows the source, the rest is the colour.
 template <bool Alpha, class Source>
-void samplerRow(unsigned y, unsigned width, const std::uint8_t* const* rows, std::uint8_t* out, Source src,
-                unsigned outStep) {
-    const RenderState& rs = renderState();
-    const EffectColour colour(rs.colour);
-    const unsigned n = (unsigned(rs.p1) >> 4) + 1u;
+void samplerRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, unsigned outStep) {
+    const unsigned width = frame.width;
+    const std::uint8_t* const* rows = frame.rows;
+    const EffectColour colour(frame.colour);
+    const unsigned n = (unsigned(frame.p1) >> 4) + 1u;
     const unsigned ym = y % n;
     const bool ringRow = ym == 1 || ym == n - 1;
     const std::uint8_t* own = rows[y];
@@ -67,12 +66,12 @@ void samplerRow(unsigned y, unsigned width, const std::uint8_t* const* rows, std
 // Crosshair: a disc of squared radius P1 x r x r / 255 about the centre shows
 // the source, except for the cross three pixels wide through the centre.
 template <bool Alpha, class Source>
-void crosshairRow(unsigned y, unsigned width, unsigned height, const std::uint8_t* const* rows,
-                  std::uint8_t* out, Source src, unsigned outStep) {
-    const RenderState& rs = renderState();
-    const EffectColour colour(rs.colour);
+void crosshairRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, unsigned outStep) {
+    const unsigned width = frame.width, height = frame.height;
+    const std::uint8_t* const* rows = frame.rows;
+    const EffectColour colour(frame.colour);
     const std::int64_t r = (width < height ? width : height) >> 1;
-    const std::int64_t r2 = std::int64_t(rs.p1) * r * r / 255;   // 64 bits: exact for every size
+    const std::int64_t r2 = std::int64_t(frame.p1) * r * r / 255;   // 64 bits: exact for every size
     const std::int64_t dy = std::int64_t(y) - (height >> 1);
     // Squared distance left for dx on this row; negative closes the whole row.
     const std::int64_t room = (dy >= 2 || dy <= -2) ? r2 - dy * dy : -1;
@@ -90,38 +89,38 @@ void crosshairRow(unsigned y, unsigned width, unsigned height, const std::uint8_
 
 }  // namespace
 
-FLR_ROW1(MosaicLine1) {
-    (void)height;
-    mosaicRow<false>(y, progress, width, rows, out, PaletteSource{colourTable}, 3);
+FLR_ROW(MosaicLine1) {
+    (void)carry;
+    mosaicRow<false>(y, frame.progress, frame.width, frame.rows, out, PaletteSource{frame.colourTable}, 3);
 }
-FLR_ROW2(MosaicLine2) {
-    (void)height;
-    if (hasAlpha)
-        mosaicRow<true>(y, progress, width, rows, out, DirectSource{4}, 4);
+FLR_ROW(MosaicLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        mosaicRow<true>(y, frame.progress, frame.width, frame.rows, out, DirectSource{4}, 4);
     else
-        mosaicRow<false>(y, progress, width, rows, out, DirectSource{3}, 3);
+        mosaicRow<false>(y, frame.progress, frame.width, frame.rows, out, DirectSource{3}, 3);
 }
 
-FLR_ROW1(SamplerLine1) {
-    (void)progress, (void)height;
-    samplerRow<false>(y, width, rows, out, PaletteSource{colourTable}, 3);
+FLR_ROW(SamplerLine1) {
+    (void)carry;
+    samplerRow<false>(frame, y, out, PaletteSource{frame.colourTable}, 3);
 }
-FLR_ROW2(SamplerLine2) {
-    (void)progress, (void)height;
-    if (hasAlpha)
-        samplerRow<true>(y, width, rows, out, DirectSource{4}, 4);
+FLR_ROW(SamplerLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        samplerRow<true>(frame, y, out, DirectSource{4}, 4);
     else
-        samplerRow<false>(y, width, rows, out, DirectSource{3}, 3);
+        samplerRow<false>(frame, y, out, DirectSource{3}, 3);
 }
 
-FLR_ROW1(CrosshairLine1) {
-    (void)progress;
-    crosshairRow<false>(y, width, height, rows, out, PaletteSource{colourTable}, 3);
+FLR_ROW(CrosshairLine1) {
+    (void)carry;
+    crosshairRow<false>(frame, y, out, PaletteSource{frame.colourTable}, 3);
 }
-FLR_ROW2(CrosshairLine2) {
-    (void)progress;
-    if (hasAlpha)
-        crosshairRow<true>(y, width, height, rows, out, DirectSource{4}, 4);
+FLR_ROW(CrosshairLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        crosshairRow<true>(frame, y, out, DirectSource{4}, 4);
     else
-        crosshairRow<false>(y, width, height, rows, out, DirectSource{3}, 3);
+        crosshairRow<false>(frame, y, out, DirectSource{3}, 3);
 }

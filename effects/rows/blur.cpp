@@ -12,20 +12,15 @@
 #include <cstddef>
 #include <type_traits>
 
-#include "effects/rows/row_effects.h"
+#include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
-#include "engine/render_state.h"
 
 namespace {
 
 using namespace rowpx;
 
 constexpr int kMaxSteps = 31;
-
-// The row driver never passes more than 16384; direct callers get the same
-// bound, which keeps every walk within 31 steps (32 colours per mean).
-inline std::uint32_t progressAtMost(std::uint32_t progress) { return progress > 16384 ? 16384 : progress; }
 
 inline int clampTo(int v, int last) { return v < 0 ? 0 : (v > last ? last : v); }
 
@@ -195,18 +190,19 @@ inline Direction motionDirection(unsigned p1) {
 
 // Motion Blur: one vector for the whole picture, so one walk serves the row.
 template <bool Alpha, class Rows>
-void motionBlurRow(int y, std::uint32_t progress, int width, int height, const Rows& src, std::uint8_t* out) {
-    const int n = static_cast<int>((progressAtMost(progress) * 15u) >> 14);
+void motionBlurRow(const Frame& frame, int y, const Rows& src, std::uint8_t* out) {
+    const int width = frame.width, height = frame.height;
+    const int n = static_cast<int>((frame.progress * 15u) >> 14);
     WalkPattern p;
-    layOut(motionDirection(renderState().p1), n, Growth::None, p);
+    layOut(motionDirection(frame.p1), n, Growth::None, p);
     blurRun<Alpha>(src, y, width, height, p, ChannelMean(unsigned(n) + 1), 0, width, out);
 }
 
 // Center Blur: outward along the line from the centre through each pixel.
 template <bool Alpha, class Rows>
-void centerBlurRow(int y, std::uint32_t progress, int width, int height, const Rows& src, std::uint8_t* out) {
-    const unsigned amount = renderState().p1 > 255 ? 255u : renderState().p1;
-    const int n = static_cast<int>(((amount >> 3) * progressAtMost(progress)) >> 14);
+void centerBlurRow(const Frame& frame, int y, const Rows& src, std::uint8_t* out) {
+    const int width = frame.width, height = frame.height;
+    const int n = static_cast<int>(((unsigned(frame.p1) >> 3) * frame.progress) >> 14);
     const int vy = y - (height >> 1), centreX = width >> 1;
     blurOutward<Alpha>(src, y, width, height, n, Growth::X, [&](int x) { return VectorPair{x - centreX, vy}; },
                        out);
@@ -214,8 +210,9 @@ void centerBlurRow(int y, std::uint32_t progress, int width, int height, const R
 
 // Radial Blur: across that line, turning about the centre.
 template <bool Alpha, class Rows>
-void radialBlurRow(int y, std::uint32_t progress, int width, int height, const Rows& src, std::uint8_t* out) {
-    const int n = static_cast<int>((progressAtMost(progress) * 15u) >> 14);
+void radialBlurRow(const Frame& frame, int y, const Rows& src, std::uint8_t* out) {
+    const int width = frame.width, height = frame.height;
+    const int n = static_cast<int>((frame.progress * 15u) >> 14);
     const int vx = y - (height >> 1), centreX = width >> 1;
     blurOutward<Alpha>(src, y, width, height, n, Growth::Y, [&](int x) { return VectorPair{vx, centreX - x}; },
                        out);
@@ -223,26 +220,38 @@ void radialBlurRow(int y, std::uint32_t progress, int width, int height, const R
 
 }  // namespace
 
-FLR_ROW1(MotionBlurLine1) { motionBlurRow<false>(y, progress, width, height, PaletteRows{rows, colourTable}, out); }
-FLR_ROW2(MotionBlurLine2) {
-    if (hasAlpha)
-        motionBlurRow<true>(y, progress, width, height, DirectRows{rows, 4}, out);
+FLR_ROW(MotionBlurLine1) {
+    (void)carry;
+    motionBlurRow<false>(frame, y, PaletteRows{frame.rows, frame.colourTable}, out);
+}
+FLR_ROW(MotionBlurLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        motionBlurRow<true>(frame, y, DirectRows{frame.rows, 4}, out);
     else
-        motionBlurRow<false>(y, progress, width, height, DirectRows{rows, 3}, out);
+        motionBlurRow<false>(frame, y, DirectRows{frame.rows, 3}, out);
 }
 
-FLR_ROW1(CenterBlurLine1) { centerBlurRow<false>(y, progress, width, height, PaletteRows{rows, colourTable}, out); }
-FLR_ROW2(CenterBlurLine2) {
-    if (hasAlpha)
-        centerBlurRow<true>(y, progress, width, height, DirectRows{rows, 4}, out);
+FLR_ROW(CenterBlurLine1) {
+    (void)carry;
+    centerBlurRow<false>(frame, y, PaletteRows{frame.rows, frame.colourTable}, out);
+}
+FLR_ROW(CenterBlurLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        centerBlurRow<true>(frame, y, DirectRows{frame.rows, 4}, out);
     else
-        centerBlurRow<false>(y, progress, width, height, DirectRows{rows, 3}, out);
+        centerBlurRow<false>(frame, y, DirectRows{frame.rows, 3}, out);
 }
 
-FLR_ROW1(RadialBlurLine1) { radialBlurRow<false>(y, progress, width, height, PaletteRows{rows, colourTable}, out); }
-FLR_ROW2(RadialBlurLine2) {
-    if (hasAlpha)
-        radialBlurRow<true>(y, progress, width, height, DirectRows{rows, 4}, out);
+FLR_ROW(RadialBlurLine1) {
+    (void)carry;
+    radialBlurRow<false>(frame, y, PaletteRows{frame.rows, frame.colourTable}, out);
+}
+FLR_ROW(RadialBlurLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        radialBlurRow<true>(frame, y, DirectRows{frame.rows, 4}, out);
     else
-        radialBlurRow<false>(y, progress, width, height, DirectRows{rows, 3}, out);
+        radialBlurRow<false>(frame, y, DirectRows{frame.rows, 3}, out);
 }

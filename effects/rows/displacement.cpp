@@ -5,11 +5,9 @@
 #include <type_traits>
 #include <vector>
 
-#include "effects/rows/row_effects.h"
+#include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
-#include "engine/render_state.h"
-#include "platform/random.h"
 
 namespace {
 
@@ -17,10 +15,6 @@ using namespace rowpx;
 
 inline int clampTo(int v, int last) { return v < 0 ? 0 : (v > last ? last : v); }
 inline int sign(int v) { return (v > 0) - (v < 0); }
-// The row driver never passes more than 16384; direct callers get the same bound.
-inline std::int32_t fullProgressAtMost(std::uint32_t progress) {
-    return progress > 16384 ? 16384 : static_cast<std::int32_t>(progress);
-}
 
 // ---- Shake ----------------------------------------------------------------
 
@@ -75,12 +69,12 @@ void shakeBlocks(const std::uint8_t* own, const WalkStep* steps, unsigned n, uns
 }
 
 template <bool Alpha, class Source>
-void shakeRow(unsigned y, std::uint32_t progress, unsigned width, unsigned height,
-              const std::uint8_t* const* rows, std::uint8_t* out, Source src, unsigned outStep) {
-    const RenderState& rs = renderState();
-    const double t = (rs.p1 * 0.00392156862745098) * 6.2831853071958;
+void shakeRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, unsigned outStep) {
+    const unsigned width = frame.width, height = frame.height;
+    const std::uint8_t* const* rows = frame.rows;
+    const double t = (frame.p1 * 0.00392156862745098) * 6.2831853071958;
     const int vx = static_cast<int>(15.0 * std::sin(t)), vy = static_cast<int>(15.0 * std::cos(t));
-    const unsigned n = ((unsigned(rs.p2) >> 3) * unsigned(fullProgressAtMost(progress))) >> 14;
+    const unsigned n = ((unsigned(frame.p2) >> 3) * frame.progress) >> 14;
 
     // Which axis each step moves along depends only on the direction, so the
     // walk is laid out once per row. The walker moves monotonically on each
@@ -136,18 +130,19 @@ void shakeRow(unsigned y, std::uint32_t progress, unsigned width, unsigned heigh
 // ---- Frazzle ----------------------------------------------------------------
 
 template <bool Alpha, class Source>
-void frazzleRow(unsigned y, std::uint32_t progress, unsigned width, unsigned height,
-                const std::uint8_t* const* rows, std::uint8_t* out, Source src, unsigned outStep) {
-    if (y == 0) plat::srand(0);
+void frazzleRow(const Frame& frame, Carry& carry, unsigned y, std::uint8_t* out, Source src, unsigned outStep) {
+    const unsigned width = frame.width, height = frame.height;
+    const std::uint8_t* const* rows = frame.rows;
+    if (y == 0) carry.random.srand(0);
     if (width == 0 || height == 0) return;
-    const std::int64_t p = fullProgressAtMost(progress);
+    const std::int64_t p = frame.progress;
     const int halfWidth = int(width >> 1), halfHeight = int(height >> 1);
     const int lastColumn = int(width) - 1, lastRow = int(height) - 1;
-    plat::RandomState& random = plat::threadRandom();   // the generator behind plat::rand
+    plat::Random& random = carry.random;
     const std::uint8_t* own = rows[y];
     for (unsigned x = 0; x < width; ++x, out += outStep) {
-        const int r1 = random.next();
-        const int r2 = random.next();
+        const int r1 = random.rand();
+        const int r2 = random.rand();
         const int dx = r1 % int(width) - halfWidth;
         const int dy = r2 % int(height) - halfHeight;
         const int xs = clampTo(int(x) + int(p * dx / 16384), lastColumn);
@@ -168,26 +163,25 @@ inline int rowShift(std::int64_t wave, std::int64_t progress, int width) {
 }
 
 template <class Source>
-void reflectionRow(int slot, unsigned y, std::uint32_t progress, unsigned width,
-                   const std::uint8_t* const* rows, std::uint8_t* out, Source src, unsigned bytes) {
-    RenderState& rs = renderState();
-    std::int32_t& wave = rs.waveOffset[slot];
+void reflectionRow(const Frame& frame, Carry& carry, unsigned y, std::uint8_t* out, Source src, unsigned bytes) {
+    const unsigned width = frame.width;
+    std::int32_t& wave = carry.waveOffset;
     if (y == 0) {
         wave = 0;
-        plat::srand(0);
+        carry.random.srand(0);
     }
     const std::int32_t prev = wave;
-    const int a = rs.p1 >> 4;
-    const int r = plat::rand();   // one draw per row, whatever the amount
+    const int a = frame.p1 >> 4;
+    const int r = carry.random.rand();   // one draw per row, whatever the amount
     std::int64_t next = std::int64_t(prev) + a - r % (2 * a + 1);
     if (next > INT32_MAX) next = INT32_MAX;   // unreachable within 65535 rows
     if (next < INT32_MIN) next = INT32_MIN;
     wave = static_cast<std::int32_t>(next);
     if (width == 0) return;
 
-    const std::int64_t p = fullProgressAtMost(progress);
+    const std::int64_t p = frame.progress;
     const int w = int(width), last = w - 1;
-    const std::uint8_t* row = rows[y];
+    const std::uint8_t* row = frame.rows[y];
     auto copy = [&](int x, int from) {
         const std::uint8_t* s = src(row, unsigned(from));
         std::uint8_t* o = out + unsigned(x) * bytes;
@@ -221,10 +215,11 @@ void reflectionRow(int slot, unsigned y, std::uint32_t progress, unsigned width,
 // ---- Kaleidoscope -------------------------------------------------------------
 
 template <bool Alpha, class Source>
-void kaleidoscopeRow(unsigned y, std::uint32_t progress, unsigned width, unsigned height,
-                     const std::uint8_t* const* rows, std::uint8_t* out, Source src, unsigned outStep) {
+void kaleidoscopeRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, unsigned outStep) {
+    const unsigned width = frame.width, height = frame.height;
+    const std::uint8_t* const* rows = frame.rows;
     if (width == 0 || height == 0) return;
-    const int q = 16384 - fullProgressAtMost(progress);
+    const int q = 16384 - int(frame.progress);
     const unsigned yFold = y <= (height >> 1) ? y : height - 1 - y;
     const unsigned k = unsigned(std::uint64_t(width) * yFold / height);
     const unsigned halfWidth = width >> 1;
@@ -250,39 +245,41 @@ void kaleidoscopeRow(unsigned y, std::uint32_t progress, unsigned width, unsigne
 
 }  // namespace
 
-FLR_ROW1(ShakeLine1) { shakeRow<false>(y, progress, width, height, rows, out, PaletteSource{colourTable}, 3); }
-FLR_ROW2(ShakeLine2) {
-    if (hasAlpha)
-        shakeRow<true>(y, progress, width, height, rows, out, DirectSource{4}, 4);
+FLR_ROW(ShakeLine1) {
+    (void)carry;
+    shakeRow<false>(frame, y, out, PaletteSource{frame.colourTable}, 3);
+}
+FLR_ROW(ShakeLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        shakeRow<true>(frame, y, out, DirectSource{4}, 4);
     else
-        shakeRow<false>(y, progress, width, height, rows, out, DirectSource{3}, 3);
+        shakeRow<false>(frame, y, out, DirectSource{3}, 3);
 }
 
-FLR_ROW1(FrazzleLine1) { frazzleRow<false>(y, progress, width, height, rows, out, PaletteSource{colourTable}, 3); }
-FLR_ROW2(FrazzleLine2) {
-    if (hasAlpha)
-        frazzleRow<true>(y, progress, width, height, rows, out, DirectSource{4}, 4);
+FLR_ROW(FrazzleLine1) { frazzleRow<false>(frame, carry, y, out, PaletteSource{frame.colourTable}, 3); }
+FLR_ROW(FrazzleLine2) {
+    if (frame.hasAlpha)
+        frazzleRow<true>(frame, carry, y, out, DirectSource{4}, 4);
     else
-        frazzleRow<false>(y, progress, width, height, rows, out, DirectSource{3}, 3);
+        frazzleRow<false>(frame, carry, y, out, DirectSource{3}, 3);
 }
 
-// Each slot keeps its own wave offset. Line2 moves whole pixels, alpha included.
-FLR_ROW1(ReflectionLine1) {
-    (void)height;
-    reflectionRow(0, y, progress, width, rows, out, PaletteSource{colourTable}, 3);
-}
-FLR_ROW2(ReflectionLine2) {
-    (void)height;
-    const unsigned bytes = hasAlpha ? 4 : 3;
-    reflectionRow(1, y, progress, width, rows, out, DirectSource{bytes}, bytes);
+// Line2 moves whole pixels, alpha included.
+FLR_ROW(ReflectionLine1) { reflectionRow(frame, carry, y, out, PaletteSource{frame.colourTable}, 3); }
+FLR_ROW(ReflectionLine2) {
+    const unsigned bytes = frame.hasAlpha ? 4 : 3;
+    reflectionRow(frame, carry, y, out, DirectSource{bytes}, bytes);
 }
 
-FLR_ROW1(KaleidoscopeLine1) {
-    kaleidoscopeRow<false>(y, progress, width, height, rows, out, PaletteSource{colourTable}, 3);
+FLR_ROW(KaleidoscopeLine1) {
+    (void)carry;
+    kaleidoscopeRow<false>(frame, y, out, PaletteSource{frame.colourTable}, 3);
 }
-FLR_ROW2(KaleidoscopeLine2) {
-    if (hasAlpha)
-        kaleidoscopeRow<true>(y, progress, width, height, rows, out, DirectSource{4}, 4);
+FLR_ROW(KaleidoscopeLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        kaleidoscopeRow<true>(frame, y, out, DirectSource{4}, 4);
     else
-        kaleidoscopeRow<false>(y, progress, width, height, rows, out, DirectSource{3}, 3);
+        kaleidoscopeRow<false>(frame, y, out, DirectSource{3}, 3);
 }

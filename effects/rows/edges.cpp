@@ -4,42 +4,38 @@
 #include <cstring>
 #include <type_traits>
 
-#include "effects/rows/row_effects.h"
+#include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
-#include "engine/render_state.h"
 #include "platform/global_memory.h"
 
-int EdgeBuffersInit(std::uint16_t width, std::uint16_t height, std::uint16_t bytesPerPixel) {
-    (void)height, (void)bytesPerPixel;
-    const std::size_t size = 2u * std::size_t(width) + 2u;
+bool EdgeBuffersInit(Frame& frame, Carry& carry) {
+    const std::size_t size = 2u * std::size_t(frame.width) + 2u;
     HGLOBAL first = plat::globalAlloc(size);
-    if (!first) return 0;
+    if (!first) return false;
     HGLOBAL second = plat::globalAlloc(size);
     if (!second) {
         plat::globalFree(first);
-        return 0;
+        return false;
     }
-    RenderState& state = renderState();
-    state.edgeHandle[0] = first;
-    state.edgeHandle[1] = second;
+    carry.lineBlock[0] = first;
+    carry.lineBlock[1] = second;
     for (int i = 0; i < 2; ++i) {
-        state.edgeBuffer[i] = static_cast<std::uint8_t*>(plat::globalLock(state.edgeHandle[i]));
+        carry.line[i] = static_cast<std::uint8_t*>(plat::globalLock(carry.lineBlock[i]));
         // Bytes 0..width read as "no row yet": 255; the rest stay 0.
-        std::memset(state.edgeBuffer[i], 255, std::size_t(width) + 1u);
+        std::memset(carry.line[i], 255, std::size_t(frame.width) + 1u);
     }
-    return 1;
+    return true;
 }
 
-void EdgeBuffersDone() {
-    RenderState& state = renderState();
-    plat::globalUnlock(state.edgeHandle[1]);
-    plat::globalUnlock(state.edgeHandle[0]);
-    plat::globalFree(state.edgeHandle[1]);
-    plat::globalFree(state.edgeHandle[0]);
+void EdgeBuffersDone(Carry& carry) {
+    plat::globalUnlock(carry.lineBlock[1]);
+    plat::globalUnlock(carry.lineBlock[0]);
+    plat::globalFree(carry.lineBlock[1]);
+    plat::globalFree(carry.lineBlock[0]);
     for (int i = 0; i < 2; ++i) {
-        state.edgeHandle[i] = nullptr;
-        state.edgeBuffer[i] = nullptr;
+        carry.lineBlock[i] = nullptr;
+        carry.line[i] = nullptr;
     }
 }
 
@@ -88,12 +84,11 @@ inline Colour effectColour(std::uint32_t c) {
 // by enough in one channel. Edge pixels keep their colour, and so do their
 // right, upper and upper-right neighbours; everything else is painted.
 template <class Rows>
-void findEdgesRow(unsigned y, unsigned width, unsigned height, const Rows& src, std::uint8_t* out,
-                  bool alpha) {
-    const RenderState& state = renderState();
-    std::uint8_t* current = state.edgeBuffer[y & 1u];
-    const std::uint8_t* previous = state.edgeBuffer[(y & 1u) ^ 1u];
-    const Colour paint = effectColour(state.colour);
+void findEdgesRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, std::uint8_t* out, bool alpha) {
+    const unsigned width = frame.width, height = frame.height;
+    std::uint8_t* current = carry.line[y & 1u];
+    const std::uint8_t* previous = carry.line[(y & 1u) ^ 1u];
+    const Colour paint = effectColour(frame.colour);
     const unsigned step = alpha ? 4 : 3;
     const unsigned y0 = y > 0 ? y - 1 : y, y1 = y + 1 < height ? y + 1 : y;
     const unsigned blockRows = y1 - y0 + 1;
@@ -126,13 +121,13 @@ void findEdgesRow(unsigned y, unsigned width, unsigned height, const Rows& src, 
 // whose smoothed value changes its band of 32 levels against either keeps its
 // colour from row `firstKeptRow` on, everything else is painted.
 template <class Rows>
-void contoursRow(unsigned y, unsigned width, const Rows& src, std::uint8_t* out, bool alpha,
+void contoursRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, std::uint8_t* out, bool alpha,
                  unsigned firstKeptRow) {
+    const unsigned width = frame.width;
     if (width == 0) return;
-    const RenderState& state = renderState();
-    const std::uint8_t* previous = state.edgeBuffer[y & 1u];
-    std::uint8_t* next = state.edgeBuffer[(y & 1u) ^ 1u];
-    const Colour paint = effectColour(state.colour);
+    const std::uint8_t* previous = carry.line[y & 1u];
+    std::uint8_t* next = carry.line[(y & 1u) ^ 1u];
+    const Colour paint = effectColour(frame.colour);
     const unsigned step = alpha ? 4 : 3;
     const bool smooth = y >= 2, mayKeep = y >= firstKeptRow;
 
@@ -195,7 +190,8 @@ void charcoalBlocks(const std::uint8_t* const* rows, unsigned y, unsigned width,
 // values of the row below one column further right, which slants the strokes.
 // The outer rows and columns are white.
 template <bool Alpha, class Rows>
-void charcoalRow(unsigned y, unsigned width, unsigned height, const Rows& src, std::uint8_t* out) {
+void charcoalRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, std::uint8_t* out) {
+    const unsigned width = frame.width, height = frame.height;
     const unsigned step = Alpha ? 4 : 3;
     auto white = [&](unsigned x) {
         const std::uint8_t* s = src.at(x, y);
@@ -210,9 +206,8 @@ void charcoalRow(unsigned y, unsigned width, unsigned height, const Rows& src, s
     white(width - 1);
     if (width < 3) return;
 
-    const RenderState& state = renderState();
-    std::uint8_t* current = state.edgeBuffer[y & 1u];
-    const std::uint8_t* previous = state.edgeBuffer[(y & 1u) ^ 1u];
+    std::uint8_t* current = carry.line[y & 1u];
+    const std::uint8_t* previous = carry.line[(y & 1u) ^ 1u];
     if constexpr (std::is_same_v<Rows, DirectRows>) {
         charcoalBlocks<Alpha>(src.rows, y, width, previous, current, out);
     } else {
@@ -238,35 +233,21 @@ void charcoalRow(unsigned y, unsigned width, unsigned height, const Rows& src, s
 
 }  // namespace
 
-FLR_ROW1(FindEdgesLine1) {
-    (void)progress;
-    findEdgesRow(y, width, height, PaletteRows{rows, colourTable}, out, false);
-}
-FLR_ROW2(FindEdgesLine2) {
-    (void)progress;
-    const bool alpha = hasAlpha != 0;
-    findEdgesRow(y, width, height, DirectRows{rows, alpha ? 4u : 3u}, out, alpha);
+FLR_ROW(FindEdgesLine1) { findEdgesRow(frame, carry, y, PaletteRows{frame.rows, frame.colourTable}, out, false); }
+FLR_ROW(FindEdgesLine2) {
+    findEdgesRow(frame, carry, y, DirectRows{frame.rows, frame.hasAlpha ? 4u : 3u}, out, frame.hasAlpha);
 }
 
 // The palette form keeps contours from row 2 on, the direct form from row 3 on.
-FLR_ROW1(ContoursLine1) {
-    (void)progress, (void)height;
-    contoursRow(y, width, PaletteRows{rows, colourTable}, out, false, 2);
-}
-FLR_ROW2(ContoursLine2) {
-    (void)progress, (void)height;
-    const bool alpha = hasAlpha != 0;
-    contoursRow(y, width, DirectRows{rows, alpha ? 4u : 3u}, out, alpha, 3);
+FLR_ROW(ContoursLine1) { contoursRow(frame, carry, y, PaletteRows{frame.rows, frame.colourTable}, out, false, 2); }
+FLR_ROW(ContoursLine2) {
+    contoursRow(frame, carry, y, DirectRows{frame.rows, frame.hasAlpha ? 4u : 3u}, out, frame.hasAlpha, 3);
 }
 
-FLR_ROW1(CharcoalLine1) {
-    (void)progress;
-    charcoalRow<false>(y, width, height, PaletteRows{rows, colourTable}, out);
-}
-FLR_ROW2(CharcoalLine2) {
-    (void)progress;
-    if (hasAlpha)
-        charcoalRow<true>(y, width, height, DirectRows{rows, 4}, out);
+FLR_ROW(CharcoalLine1) { charcoalRow<false>(frame, carry, y, PaletteRows{frame.rows, frame.colourTable}, out); }
+FLR_ROW(CharcoalLine2) {
+    if (frame.hasAlpha)
+        charcoalRow<true>(frame, carry, y, DirectRows{frame.rows, 4}, out);
     else
-        charcoalRow<false>(y, width, height, DirectRows{rows, 3}, out);
+        charcoalRow<false>(frame, carry, y, DirectRows{frame.rows, 3}, out);
 }

@@ -1,8 +1,7 @@
 // Painterly effects: Dark Strokes, Fresco and Stamp.
-#include "effects/rows/row_effects.h"
+#include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
-#include "engine/render_state.h"
 
 namespace {
 
@@ -184,12 +183,10 @@ struct DirectKeys {
         return static_cast<std::uint8_t>(luminanceAt(row + Step * x));
     }
 };
+// The keys of a palette's colours come from the frame's table (PaletteKeysInit).
 struct PaletteKeys {
     const std::uint8_t* table;
-    std::uint8_t keyOfIndex[256];
-    explicit PaletteKeys(const std::uint8_t* colourTable) : table(colourTable) {
-        for (unsigned i = 0; i < 256; ++i) keyOfIndex[i] = static_cast<std::uint8_t>(luminanceAt(table + 4 * i));
-    }
+    const std::uint8_t* keyOfIndex;
     const std::uint8_t* pixel(const std::uint8_t* row, unsigned x) const { return table + 4u * row[x]; }
     std::uint8_t key(const std::uint8_t* row, unsigned x) const { return keyOfIndex[row[x]]; }
 };
@@ -283,10 +280,11 @@ void frescoRow(unsigned y, std::uint32_t progress, unsigned width, unsigned heig
 // In blocks: each column's count of dark pixels over the rows y - 1 .. y + 1
 // that exist, then the counts of three neighbouring columns against the pick.
 template <bool Alpha, class Keys>
-void stampRow(unsigned y, unsigned width, unsigned height, const std::uint8_t* const* rows, const Keys& src,
-              std::uint8_t* out) {
+void stampRow(const Frame& frame, unsigned y, const Keys& src, std::uint8_t* out) {
+    const unsigned width = frame.width, height = frame.height;
+    const std::uint8_t* const* rows = frame.rows;
     if (width == 0) return;
-    const std::uint32_t colour = renderState().colour;
+    const std::uint32_t colour = frame.colour;
     const unsigned cb = px::colourBlue(colour), cg = px::colourGreen(colour), cr = px::colourRed(colour);
     constexpr unsigned kOutStep = Alpha ? 4 : 3, kBlock = 256;
     const unsigned y0 = y > 0 ? y - 1 : y, rowCount = (y + 1 < height ? y + 1 : y) - y0 + 1;
@@ -326,36 +324,46 @@ void stampRow(unsigned y, unsigned width, unsigned height, const std::uint8_t* c
 
 }  // namespace
 
-FLR_ROW1(DarkStrokesLine1) {
-    (void)height;
-    darkStrokesRow<false>(y, progress, width, PaletteRows{rows, colourTable}, out);
-}
-FLR_ROW2(DarkStrokesLine2) {
-    (void)height;
-    if (hasAlpha)
-        darkStrokesRow<true>(y, progress, width, DirectRows{rows, 4}, out);
-    else
-        darkStrokesRow<false>(y, progress, width, DirectRows{rows, 3}, out);
+// The luminance key of every colour of a palette source, once per render.
+bool PaletteKeysInit(Frame& frame, Carry&) {
+    if (frame.colourTable)
+        for (unsigned i = 0; i < 256; ++i) frame.table[i] = static_cast<std::uint8_t>(luminanceAt(frame.colourTable + 4 * i));
+    return true;
 }
 
-FLR_ROW1(FrescoLine1) {
-    frescoRow<false>(y, progress, width, height, PaletteRows{rows, colourTable}, PaletteKeys(colourTable), out);
+FLR_ROW(DarkStrokesLine1) {
+    (void)carry;
+    darkStrokesRow<false>(y, frame.progress, frame.width, PaletteRows{frame.rows, frame.colourTable}, out);
 }
-FLR_ROW2(FrescoLine2) {
-    if (hasAlpha)
-        frescoRow<true>(y, progress, width, height, DirectRows{rows, 4}, DirectKeys<4>{}, out);
+FLR_ROW(DarkStrokesLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        darkStrokesRow<true>(y, frame.progress, frame.width, DirectRows{frame.rows, 4}, out);
     else
-        frescoRow<false>(y, progress, width, height, DirectRows{rows, 3}, DirectKeys<3>{}, out);
+        darkStrokesRow<false>(y, frame.progress, frame.width, DirectRows{frame.rows, 3}, out);
 }
 
-FLR_ROW1(StampLine1) {
-    (void)progress;
-    stampRow<false>(y, width, height, rows, PaletteKeys(colourTable), out);
+FLR_ROW(FrescoLine1) {
+    (void)carry;
+    frescoRow<false>(y, frame.progress, frame.width, frame.height, PaletteRows{frame.rows, frame.colourTable},
+                     PaletteKeys{frame.colourTable, frame.table}, out);
 }
-FLR_ROW2(StampLine2) {
-    (void)progress;
-    if (hasAlpha)
-        stampRow<true>(y, width, height, rows, DirectKeys<4>{}, out);
+FLR_ROW(FrescoLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        frescoRow<true>(y, frame.progress, frame.width, frame.height, DirectRows{frame.rows, 4}, DirectKeys<4>{}, out);
     else
-        stampRow<false>(y, width, height, rows, DirectKeys<3>{}, out);
+        frescoRow<false>(y, frame.progress, frame.width, frame.height, DirectRows{frame.rows, 3}, DirectKeys<3>{}, out);
+}
+
+FLR_ROW(StampLine1) {
+    (void)carry;
+    stampRow<false>(frame, y, PaletteKeys{frame.colourTable, frame.table}, out);
+}
+FLR_ROW(StampLine2) {
+    (void)carry;
+    if (frame.hasAlpha)
+        stampRow<true>(frame, y, DirectKeys<4>{}, out);
+    else
+        stampRow<false>(frame, y, DirectKeys<3>{}, out);
 }

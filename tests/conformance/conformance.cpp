@@ -1,42 +1,33 @@
 // The conformance table: the SHA-256 of the output picture for every effect on
 // every source, size, slider set, progress and colour, rendered fully and as
-// the filter alone.
-//   conformance --write TABLEDIR     renders every row and writes the table
-//   conformance TABLEDIR             checks every row against the table
+// the filter alone. The check runs every row through every front end built
+// and prints how many rows each checked.
+//   conformance --write TABLEDIR   renders every row through the engine and writes the table
+//   conformance TABLEDIR           checks the engine and the effects' plain forms
+//   conformance --all TABLEDIR     also the plug-in's exports, the frei0r plug-ins, a sample
+//                                  through `flairize render` and, under Wine, the DLL
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "effects/plain/plain_forms.h"
 #include "engine/effect_table.h"
-#include "engine/render.h"
-#include "host/exports.h"
 #include "platform/global_memory.h"
-#include "standalone/host_context.h"
+#include "platform/host_ops.h"
 #include "tests/conformance/cases.h"
 #include "tests/conformance/sha256.h"
 
+#include "tests/conformance/front_ends.h"
+
 using namespace conformance;
 
-namespace {
+namespace conformance {
 
-std::string tableFile(const std::string& dir, unsigned effect) {
-    char name[32];
-    std::snprintf(name, sizeof name, "/effect-%02u.txt", effect);
-    return dir + name;
-}
-
-HGLOBAL toBlock(const std::vector<std::uint8_t>& dib) {
-    HGLOBAL h = plat::globalAlloc(dib.size());
-    std::memcpy(plat::globalLock(h), dib.data(), dib.size());
-    plat::globalUnlock(h);
-    return h;
-}
-
-// The hash of a result picture, or "refused" when there is none.
 std::string hashOf(HGLOBAL picture) {
     if (!picture) return "refused";
     const auto* block = static_cast<const std::uint8_t*>(plat::globalLock(picture));
@@ -46,37 +37,64 @@ std::string hashOf(HGLOBAL picture) {
     return h;
 }
 
-std::string renderRow(const Case& c, HGLOBAL source) {
-    const EffectRecord& e = g_effectTable[c.effect];
-    SettingsRecord r{};
-    r.effect = std::uint16_t(c.effect);
-    r.progress = c.progress;
-    std::uint16_t p[3];
-    sliders(c.params, e.defaults, p);
-    r.param1 = p[0], r.param2 = p[1], r.param3 = p[2];
-    r.colour = kColours[c.colour];
-    r.direction = 2;
-    standalone::Context ctx(&r, source);
-    HGLOBAL out = nullptr;
-    if (c.filterOnly)
-        out = render::filterOnly(ctx.engineView());
-    else if (!GenerateDIB(ctx.engineView(), &out, 0))
-        out = nullptr;
-    const std::string h = hashOf(out);
-    plat::globalFree(out);
-    return h;
+flairize::Settings settingsOf(const Case& c) {
+    flairize::Settings s;
+    s.effect = std::uint16_t(c.effect);
+    const std::uint16_t defaults[3] = {flairize::sliderDefault(c.effect, 0), flairize::sliderDefault(c.effect, 1),
+                                       flairize::sliderDefault(c.effect, 2)};
+    sliders(c.params, defaults, s.sliders);
+    s.colour = kColours[c.colour];
+    s.progress = c.progress;
+    return s;
 }
 
-// The sources, made once.
-struct Sources {
-    std::map<std::pair<int, int>, HGLOBAL> blocks;
+}  // namespace conformance
+
+namespace {
+
+std::string tableFile(const std::string& dir, unsigned effect) {
+    char name[32];
+    std::snprintf(name, sizeof name, "/effect-%02u.txt", effect);
+    return dir + name;
+}
+
+// The sources, each made once.
+class Sources {
+public:
     HGLOBAL get(Source s, Size z) {
-        HGLOBAL& h = blocks[{int(s), z.width * 100000 + z.height}];
-        if (!h) h = toBlock(sourcePicture(s, z));
+        HGLOBAL& h = blocks_[{int(s), z.width * 100000 + z.height}];
+        if (!h) {
+            const std::vector<std::uint8_t> dib = sourcePicture(s, z);
+            h = plat::globalAlloc(dib.size());
+            std::memcpy(plat::globalLock(h), dib.data(), dib.size());
+            plat::globalUnlock(h);
+        }
         return h;
     }
     ~Sources() {
-        for (auto& b : blocks) plat::globalFree(b.second);
+        for (auto& b : blocks_) plat::globalFree(b.second);
+    }
+
+private:
+    std::map<std::pair<int, int>, HGLOBAL> blocks_;
+};
+
+std::string renderThrough(const EffectTable& table, const Case& c, HGLOBAL source) {
+    const flairize::Result r = flairize::renderWith(table, hostops::services(), source, settingsOf(c),
+                                                    c.filterOnly ? flairize::Mix::None : flairize::Mix::Always);
+    const std::string h = r.status == flairize::Status::Ok ? hashOf(r.picture) : "refused";
+    plat::globalFree(r.picture);
+    return h;
+}
+
+struct Tally {
+    long checked = 0, mismatches = 0;
+    void compare(const std::string& frontEnd, unsigned effect, const std::string& row, const std::string& expected,
+                 const std::string& got) {
+        ++checked;
+        if (got != expected && ++mismatches <= 10)
+            std::printf("MISMATCH %s: effect %u %s: table %s, rendered %s\n", frontEnd.c_str(), effect, row.c_str(),
+                        expected.c_str(), got.c_str());
     }
 };
 
@@ -84,40 +102,60 @@ struct Sources {
 
 int main(int argc, char** argv) {
     const bool write = argc == 3 && std::strcmp(argv[1], "--write") == 0;
-    if (!write && argc != 2) {
-        std::fprintf(stderr, "usage: conformance [--write] TABLEDIR\n");
+    const bool all = argc == 3 && std::strcmp(argv[1], "--all") == 0;
+    if (argc != 2 && !write && !all) {
+        std::fprintf(stderr, "usage: conformance [--write | --all] TABLEDIR\n");
         return 2;
     }
     const std::string dir = argv[argc - 1];
     Sources sources;
-    long rows = 0, mismatches = 0;
-    for (unsigned effect = 0; effect < kEffectCount; ++effect) {
-        const std::vector<Case> cases = casesOf(effect);
-        if (write) {
+    const unsigned effects = flairize::effectCount();
+    if (write) {
+        for (unsigned effect = 0; effect < effects; ++effect) {
             std::ofstream out(tableFile(dir, effect));
             out << "# effect " << effect << ": source size sliders progress colour mode sha256\n";
-            for (const Case& c : cases) out << key(c) << " " << renderRow(c, sources.get(c.source, c.size)) << "\n";
-            rows += long(cases.size());
-            continue;
+            for (const Case& c : casesOf(effect))
+                out << key(c) << " " << renderThrough(kEffectTable, c, sources.get(c.source, c.size)) << "\n";
         }
+        std::printf("wrote the table of %u effects\n", effects);
+        return 0;
+    }
+
+    // The table, row by row.
+    std::vector<std::map<std::string, std::string>> expected(effects);
+    for (unsigned effect = 0; effect < effects; ++effect) {
         std::ifstream in(tableFile(dir, effect));
-        std::map<std::string, std::string> expected;
-        for (std::string line; std::getline(in, line);) {
-            if (line.empty() || line[0] == '#') continue;
-            const std::size_t space = line.rfind(' ');
-            expected[line.substr(0, space)] = line.substr(space + 1);
-        }
-        for (const Case& c : cases) {
-            const std::string got = renderRow(c, sources.get(c.source, c.size));
-            ++rows;
-            auto it = expected.find(key(c));
-            if (it == expected.end() || it->second != got) {
-                if (++mismatches <= 20)
-                    std::printf("MISMATCH effect %u %s: table %s, rendered %s\n", effect, key(c).c_str(),
-                                it == expected.end() ? "(no row)" : it->second.c_str(), got.c_str());
-            }
+        for (std::string line; std::getline(in, line);)
+            if (!line.empty() && line[0] != '#') expected[effect][line.substr(0, line.rfind(' '))] = line.substr(line.rfind(' ') + 1);
+    }
+    std::map<std::string, Tally> tallies;
+    const Report report = [&](const std::string& frontEnd, unsigned effect, const std::string& row, const std::string& got) {
+        auto it = effect < effects ? expected[effect].find(row) : expected[0].end();
+        const bool found = effect < effects && it != expected[effect].end();
+        tallies[frontEnd].compare(frontEnd, effect, row, found ? it->second : "(no row)", got);
+    };
+    const EffectTable& plain = plainEffectTable();
+    for (unsigned effect = 0; effect < effects; ++effect) {
+        // Effects with a plain form of their own, or running one (Color Pencil runs Charcoal).
+        auto differs = [&](unsigned e) {
+            return plain.records[e].line1 != kEffectTable.records[e].line1 ||
+                   plain.records[e].line2 != kEffectTable.records[e].line2;
+        };
+        const EffectRecord& record = kEffectTable.records[effect];
+        const bool composite = record.filter == glassFilter || record.filter == colorPencilFilter;
+        const bool hasPlainForm =
+            differs(effect) || (composite && differs(static_cast<const InnerEffect*>(record.data)->effect));
+        for (const Case& c : casesOf(effect)) {
+            HGLOBAL source = sources.get(c.source, c.size);
+            report("engine", effect, key(c), renderThrough(kEffectTable, c, source));
+            if (hasPlainForm) report("plain forms", effect, key(c), renderThrough(plain, c, source));
         }
     }
-    std::printf("%s %ld rows, %ld mismatches\n", write ? "wrote" : "checked", rows, mismatches);
+    if (all) checkFrontEnds([&](Source s, Size z) { return sources.get(s, z); }, report);
+    long mismatches = 0;
+    for (const auto& t : tallies) {
+        std::printf("%-22s %7ld rows checked, %ld mismatches\n", t.first.c_str(), t.second.checked, t.second.mismatches);
+        mismatches += t.second.mismatches;
+    }
     return mismatches ? 1 : 0;
 }

@@ -12,8 +12,16 @@ namespace conformance {
 std::string sha256Hex(const void* data, std::size_t size) {
     unsigned char digest[32] = {};
 #ifdef _WIN32
-    BCryptHash(BCRYPT_SHA256_ALG_HANDLE, nullptr, 0, static_cast<PUCHAR>(const_cast<void*>(data)), ULONG(size), digest,
-               sizeof digest);
+    static BCRYPT_ALG_HANDLE algorithm = [] {
+        BCRYPT_ALG_HANDLE h = nullptr;
+        BCryptOpenAlgorithmProvider(&h, BCRYPT_SHA256_ALGORITHM, nullptr, 0);
+        return h;
+    }();
+    BCRYPT_HASH_HANDLE hash = nullptr;
+    BCryptCreateHash(algorithm, &hash, nullptr, 0, nullptr, 0, 0);
+    BCryptHashData(hash, static_cast<PUCHAR>(const_cast<void*>(data)), ULONG(size), 0);
+    BCryptFinishHash(hash, digest, sizeof digest, 0);
+    BCryptDestroyHash(hash);
 #else
     sha256_ctx context;
     sha256_init(&context);

@@ -1,8 +1,11 @@
 // A small host for FLAIR.dll, run under Wine: loads the plug-in, finds every
-// export by ordinal and drives it as the compositing host does. Pictures and
-// timing go to files that the Linux tests compare with the Linux build;
-// every check prints "PASS name" or "FAIL name: detail".
-//   wine_host.exe WORKDIR [--editor]
+// export by ordinal and drives it as the compositing host does.
+//   wine_host.exe WORKDIR [--editor]   every check prints "PASS name" or "FAIL
+//                                      name: detail"; the timing sweep goes to a
+//                                      file the Linux test compares
+//   wine_host.exe WORKDIR --conformance  renders the conformance rows of the
+//                                      effects WORKDIR\effects.txt lists and
+//                                      prints "effect row sha256" for each
 #include <windows.h>
 
 #include <cstdio>
@@ -10,9 +13,12 @@
 #include <string>
 #include <vector>
 
-#include "host/settings_record.h"
-#include "standalone/host_context.h"
-#include "tests/windows/standin_host.h"
+#include <map>
+
+#include "engine/settings_record.h"
+#include "tests/conformance/cases.h"
+#include "tests/conformance/sha256.h"
+#include "tests/standin_host.h"
 
 namespace {
 
@@ -166,13 +172,13 @@ void writeTiming() {
     auto setup = as<ContextFn>(ordinal(11));
     SettingsRecord r{};
     r.direction = 2;
-    standalone::Context ctx(&r, nullptr);
+    TestHostContext ctx(&r, nullptr);
     std::vector<std::uint32_t> values;
     values.reserve(252u * 16385u);
     for (int speed = -124; speed <= 127; ++speed) {
-        hostctx::setSpeed(ctx.bytes, 0, static_cast<std::int8_t>(speed));
+        ctx.setSpeed(0, static_cast<std::int8_t>(speed));
         for (std::uint32_t p = 0; p <= 16384; ++p) {
-            hostctx::setCurrentPosition(ctx.bytes, p);
+            ctx.setCurrentPosition(p);
             setup(&ctx, 0);
             values.push_back(r.progress);
         }
@@ -180,38 +186,63 @@ void writeTiming() {
     check(writeFile(g_dir + "\\timing.bin", values.data(), values.size() * 4), "SetupFrame sweep written");
 }
 
-// GenerateDIB of every effect on 8-, 24- and 32-bit pictures.
-void writeRenders() {
+// The conformance rows: for each effect listed (index, three slider defaults,
+// the export that runs its filter alone or "-"), the full render through
+// GenerateDIB and the filter through its export, which renders with the
+// sliders and colour that GenerateDIB published just before.
+using FilterFn = HGLOBAL(WINAPI*)(std::uint16_t, HGLOBAL, std::uint32_t, std::uint16_t, std::uint16_t, std::uint16_t);
+
+std::string hashOf(HGLOBAL picture) {
+    if (!picture) return "refused";
+    const auto* block = static_cast<const std::uint8_t*>(GlobalLock(picture));
+    const std::string h = conformance::sha256Hex(block, conformance::resultBytes(block));
+    GlobalUnlock(picture);
+    GlobalFree(picture);
+    return h;
+}
+
+void renderConformanceRows() {
     auto generate = as<GenerateDibFn>(ordinal(9));
     auto initData = as<InitDataFn>(ordinal(2));
-    std::string list;
-    for (int bits : {8, 24, 32}) {
-        HGLOBAL source = readBmp(g_dir + "\\in" + std::to_string(bits) + ".bmp");
-        check(source != nullptr, "input picture", std::to_string(bits));
-        if (!source) continue;
-        for (int effect = 0; effect < 38; ++effect) {
+    auto freeData = as<FreeDataFn>(ordinal(4));
+    std::map<std::pair<int, int>, HGLOBAL> sources;
+    std::FILE* list = std::fopen((g_dir + "\\effects.txt").c_str(), "r");
+    unsigned effect, d[3];
+    char exportName[64];
+    while (list && std::fscanf(list, "%u %u %u %u %63s", &effect, &d[0], &d[1], &d[2], exportName) == 5) {
+        const std::uint16_t defaults[3] = {std::uint16_t(d[0]), std::uint16_t(d[1]), std::uint16_t(d[2])};
+        const FilterFn filter = std::strcmp(exportName, "-") ? as<FilterFn>(GetProcAddress(g_plugin, exportName)) : nullptr;
+        for (const conformance::Case& c : conformance::casesOf(effect)) {
+            if (c.filterOnly && !filter) continue;
+            HGLOBAL& source = sources[{int(c.source), c.size.width * 100000 + c.size.height}];
+            if (!source) {
+                const std::vector<std::uint8_t> dib = conformance::sourcePicture(c.source, c.size);
+                source = GlobalAlloc(GMEM_MOVEABLE, dib.size());
+                std::memcpy(GlobalLock(source), dib.data(), dib.size());
+                GlobalUnlock(source);
+            }
             std::uint32_t size;
             SettingsRecord* r = nullptr;
             initData(0, &size, &r);
-            r->effect = static_cast<std::uint16_t>(effect);
-            r->progress = 12000;
-            r->colour = 0x00CC6633;
-            standalone::Context ctx(r, source);
+            std::uint16_t sliders[3];
+            conformance::sliders(c.params, defaults, sliders);
+            r->effect = std::uint16_t(effect);
+            r->param1 = sliders[0], r->param2 = sliders[1], r->param3 = sliders[2];
+            r->colour = conformance::kColours[c.colour];
+            r->progress = c.progress;
+            TestHostContext ctx(r, source);
             HGLOBAL out = nullptr;
-            const std::uint32_t ok = generate(&ctx, &out, 0);
-            const std::string name = "out-" + std::to_string(effect) + "-" + std::to_string(bits) + ".bmp";
-            if (ok && out) {
-                writeBmp(g_dir + "\\" + name, out);
-                GlobalFree(out);
-                list += name + "\n";
+            if (!c.filterOnly) {
+                out = generate(&ctx, &out, 0) ? out : nullptr;
             } else {
-                list += "refused " + name + "\n";
+                out = filter(std::uint16_t(effect), source, c.progress, sliders[0], sliders[1], sliders[2]);
             }
-            as<FreeDataFn>(ordinal(4))(0, r);
+            std::printf("%u %s %s\n", effect, conformance::key(c).c_str(), hashOf(out).c_str());
+            freeData(0, r);
         }
-        GlobalFree(source);
     }
-    writeFile(g_dir + "\\renders.txt", list.data(), list.size());
+    if (list) std::fclose(list);
+    for (auto& s : sources) GlobalFree(s.second);
 }
 
 // ---------------------------------------------------------------- the editor
@@ -372,7 +403,7 @@ void runEditor() {
     std::uint32_t size;
     SettingsRecord* r = nullptr;
     initData(0, &size, &r);
-    standalone::Context ctx(r, source);
+    TestHostContext ctx(r, source);
     StandInLog* base = standInLog("BASEKIT.dll");
     StandInLog* anim = standInLog("ANIMKIT.dll");
 
@@ -417,11 +448,15 @@ int main(int argc, char** argv) {
     }
     g_dir = argv[1];
     g_plugin = LoadLibraryA("FLAIR.dll");
+    if (argc > 2 && std::strcmp(argv[2], "--conformance") == 0) {
+        if (!g_plugin) return 1;
+        renderConformanceRows();
+        return 0;
+    }
     check(g_plugin != nullptr, "FLAIR.dll loads");
     if (!g_plugin) return 1;
     checkExportsAndRecords();
     writeTiming();
-    writeRenders();
     if (argc > 2 && std::strcmp(argv[2], "--editor") == 0) runEditor();
     std::printf("%d failed\n", g_failures);
     return g_failures ? 1 : 0;

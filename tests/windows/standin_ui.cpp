@@ -1,55 +1,10 @@
-// Stand-ins for the host's libraries ANIMKIT, BASEKIT, HUEKIT and PIXKIT, so the
-// plug-in can be loaded and driven under Wine. Built once per library; each
-// library's definition file exports only its own ordinals. The picture work is
-// the stand-alone host's own (picture mix, colour-table size, colour operations).
-#include "tests/windows/standin_host.h"
+// The window parts of the stand-in host libraries under Wine: BASEKIT's scroll
+// requests and preview control (it paints its source through the plug-in's
+// render callback), and the host's group-box frames.
+#include <windows.h>
 
-#include <cstring>
-
-#include "hostapi/host_context.h"
-#include "hostapi/host_ops.h"
-#include "platform/module.h"
-#include "standalone/host_context.h"
-
-namespace {
-StandInLog g_log;
-}
-
-extern "C" __declspec(dllexport) StandInLog* StandIn_Log() { return &g_log; }
-
-namespace standalone {
-OperationCounts& operationCounts() {
-    static OperationCounts counts;
-    return counts;
-}
-}  // namespace standalone
-
-// ---------------------------------------------------------------- ANIMKIT
-
-extern "C" HGLOBAL FLR_STDCALL AnimKit_SourcePicture(void* hostContext, std::uint32_t) {
-    return hostContext ? static_cast<standalone::Context*>(hostContext)->source : nullptr;
-}
-extern "C" std::uint32_t FLR_STDCALL AnimKit_GenAnimation(std::uint32_t a, std::uint32_t b) { return a * 3 + b; }
-extern "C" HWND FLR_STDCALL AnimKit_OwnerWindow() { return nullptr; }
-extern "C" void FLR_STDCALL AnimKit_BeforeEditor() { ++g_log.beforeEditor; }
-extern "C" void FLR_STDCALL AnimKit_AfterEditor() { ++g_log.afterEditor; }
-
-// Moves the host and sets the frame up again through the plug-in's SetupFrame.
-extern "C" void FLR_STDCALL AnimKit_MoveTo(void* hostContext, std::uint32_t position) {
-    ++g_log.moves;
-    hostctx::setCurrentPosition(hostContext, position);
-    using SetupFrameFn = std::uint32_t(FLR_STDCALL*)(void*, std::uint32_t);
-    if (HMODULE plugin = GetModuleHandleA("FLAIR.dll"))
-        if (auto setup = reinterpret_cast<SetupFrameFn>(
-                reinterpret_cast<void (*)()>(GetProcAddress(plugin, MAKEINTRESOURCEA(11)))))
-            setup(hostContext, 0);
-}
-
-// ---------------------------------------------------------------- BASEKIT
-
-extern "C" void FLR_STDCALL BaseKit_BusyBegin() { ++g_log.busyBegin; }
-extern "C" void FLR_STDCALL BaseKit_BusyEnd() { ++g_log.busyEnd; }
-extern "C" void FLR_STDCALL BaseKit_RowTick() { ++g_log.rowTicks; }
+#include "hostapi/host_imports.h"
+#include "tests/standin_host.h"
 
 // Carries out a scroll request on the scroll bar that sent it.
 extern "C" std::int32_t FLR_STDCALL BaseKit_Scroll(HWND, std::uintptr_t wParam, std::intptr_t lParam,
@@ -77,16 +32,6 @@ extern "C" std::int32_t FLR_STDCALL BaseKit_Scroll(HWND, std::uintptr_t wParam, 
     return pos;
 }
 
-// A small real palette, so the plug-in's palette ownership is exercised.
-extern "C" HPALETTE FLR_STDCALL BaseKit_Palette(HGLOBAL) {
-    struct {
-        WORD version, entries;
-        PALETTEENTRY e[2];
-    } pal = {0x300, 2, {{0, 0, 0, 0}, {255, 255, 255, 0}}};
-    ++g_log.palettesMade;
-    return CreatePalette(reinterpret_cast<LOGPALETTE*>(&pal));
-}
-
 // The preview control: paints its source through the registered render callback.
 struct PreviewState {
     HGLOBAL source = nullptr;
@@ -95,8 +40,8 @@ struct PreviewState {
 };
 PreviewState* previewOf(HWND w) { return reinterpret_cast<PreviewState*>(GetWindowLongPtrA(w, 0)); }
 
-extern "C" void FLR_STDCALL BaseKit_PreviewSetupA(HWND, std::uint32_t) { ++g_log.previewSetupA; }
-extern "C" void FLR_STDCALL BaseKit_PreviewSetupB(HWND, std::uint32_t) { ++g_log.previewSetupB; }
+extern "C" void FLR_STDCALL BaseKit_PreviewSetupA(HWND, std::uint32_t) { ++StandIn_Log()->previewSetupA; }
+extern "C" void FLR_STDCALL BaseKit_PreviewSetupB(HWND, std::uint32_t) { ++StandIn_Log()->previewSetupB; }
 extern "C" void FLR_STDCALL BaseKit_PreviewSource(HWND preview, HGLOBAL source, HPALETTE palette) {
     if (PreviewState* s = previewOf(preview)) {
         s->source = source;
@@ -118,7 +63,7 @@ void paintPreview(HWND w, HDC dc) {
     if (!s || !s->source || !s->callback) return;
     HGLOBAL result = nullptr;
     HPALETTE palette = s->palette;
-    ++g_log.previewRenders;
+    ++StandIn_Log()->previewRenders;
     if (!s->callback(s->source, &result, &palette) || !result) return;
     const auto* info = static_cast<const BITMAPINFO*>(GlobalLock(result));
     const auto* pixels = reinterpret_cast<const BYTE*>(info) + info->bmiHeader.biSize;
@@ -194,17 +139,8 @@ LRESULT CALLBACK groupBoxProc(HWND w, UINT message, WPARAM wParam, LPARAM lParam
 
 }  // namespace
 
-// ---------------------------------------------------------------- PIXKIT
-
-extern "C" void FLR_STDCALL PixKit_RegisterIcon(void* icon, const char* name) {
-    g_log.icon = icon;
-    std::strncpy(g_log.name, name ? name : "", sizeof g_log.name - 1);
-}
-extern "C" void FLR_STDCALL PixKit_BeforeHelp() { ++g_log.beforeHelp; }
-
-extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+extern "C" BOOL WINAPI DllMain([[maybe_unused]] HINSTANCE instance, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH) {
-        plat::setModuleInstance(instance);
 #ifdef STANDIN_BASEKIT
         registerClasses(instance);
 #endif

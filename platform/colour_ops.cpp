@@ -1,5 +1,4 @@
-// The host's whole-picture colour operations, as the stand-alone host provides
-// them. Each takes one picture and returns a new one of the same size: 24-bit
+// The host's whole-picture colour operations, as Flairize provides them. Each takes one picture and returns a new one of the same size: 24-bit
 // in gives 24-bit out, 32-bit in gives 32-bit out with every pixel's alpha kept,
 // 8-bit in gives 24-bit out read through the colour table. The input is never
 // changed. All arithmetic is integer, so results are the same on every machine.
@@ -25,8 +24,8 @@
 #include <cstring>
 
 #include "engine/dib.h"
-#include "hostapi/host_ops.h"
 #include "platform/global_memory.h"
+#include "platform/host_ops.h"
 
 namespace {
 
@@ -180,7 +179,9 @@ inline int absolute(int v) { return v < 0 ? -v : v; }
 
 }  // namespace
 
-extern "C" HGLOBAL FLR_STDCALL HueKit_Smooth(HGLOBAL picture, std::uint32_t, std::uint32_t) {
+namespace hostops {
+
+HGLOBAL smooth(HGLOBAL picture) {
     return separableFilter<Box5>(picture, [](const std::uint8_t* centre, const std::uint8_t* mean,
                                              std::uint8_t* out, const std::uint8_t* srcRow, std::uint32_t w,
                                              bool alpha, const Work& work) {
@@ -201,7 +202,7 @@ extern "C" HGLOBAL FLR_STDCALL HueKit_Smooth(HGLOBAL picture, std::uint32_t, std
     });
 }
 
-extern "C" HGLOBAL FLR_STDCALL HueKit_Soften(HGLOBAL picture, std::uint32_t, std::uint32_t) {
+HGLOBAL soften(HGLOBAL picture) {
     return separableFilter<Binomial5>(picture, [](const std::uint8_t*, const std::uint8_t* blurred,
                                                   std::uint8_t* out, const std::uint8_t* srcRow,
                                                   std::uint32_t w, bool alpha, const Work&) {
@@ -209,7 +210,7 @@ extern "C" HGLOBAL FLR_STDCALL HueKit_Soften(HGLOBAL picture, std::uint32_t, std
     });
 }
 
-extern "C" HGLOBAL FLR_STDCALL HueKit_Simplify(HGLOBAL picture, std::uint32_t, std::uint32_t) {
+HGLOBAL simplify(HGLOBAL picture) {
     dib::Source src(picture);
     if (!src.ok()) return nullptr;
     const dib::Layout& in = src.layout();
@@ -236,3 +237,5 @@ extern "C" HGLOBAL FLR_STDCALL HueKit_Simplify(HGLOBAL picture, std::uint32_t, s
     }
     return out.release();
 }
+
+}  // namespace hostops

@@ -1,4 +1,4 @@
-#include "host/curve_pow.h"
+#include "engine/curve_pow.h"
 
 #include <cmath>
 #include <limits>

@@ -1,24 +1,9 @@
-// Picture operations of the host's base library that are pure computation:
-// the colour-table size and the picture mix. Shared by every host we build.
+// The picture mix, and the engine's services over the host operations.
 #include <cstring>
 #include <vector>
 
 #include "engine/dib.h"
-#include "hostapi/host_ops.h"
-#include "standalone/host_context.h"
-
-using standalone::operationCounts;
-
-// The published DIB rule: biClrUsed entries of 4 bytes, or 2^biBitCount when it
-// is 0, for pictures of up to 8 bits; none for deeper pictures.
-extern "C" std::uint16_t FLR_STDCALL BaseKit_ColorTableSize(const BITMAPINFOHEADER* header) {
-    BITMAPINFOHEADER h;
-    std::memcpy(&h, header, sizeof h);
-    if (h.biBitCount > 8) return 0;
-    const std::uint64_t entries = h.biClrUsed ? h.biClrUsed : (1u << h.biBitCount);
-    const std::uint64_t bytes = entries * 4;
-    return bytes > 0xFFFF ? 0xFFFF : static_cast<std::uint16_t>(bytes);
-}
+#include "platform/host_ops.h"
 
 namespace {
 // One row of the mix, byte by byte; a flat loop the compiler vectorises.
@@ -28,9 +13,9 @@ void mixRow(const std::uint8_t* f, const std::uint8_t* s, std::uint8_t* o, std::
 }
 }  // namespace
 
-// out = (first * (16384 - w) + second * w) >> 14 per byte, in the second's format.
-extern "C" HGLOBAL FLR_STDCALL BaseKit_MixPictures(HGLOBAL first, HGLOBAL second, std::uint32_t weight) {
-    ++operationCounts().mixes;
+namespace hostops {
+
+HGLOBAL mix(HGLOBAL first, HGLOBAL second, std::uint32_t weight) {
     dib::Source a(first), b(second);
     if (!a.ok() || !b.ok() || b.layout().bitCount == 8) return nullptr;
     const dib::Layout& la = a.layout();
@@ -56,3 +41,16 @@ extern "C" HGLOBAL FLR_STDCALL BaseKit_MixPictures(HGLOBAL first, HGLOBAL second
     return out.release();
 }
 
+flairize::HostServices services(void (*rowTick)(void* user), void* user) {
+    flairize::HostServices s;
+    s.user = user;
+    s.colourTableSize = [](void*, const BITMAPINFOHEADER* header) { return dib::colourTableBytes(header); };
+    s.rowTick = rowTick;
+    s.mix = [](void*, HGLOBAL first, HGLOBAL second, std::uint32_t weight) { return mix(first, second, weight); };
+    s.smooth = [](void*, HGLOBAL picture) { return smooth(picture); };
+    s.simplify = [](void*, HGLOBAL picture) { return simplify(picture); };
+    s.soften = [](void*, HGLOBAL picture) { return soften(picture); };
+    return s;
+}
+
+}  // namespace hostops

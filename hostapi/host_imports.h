@@ -1,13 +1,13 @@
-// Operations of the host's libraries that the engine calls. On Windows they are
-// imported by ordinal from ANIMKIT, BASEKIT, HUEKIT and PIXKIT; the stand-alone
-// host supplies its own implementations under the same names.
+// The host's libraries ANIMKIT, BASEKIT, HUEKIT and PIXKIT as the plug-in
+// imports them, by ordinal (the definition files beside this header). The
+// plug-in's tests supply stand-ins under the same names.
 #pragma once
 
 #include <cstdint>
 
 #include "platform/win_types.h"
 
-#if defined(_WIN32) && !defined(FLAIRIZE_HOST_SIDE)
+#if defined(_WIN32) && !defined(FLAIRIZE_STANDIN)
 #define HOSTAPI extern "C" __declspec(dllimport)
 #else
 #define HOSTAPI extern "C"

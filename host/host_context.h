@@ -1,11 +1,11 @@
-// The host context: a structure owned by the host. The engine reads a few fields
+// The host context: a structure owned by the host. The plug-in reads a few fields
 // at fixed byte offsets and writes none; these accessors are the only readers.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 
-struct SettingsRecord;
+#include "engine/settings_record.h"
 
 namespace hostctx {
 
@@ -45,21 +45,6 @@ inline std::int32_t slotPosition(const void* ctx, std::uint16_t slotIndex) {
 inline bool inputFollowsPosition(const void* ctx) {
     const auto* input = readAt<const unsigned char*>(ctx, kInputRecordOffset);
     return input && (input[kInputFlagsOffset] & 8) != 0;
-}
-
-// Writers, for hosts that build a context (the stand-alone host and the tests).
-template <typename T>
-inline void writeAt(void* ctx, std::size_t offset, T value) {
-    std::memcpy(static_cast<unsigned char*>(ctx) + offset, &value, sizeof value);
-}
-inline void setSlot(void* ctx, std::uint16_t s) { writeAt(ctx, kSlotOffset, s); }
-inline void setRecord(void* ctx, std::uint16_t s, SettingsRecord* r) {
-    writeAt(ctx, kRecordTableOffset + kRecordStride * s, r);
-}
-inline void setCurrentPosition(void* ctx, std::uint32_t p) { writeAt(ctx, kCurrentPositionOffset, p); }
-inline void setSpeed(void* ctx, std::uint16_t s, std::int8_t v) { writeAt(ctx, kSpeedOffset + s, v); }
-inline void setSlotPosition(void* ctx, std::uint16_t s, std::int32_t p) {
-    writeAt(ctx, kSlotPositionOffset + 4u * s, p);
 }
 
 }  // namespace hostctx

@@ -1,0 +1,52 @@
+// The functions and data the effect table names, by family.
+#pragma once
+
+#include "engine/effect_table.h"
+
+#define FLR_ROW(name) void name(const Frame& frame, Carry& carry, std::uint16_t y, std::uint8_t* out)
+#define FLR_ROW_PAIR(effect) FLR_ROW(effect##Line1); FLR_ROW(effect##Line2)
+
+// Effects that are catalogued but do no pixel work.
+FLR_ROW(EmptyRow);
+
+// Tone
+bool PosterizeInit(Frame& frame, Carry& carry);
+FLR_ROW_PAIR(Solarize);
+FLR_ROW_PAIR(Posterize);
+FLR_ROW_PAIR(LensFlare);
+
+// Edges
+bool EdgeBuffersInit(Frame& frame, Carry& carry);
+void EdgeBuffersDone(Carry& carry);
+FLR_ROW_PAIR(FindEdges);
+FLR_ROW_PAIR(Contours);
+FLR_ROW_PAIR(Charcoal);
+
+// Painterly
+bool PaletteKeysInit(Frame& frame, Carry& carry);
+FLR_ROW_PAIR(DarkStrokes);
+FLR_ROW_PAIR(Fresco);
+FLR_ROW_PAIR(Stamp);
+
+// Displacement
+FLR_ROW_PAIR(Shake);
+FLR_ROW_PAIR(Frazzle);
+FLR_ROW_PAIR(Reflection);
+FLR_ROW_PAIR(Kaleidoscope);
+
+// Blurs
+FLR_ROW_PAIR(MotionBlur);
+FLR_ROW_PAIR(CenterBlur);
+FLR_ROW_PAIR(RadialBlur);
+
+// Blocks
+FLR_ROW_PAIR(Mosaic);
+FLR_ROW_PAIR(Sampler);
+FLR_ROW_PAIR(Crosshair);
+
+// Whole-picture effects' data: the texture of each texture effect, the pair of
+// marks of each mean-map effect.
+struct Texture;
+extern const Texture kTilesTexture, kBricksTexture, kBumpsTexture, kSteelPlateTexture, kWeaveTexture;
+struct MarkPair;
+extern const MarkPair kPointillizeMarks, kRainMarks, kTrianglesMarks, kSmudgeMarks;

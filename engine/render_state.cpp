@@ -1,6 +1,0 @@
-#include "engine/render_state.h"
-
-RenderState& renderState() {
-    thread_local RenderState state;
-    return state;
-}

@@ -1,0 +1,28 @@
+// What the engine asks of the host that runs it, as a table of functions the
+// host hands to every render. The plug-in forwards them to the host's libraries
+// (host/plugin_services.cpp); the Linux front ends use platform/host_ops.h.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/win_types.h"
+
+namespace flairize {
+
+struct HostServices {
+    void* user = nullptr;   // handed back to every function
+    // Byte size of the colour table that follows a picture header (BASEKIT 401).
+    std::uint16_t (*colourTableSize)(void* user, const BITMAPINFOHEADER* header) = nullptr;
+    // Once before every row, or band of marks, of a render (BASEKIT 702); may be null.
+    void (*rowTick)(void* user) = nullptr;
+    // A new picture blending two of equal size, weight 0..16384 the share of the
+    // second (BASEKIT 409); null when it fails. Neither input is changed.
+    HGLOBAL (*mix)(void* user, HGLOBAL first, HGLOBAL second, std::uint32_t weight) = nullptr;
+    // Whole-picture colour operations (HUEKIT 22, 17, 21): a new picture of the
+    // same size, or null; the input is left as it is.
+    HGLOBAL (*smooth)(void* user, HGLOBAL picture) = nullptr;
+    HGLOBAL (*simplify)(void* user, HGLOBAL picture) = nullptr;
+    HGLOBAL (*soften)(void* user, HGLOBAL picture) = nullptr;
+};
+
+}  // namespace flairize

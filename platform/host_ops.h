@@ -1,0 +1,28 @@
+// The host's picture operations as Flairize provides them wherever the real
+// host's libraries are not there: the Linux front ends use them through
+// services(), the Wine stand-ins for the host's libraries export them. Each
+// makes a new picture and never changes its input; all arithmetic is integer.
+#pragma once
+
+#include <cstdint>
+
+#include "hostapi/host_services.h"
+#include "platform/win_types.h"
+
+namespace hostops {
+
+// (first * (16384 - weight) + second * weight) >> 14 per byte, in the second
+// picture's format; an 8-bit first picture is read through its colour table.
+HGLOBAL mix(HGLOBAL first, HGLOBAL second, std::uint32_t weight);
+
+// The colour operations: 24-bit in gives 24-bit out, 32-bit gives 32-bit with
+// every pixel's alpha kept, 8-bit gives 24-bit read through the colour table.
+HGLOBAL smooth(HGLOBAL picture);     // edge-preserving smoothing
+HGLOBAL simplify(HGLOBAL picture);   // each channel to the nearest of eight levels
+HGLOBAL soften(HGLOBAL picture);     // 5 x 5 binomial blur
+
+// The engine's services over these operations; rowTick (may be null) is
+// called with `user` before every row of a render.
+flairize::HostServices services(void (*rowTick)(void* user) = nullptr, void* user = nullptr);
+
+}  // namespace hostops

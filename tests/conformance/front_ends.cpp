@@ -1,0 +1,304 @@
+#include "tests/conformance/front_ends.h"
+
+#include <cstdio>
+
+#ifndef FLAIRIZE_FRONT_ENDS
+
+void conformance::checkFrontEnds(const SourceOf&, const Report&) {
+    std::printf("only the engine is built here: no other front end checked\n");
+}
+
+#else
+
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <vector>
+
+#include "engine/effect_table.h"
+#include "host/exports.h"
+#include "platform/global_memory.h"
+#include "tests/conformance/sha256.h"
+#include "tests/standin_host.h"
+
+#ifdef FLAIRIZE_FREI0R_DIR
+extern "C" {
+#include <frei0r.h>
+}
+#endif
+
+namespace conformance {
+namespace {
+
+std::string env(const char* name) {
+    const char* v = std::getenv(name);
+    return v ? v : "";
+}
+
+std::string readAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// The plug-in export that runs an effect's filter alone; null where its filter is not exported.
+using FilterExport = HGLOBAL(FLR_STDCALL*)(std::uint16_t, HGLOBAL, std::uint32_t, std::uint16_t, std::uint16_t,
+                                            std::uint16_t);
+struct NamedExport {
+    FilterFunction filter;
+    FilterExport function;
+    const char* name;
+};
+const NamedExport kExports[] = {{rowDriver, FLR_LineFilter, "FLR_LineFilter"},
+                                {meanMapFilter, FLR_MeanMapFilter, "FLR_MeanMapFilter"},
+                                {textureFilter, FLR_TextureFilter, "FLR_TextureFilter"},
+                                {waterColorFilter, FLR_WaterColor, "FLR_WaterColor"},
+                                {glassFilter, FLR_Glass, "FLR_Glass"}};
+const NamedExport* exportFor(unsigned effect) {
+    for (const NamedExport& e : kExports)
+        if (kEffectTable.records[effect].filter == e.filter) return &e;
+    return nullptr;
+}
+
+SettingsRecord recordOf(const flairize::Settings& s) {
+    SettingsRecord r = flairize::newSettingsRecord();
+    r.effect = s.effect;
+    r.param1 = s.sliders[0], r.param2 = s.sliders[1], r.param3 = s.sliders[2];
+    r.colour = s.colour;
+    r.progress = s.progress;
+    return r;
+}
+
+std::string takeHash(HGLOBAL picture) {
+    const std::string h = hashOf(picture);
+    plat::globalFree(picture);
+    return h;
+}
+
+// GenerateDIB and the preview for full renders, the exported filters for the filter alone.
+void checkPlugin(const SourceOf& source, const Report& report) {
+    long notExported = 0;
+    for (unsigned effect = 0; effect < flairize::effectCount(); ++effect)
+        for (const Case& c : casesOf(effect)) {
+            const flairize::Settings s = settingsOf(c);
+            SettingsRecord record = recordOf(s);
+            HGLOBAL src = source(c.source, c.size);
+            if (!c.filterOnly) {
+                TestHostContext context(&record, src);
+                HGLOBAL out = nullptr;
+                report("plug-in GenerateDIB", effect, key(c), GenerateDIB(&context, &out, 0) ? takeHash(out) : "refused");
+                HGLOBAL preview = nullptr;
+                HPALETTE palette = nullptr;
+                const bool shown = plugin::previewRender(s.effect, src, record, s.sliders, &preview, &palette);
+                report("plug-in preview", effect, key(c), shown ? takeHash(preview) : "refused");
+                continue;
+            }
+            const NamedExport* e = exportFor(effect);
+            if (!e) {
+                ++notExported;
+                continue;
+            }
+            // The values a render of the host published before it called the filter.
+            for (int k = 0; k < 3; ++k) plugin::published().sliders[k] = s.sliders[k];
+            plugin::published().colour = s.colour;
+            report("plug-in filters", effect, key(c),
+                   takeHash(e->function(s.effect, src, s.progress, s.sliders[0], s.sliders[1], s.sliders[2])));
+        }
+    std::printf("plug-in filters: %ld rows skipped, their effects' filters are not exported\n", notExported);
+}
+
+#ifdef FLAIRIZE_FREI0R_DIR
+// The frei0r plug-ins in-process, on the rows of 32-bit sources: frames top row
+// first, the result put back into a picture for its hash.
+void checkFrei0r(const SourceOf& source, const Report& report) {
+    for (unsigned effect = 0; effect < flairize::effectCount(); ++effect) {
+        if (!flairize::effectOffered(effect)) continue;
+        const std::string path = std::string(FLAIRIZE_FREI0R_DIR) + "/flairize-" + flairize::effectSlug(effect) + ".so";
+        void* so = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+        auto fn = [&](const char* name) { return so ? dlsym(so, name) : nullptr; };
+        auto init = reinterpret_cast<decltype(&f0r_init)>(fn("f0r_init"));
+        auto info = reinterpret_cast<decltype(&f0r_get_plugin_info)>(fn("f0r_get_plugin_info"));
+        auto paramInfo = reinterpret_cast<decltype(&f0r_get_param_info)>(fn("f0r_get_param_info"));
+        auto construct = reinterpret_cast<decltype(&f0r_construct)>(fn("f0r_construct"));
+        auto destruct = reinterpret_cast<decltype(&f0r_destruct)>(fn("f0r_destruct"));
+        auto set = reinterpret_cast<decltype(&f0r_set_param_value)>(fn("f0r_set_param_value"));
+        auto update = reinterpret_cast<decltype(&f0r_update)>(fn("f0r_update"));
+        if (!init || !info || !paramInfo || !construct || !destruct || !set || !update || !init()) {
+            report("frei0r plug-ins", effect, "(plug-in " + path + " does not load)", "missing");
+            continue;
+        }
+        f0r_plugin_info_t pi{};
+        info(&pi);
+        std::vector<std::string> names;
+        for (int k = 0; k < pi.num_params; ++k) {
+            f0r_param_info_t p{};
+            paramInfo(&p, k);
+            names.push_back(p.name ? p.name : "");
+        }
+        auto indexOf = [&](const std::string& name) {
+            for (std::size_t k = 0; k < names.size(); ++k)
+                if (names[k] == name) return int(k);
+            return -1;
+        };
+        for (const Case& c : casesOf(effect)) {
+            if (sourceBits(c.source) != 32) continue;
+            const flairize::Settings s = settingsOf(c);
+            const unsigned w = unsigned(c.size.width), h = unsigned(c.size.height);
+            f0r_instance_t instance = construct(w, h);
+            for (int k = 0; k < 3; ++k) {
+                double v = (s.sliders[k] > 255 ? 255 : s.sliders[k]) / 255.0;
+                const int at = flairize::sliderLabelId(effect, k) ? indexOf(flairize::sliderLabel(effect, k)) : -1;
+                if (at >= 0) set(instance, &v, at);
+            }
+            double progress = s.progress / 16384.0, mix = c.filterOnly ? 0.0 : 1.0;
+            set(instance, &progress, indexOf("Progress"));
+            if (indexOf("Mix") >= 0) set(instance, &mix, indexOf("Mix"));
+            f0r_param_color_t colour{float(s.colour & 0xFF) / 255.0f, float((s.colour >> 8) & 0xFF) / 255.0f,
+                                     float((s.colour >> 16) & 0xFF) / 255.0f};
+            if (indexOf("Color") >= 0) set(instance, &colour, indexOf("Color"));
+
+            HGLOBAL src = source(c.source, c.size);
+            const auto* dib = static_cast<const std::uint8_t*>(plat::globalLock(src));
+            const std::size_t rowBytes = std::size_t(w) * 4;
+            std::vector<std::uint32_t> in(std::size_t(w) * h), out(in.size());
+            for (unsigned r = 0; r < h; ++r)
+                std::memcpy(&in[std::size_t(r) * w], dib + 40 + std::size_t(h - 1 - r) * rowBytes, rowBytes);
+            update(instance, 0.0, in.data(), out.data());
+            destruct(instance);
+            // The engine's output picture: the source header as the output rule makes it, rows bottom first.
+            std::vector<std::uint8_t> picture(40 + rowBytes * h);
+            std::memcpy(picture.data(), dib, 40);
+            plat::globalUnlock(src);
+            const std::uint32_t zero = 0, image = std::uint32_t(rowBytes * h);
+            std::memcpy(&picture[20], &image, 4);
+            std::memcpy(&picture[32], &zero, 4);
+            std::memcpy(&picture[36], &zero, 4);
+            for (unsigned r = 0; r < h; ++r)
+                std::memcpy(&picture[40 + std::size_t(r) * rowBytes], &out[std::size_t(h - 1 - r) * w], rowBytes);
+            report("frei0r plug-ins", effect, key(c), sha256Hex(picture.data(), picture.size()));
+        }
+    }
+}
+#endif
+
+// A program's exit status, or -1.
+int run(const std::vector<std::string>& args, const std::string& outputFile = "") {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        if (!outputFile.empty()) {
+            if (!std::freopen(outputFile.c_str(), "w", stdout)) _exit(127);
+        }
+        std::vector<char*> argv;
+        for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+        argv.push_back(nullptr);
+        execvp(argv[0], argv.data());
+        _exit(127);
+    }
+    int status = 0;
+    if (pid < 0 || waitpid(pid, &status, 0) < 0) return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void writeBmp(const std::string& path, HGLOBAL picture) {
+    const auto* dib = static_cast<const std::uint8_t*>(plat::globalLock(picture));
+    const std::uint32_t size = std::uint32_t(plat::globalSize(picture)), total = 14 + size;
+    std::uint32_t headerSize, entries;
+    std::memcpy(&headerSize, dib, 4);
+    std::memcpy(&entries, dib + 32, 4);
+    const std::uint32_t offset = 14 + headerSize + 4 * entries, zero = 0;
+    std::ofstream out(path, std::ios::binary);
+    out.write("BM", 2).write(reinterpret_cast<const char*>(&total), 4).write(reinterpret_cast<const char*>(&zero), 4);
+    out.write(reinterpret_cast<const char*>(&offset), 4).write(reinterpret_cast<const char*>(dib), size);
+    plat::globalUnlock(picture);
+}
+
+// A sample of the rows (every 400th, a different one for each effect) through
+// `flairize render` with BMP files in and out.
+void checkCommand(const SourceOf& source, const Report& report, const std::string& work) {
+    for (unsigned effect = 0; effect < flairize::effectCount(); ++effect) {
+        const std::vector<Case> cases = casesOf(effect);
+        for (std::size_t i = (effect * 97) % 400; i < cases.size(); i += 400) {
+            const Case& c = cases[i];
+            const flairize::Settings s = settingsOf(c);
+            const std::string in = work + "/" + sourceName(c.source) + "-" + std::to_string(c.size.width) + "x" +
+                                   std::to_string(c.size.height) + ".bmp";
+            if (access(in.c_str(), F_OK) != 0) writeBmp(in, source(c.source, c.size));
+            const std::string out = work + "/out.bmp";
+            char colour[8];
+            std::snprintf(colour, sizeof colour, "%02x%02x%02x", s.colour & 0xFF, (s.colour >> 8) & 0xFF,
+                          (s.colour >> 16) & 0xFF);
+            std::vector<std::string> args = {FLAIRIZE_BIN, "render", in, out, "--effect", std::to_string(effect),
+                                             "--progress", std::to_string(s.progress), "--colour", colour};
+            for (int k = 0; k < 3; ++k) {   // the command takes 0..255; larger values act as 255 anyway
+                args.push_back("--p" + std::to_string(k + 1));
+                args.push_back(std::to_string(s.sliders[k] > 255 ? 255 : s.sliders[k]));
+            }
+            if (c.filterOnly) args.push_back("--filter-only");
+            std::remove(out.c_str());
+            const std::string file = run(args) == 0 ? readAll(out) : "";
+            const auto* dib = reinterpret_cast<const std::uint8_t*>(file.data()) + 14;
+            const bool whole = file.size() > 54 && resultBytes(dib) <= file.size() - 14;
+            report("flairize render", effect, key(c), whole ? sha256Hex(dib, resultBytes(dib)) : "refused");
+        }
+    }
+}
+
+// Every row through FLAIR.dll under Wine: the Wine test host renders the rows
+// of the effects this file lists and prints "effect row hash" for each.
+void checkWine(const Report& report, const std::string& work) {
+    const std::string build = env("FLAIRIZE_WINDOWS_BUILD"), wine = env("FLAIRIZE_WINE");
+    if (build.empty() || wine.empty()) {
+        std::printf("DLL under Wine: skipped, FLAIRIZE_WINDOWS_BUILD and FLAIRIZE_WINE are not set "
+                    "(scripts/test.sh sets them where Wine and mingw-w64 are installed)\n");
+        return;
+    }
+    std::ofstream list(work + "/effects.txt");
+    for (unsigned effect = 0; effect < flairize::effectCount(); ++effect) {
+        const NamedExport* e = exportFor(effect);
+        list << effect << " " << flairize::sliderDefault(effect, 0) << " " << flairize::sliderDefault(effect, 1) << " "
+             << flairize::sliderDefault(effect, 2) << " " << (e ? e->name : "-") << "\n";
+    }
+    list.close();
+    const std::string command = "cd '" + build + "' && WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=' WINEPREFIX='" +
+                                build + "/wineprefix' timeout 1800 " + wine + " wine_host.exe 'Z:" + work +
+                                "' --conformance > '" + work + "/wine-hashes.txt' 2> '" + work + "/wine-stderr.txt'";
+    const int status = std::system(command.c_str());
+    std::istringstream lines(readAll(work + "/wine-hashes.txt"));
+    long rows = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();   // Windows line ends
+        const std::size_t first = line.find(' '), last = line.rfind(' ');
+        if (first == std::string::npos || last <= first) continue;
+        report("DLL under Wine", unsigned(std::atoi(line.c_str())), line.substr(first + 1, last - first - 1),
+               line.substr(last + 1));
+        ++rows;
+    }
+    if (status != 0 || rows == 0)
+        report("DLL under Wine", 0, "(the Wine host ended with status " + std::to_string(status) + ": " +
+                                        readAll(work + "/wine-stderr.txt").substr(0, 300) + ")", "failed");
+}
+
+}  // namespace
+
+void checkFrontEnds(const SourceOf& source, const Report& report) {
+    char pattern[] = "/tmp/flairize-conformance-XXXXXX";
+    const std::string work = mkdtemp(pattern);
+    checkPlugin(source, report);
+#ifdef FLAIRIZE_FREI0R_DIR
+    checkFrei0r(source, report);
+#else
+    std::printf("frei0r plug-ins: skipped, frei0r.h was not found when the build was configured\n");
+#endif
+    checkCommand(source, report, work);
+    checkWine(report, work);
+    run({"rm", "-rf", work});
+}
+
+}  // namespace conformance
+
+#endif

@@ -1,0 +1,142 @@
+// The engine API beyond what the conformance table covers: pictures it refuses,
+// allocation failures through every effect, renders on several threads at once,
+// the output header rules and the row ticks.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "tests/picture_support.h"
+
+using namespace testpic;
+
+namespace {
+
+void changeHeader(HGLOBAL h, const std::function<void(BITMAPINFOHEADER&)>& change) {
+    auto* p = static_cast<unsigned char*>(plat::globalLock(h));
+    BITMAPINFOHEADER hd;
+    std::memcpy(&hd, p, sizeof hd);
+    change(hd);
+    std::memcpy(p, &hd, sizeof hd);
+    plat::globalUnlock(h);
+}
+
+std::vector<std::uint8_t> bytesOf(const flairize::Result& r) {
+    Owned picture(r.picture);
+    return r.status == flairize::Status::Ok ? View(picture).bytes() : std::vector<std::uint8_t>{};
+}
+
+}  // namespace
+
+TEST(Engine, RefusesPicturesItCannotServe) {
+    using Change = std::function<void(BITMAPINFOHEADER&)>;
+    const Change changes[] = {
+        [](BITMAPINFOHEADER& h) { h.biBitCount = 16; },         [](BITMAPINFOHEADER& h) { h.biBitCount = 4; },
+        [](BITMAPINFOHEADER& h) { h.biCompression = 1; },       [](BITMAPINFOHEADER& h) { h.biHeight = -h.biHeight; },
+        [](BITMAPINFOHEADER& h) { h.biWidth = 0; },             [](BITMAPINFOHEADER& h) { h.biHeight = 0; },
+        [](BITMAPINFOHEADER& h) { h.biWidth = 65536; },         [](BITMAPINFOHEADER& h) { h.biSizeImage = 0; },
+        [](BITMAPINFOHEADER& h) { h.biSizeImage -= 1; },        [](BITMAPINFOHEADER& h) { h.biSizeImage += 4; },
+        [](BITMAPINFOHEADER& h) { h.biSize = 39; },             [](BITMAPINFOHEADER& h) { h.biSize = 1u << 30; },
+        [](BITMAPINFOHEADER& h) { h.biClrUsed = 300; },   // a table longer than the block
+    };
+    // One effect of each kind of filter.
+    for (const char* name : {"Solarize", "Find Edges", "Tiles", "Pointillize", "WaterColor", "Glass", "Color Pencil",
+                             "*Bubbles [24]"}) {
+        for (std::size_t i = 0; i < std::size(changes); ++i) {
+            Owned src(make(6, 4, 8, pattern, palette256()));
+            changeHeader(src, changes[i]);
+            const long live = plat::liveBlocks();
+            const flairize::Result r = render(effectNamed(name), src);
+            EXPECT_EQ(r.status, flairize::Status::Refused) << name << " change " << i;
+            EXPECT_EQ(r.picture, nullptr);
+            EXPECT_EQ(plat::liveBlocks(), live);
+        }
+        EXPECT_EQ(render(effectNamed(name), nullptr).status, flairize::Status::Refused);
+    }
+    Owned ok(make(2, 2, 24, pattern));
+    EXPECT_EQ(render(flairize::effectCount(), ok).status, flairize::Status::Refused);
+}
+
+// Every allocation of every effect, failing in turn: the render ends with no
+// picture (or, when only the mix failed, with the unmixed one), says why, and
+// leaves no block behind.
+TEST(Engine, EveryAllocationFailureEndsCleanly) {
+    for (int bits : {8, 32}) {
+        Owned src(make(7, 5, bits, pattern, bits == 8 ? palette256() : std::vector<Bgra>{}));
+        for (unsigned effect = 0; effect < flairize::effectCount(); ++effect) {
+            for (long n = 1;; ++n) {
+                const long live = plat::liveBlocks();
+                plat::failAllocationAfter(n);
+                const flairize::Result r = render(effect, src, 9000);
+                const bool failed = r.status != flairize::Status::Ok;
+                plat::failAllocationAfter(0);
+                plat::globalFree(r.picture);
+                EXPECT_EQ(plat::liveBlocks(), live) << "effect " << effect << " allocation " << n;
+                if (!failed) break;   // every allocation has been failed once
+                EXPECT_TRUE(r.status == flairize::Status::OutOfMemory || r.status == flairize::Status::MixFailed)
+                    << effect;
+                EXPECT_EQ(r.picture != nullptr, r.status == flairize::Status::MixFailed) << effect;
+                ASSERT_LT(n, 50) << "effect " << effect << " keeps failing";
+            }
+        }
+    }
+}
+
+// Renders keep all their state to themselves: every effect rendered on four
+// threads at once gives what it gives alone.
+TEST(Engine, RendersOnSeveralThreadsMatchOneThread) {
+    const Owned sources[3] = {make(41, 23, 8, pattern, palette256()), make(41, 23, 24, pattern), make(41, 23, 32, pattern)};
+    std::vector<std::vector<std::uint8_t>> alone;
+    for (unsigned effect = 0; effect < flairize::effectCount(); ++effect)
+        for (const Owned& s : sources) alone.push_back(bytesOf(render(effect, s, 12000)));
+    std::vector<std::thread> threads;
+    std::vector<int> differences(4, 0);
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < 3; ++round)
+                for (unsigned effect = 0; effect < flairize::effectCount(); ++effect)
+                    for (std::size_t k = 0; k < 3; ++k)
+                        differences[std::size_t(t)] += bytesOf(render(effect, sources[k], 12000)) != alone[effect * 3 + k];
+        });
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(differences, std::vector<int>(4, 0));
+}
+
+// The output picture: the source header copied whole (a long one too), 24 bits
+// for 8-bit sources, no colour table, padding bytes zero.
+TEST(Engine, OutputHeaderRules) {
+    for (const char* name : {"Solarize", "Weave", "Pointillize"}) {
+        Owned src(make(5, 3, 8, pattern, palette256(), 124));
+        auto* p = static_cast<unsigned char*>(plat::globalLock(src));
+        for (std::uint32_t i = 40; i < 124; ++i) p[i] = static_cast<unsigned char>(i);
+        plat::globalUnlock(src);
+        Owned out(render(effectNamed(name), src, 16384, flairize::Mix::None).picture);
+        View v(out);
+        const auto bytes = v.bytes();
+        EXPECT_EQ(v.header().biSize, 124u);
+        EXPECT_EQ(v.header().biBitCount, 24);
+        EXPECT_EQ(v.header().biClrUsed, 0u);
+        EXPECT_EQ(v.header().biSizeImage, 16u * 3);
+        EXPECT_EQ(bytes.size(), 124u + 16 * 3) << name;
+        for (std::uint32_t i = 40; i < 124; ++i) EXPECT_EQ(bytes[i], static_cast<unsigned char>(i)) << name;
+        for (int y = 0; y < 3; ++y) EXPECT_EQ(v.row(y)[15], 0) << name;
+    }
+}
+
+// The host's row tick: once per row of a row effect or texture, once per band of marks.
+TEST(Engine, RowTicks) {
+    struct Case {
+        const char* effect;
+        long ticks;
+    };
+    for (const Case c : {Case{"Solarize", 20}, Case{"Contours", 20}, Case{"Bricks", 20}, Case{"Pointillize", 3},
+                         Case{"*Bubbles [24]", 3}}) {
+        long ticks = 0;
+        const flairize::HostServices host = hostops::services([](void* n) { ++*static_cast<long*>(n); }, &ticks);
+        Owned src(make(9, 20, 24, pattern));
+        flairize::Settings s;
+        s.effect = std::uint16_t(effectNamed(c.effect));
+        s.sliders[0] = 128;   // marks every 9 rows
+        Owned out(flairize::render(host, src, s, flairize::Mix::None).picture);
+        EXPECT_EQ(ticks, c.ticks) << c.effect;
+    }
+}
