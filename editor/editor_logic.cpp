@@ -30,13 +30,6 @@ std::vector<ListItem> effectList() {
     return items;
 }
 
-std::uint16_t openingPosition(std::uint16_t effect) {
-    const auto items = effectList();
-    for (std::size_t i = 0; i < items.size(); ++i)
-        if (items[i].effect == effect) return static_cast<std::uint16_t>(i);
-    return 0;
-}
-
 SliderView sliders(std::uint16_t effect) {
     SliderView v;
     for (int k = 0; k < 3; ++k) v.label[std::size_t(k)] = flairize::sliderLabel(effect, k);

@@ -24,9 +24,6 @@ std::vector<ListItem> offeredEffects();
 // The same in the order of the dialog's sorted list: alphabetical, without regard to case.
 std::vector<ListItem> effectList();
 
-// Position of `effect` in that list; effects that are not listed open on 0.
-std::uint16_t openingPosition(std::uint16_t effect);
-
 struct SliderView {
     std::array<std::string, 3> label;   // empty: the slider and its label are hidden
     bool visible(int k) const { return !label[std::size_t(k)].empty(); }

@@ -255,6 +255,8 @@ bool hasExtension(const std::string& path, const char* ext) {
     return strcasecmp(path.c_str() + path.size() - n, ext) == 0;
 }
 
+namespace {
+
 HGLOBAL parseBmp(const unsigned char* data, std::size_t size, std::string& error) {
     if (size < 14 + 40 || data[0] != 'B' || data[1] != 'M') {
         error = size < 54 && size >= 2 && data[0] == 'B' && data[1] == 'M' ? "file is truncated" : "not a BMP file";
@@ -333,6 +335,8 @@ HGLOBAL parseBmp(const unsigned char* data, std::size_t size, std::string& error
     }
     return out.release();
 }
+
+}  // namespace
 
 HGLOBAL read(const std::string& path, std::string& error) {
     std::vector<unsigned char> data;

@@ -15,9 +15,6 @@ HGLOBAL read(const std::string& path, std::string& error);
 // is written beside its final place and renamed, so a failure leaves nothing.
 bool write(const std::string& path, HGLOBAL picture, std::string& error);
 
-// Parses BMP file bytes (exposed for tests).
-HGLOBAL parseBmp(const unsigned char* data, std::size_t size, std::string& error);
-
 bool hasExtension(const std::string& path, const char* ext);   // case-insensitive
 
 }  // namespace pictures

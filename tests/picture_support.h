@@ -137,40 +137,4 @@ struct Owned {
     operator HGLOBAL() const { return h; }
 };
 
-// The first pixel (y from the bottom) where `got` differs from want(x, y), with both
-// values as b,g,r,a; "" when every pixel agrees.
-inline std::string firstDifference(const View& got, const std::function<Bgra(int, int)>& want) {
-    auto text = [](Bgra c) {
-        return std::to_string(c.b) + "," + std::to_string(c.g) + "," + std::to_string(c.r) + "," + std::to_string(c.a);
-    };
-    for (int y = 0; y < got.height(); ++y)
-        for (int x = 0; x < got.width(); ++x)
-            if (!(got.at(x, y) == want(x, y)))
-                return "(" + std::to_string(x) + ", " + std::to_string(y) + ") is " + text(got.at(x, y)) + " not " +
-                       text(want(x, y));
-    return "";
-}
-inline std::string firstDifference(const View& got, const View& want) {
-    return firstDifference(got, [&](int x, int y) { return want.at(x, y); });
-}
-
-// An 8-bit picture over palette256() whose pixel (x, y) holds index(x, y) & 255.
-inline HGLOBAL indexed(int width, int height, const std::function<int(int, int)>& index) {
-    return make(width, height, 8, [&](int x, int y) { return Bgra{std::uint8_t(index(x, y)), 0, 0, 0}; }, palette256());
-}
-
-// A 24-bit picture of the colours an 8-bit picture shows through its table.
-inline HGLOBAL trueColour(HGLOBAL indexed) {
-    const View v(indexed);
-    return make(v.width(), v.height(), 24, [&](int x, int y) { return v.at(x, y); });
-}
-
-// `h` with its header changed by `change`, for pictures a filter must refuse.
-inline HGLOBAL withHeader(HGLOBAL h, const std::function<void(BITMAPINFOHEADER&)>& change) {
-    change(*static_cast<BITMAPINFOHEADER*>(plat::globalLock(h)));
-    plat::globalUnlock(h);
-    return h;
-}
-
-
 }  // namespace testpic

@@ -1,79 +1,20 @@
 // Blur effects: Motion Blur, Center Blur and Radial Blur. Each output pixel is
 // the plain average of the source pixel and the samples of an integer walk that
-// starts at it; the effects differ in the walk's direction and length.
-//
-// The walk's choice of axis at each step depends only on its two step counters,
-// never on the position, and it moves one way on each axis; so a walk is a
-// fixed list of offsets from its start, and clamping each step to the picture
-// equals clamping the offset positions. Neighbouring pixels of Center and
-// Radial Blur often walk alike: a walk is laid out once and serves every pixel
-// of the run for which all its decisions stay the same.
-#include <cmath>
+// starts at it (effects/rows/walk.h); the effects differ in the walk's
+// direction and length. Neighbouring pixels of Center and Radial Blur often
+// walk alike: a walk is laid out once and serves every pixel of the run for
+// which all its decisions stay the same.
 #include <cstddef>
 #include <type_traits>
 
 #include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
+#include "effects/rows/walk.h"
 #include "engine/pixel.h"
 
 namespace {
 
 using namespace rowpx;
-
-constexpr int kMaxSteps = 31;
-
-inline int clampTo(int v, int last) { return v < 0 ? 0 : (v > last ? last : v); }
-
-// A walk's direction vector as signs and magnitudes.
-struct Direction {
-    int sx, sy, mx, my;
-};
-inline int sign(int v) { return (v > 0) - (v < 0); }
-inline Direction direction(int vx, int vy) {
-    return Direction{sign(vx), sign(vy), vx < 0 ? -vx : vx, vy < 0 ? -vy : vy};
-}
-
-// A walk of n steps as offsets from its start.
-struct WalkPattern {
-    int n = 0;
-    int dx[kMaxSteps], dy[kMaxSteps];
-    int endDx = 0;  // dx after the last step: the farthest column offset
-};
-
-// Which magnitude grows from one pixel of a run to the next.
-enum class Growth { None, X, Y };
-
-// Lays out the walk of d: each step moves along x when ey < ex (ey adding my,
-// ex adding mx for a step along y), the counters starting at the signs. With
-// a x steps and b y steps taken, ey = sy + a my and ex = sx + b mx. Returns how
-// far the growing magnitude may grow with every decision unchanged: a step
-// along y stays one while b (mx + g) <= ey - ex (growth in mx), a step along x
-// while a (my + g) < ex - ey (growth in my); the other decisions only firm up.
-inline int layOut(Direction d, int n, Growth growth, WalkPattern& p) {
-    int ex = d.sx, ey = d.sy, a = 0, b = 0, dx = 0, dy = 0;
-    int slack = 0, weight = 0;  // tightest slack / weight so far; weight 0: no bound
-    auto bound = [&](int s, int w) {
-        if (weight == 0 || s * weight < slack * w) slack = s, weight = w;
-    };
-    for (int k = 0; k < n; ++k) {
-        if (ey < ex) {
-            if (growth == Growth::Y && a > 0) bound(ex - ey - 1, a);
-            dx += d.sx;
-            ey += d.my;
-            ++a;
-        } else {
-            if (growth == Growth::X && b > 0) bound(ey - ex, b);
-            dy += d.sy;
-            ex += d.mx;
-            ++b;
-        }
-        p.dx[k] = dx;
-        p.dy[k] = dy;
-    }
-    p.n = n;
-    p.endDx = dx;
-    return weight == 0 ? 65535 : slack / weight;  // 65535: more than any run
-}
 
 // Sums of the walk samples per byte for pixels x0 .. x0 + count - 1 of a 24-
 // or 32-bit row whose samples all lie inside (an alpha byte is summed along
@@ -181,12 +122,6 @@ void blurOutward(const Rows& src, int y, int width, int height, int n, Growth gr
 struct VectorPair {
     int first, second;
 };
-
-// Motion Blur's vector for angle P1: t = P1 / 255 of a turn, in double precision.
-inline Direction motionDirection(unsigned p1) {
-    const double t = (double(p1) * 0.00392156862745098) * 6.2831853071958;
-    return direction(static_cast<int>(15.0 * std::sin(t)), static_cast<int>(15.0 * std::cos(t)));
-}
 
 // Motion Blur: one vector for the whole picture, so one walk serves the row.
 template <bool Alpha, class Rows>

@@ -1,20 +1,17 @@
 // Displacement effects: Shake, Frazzle, Reflection and Kaleidoscope. Each output
 // pixel comes from source pixels found at other places of the picture.
-#include <cmath>
 #include <cstdint>
 #include <type_traits>
-#include <vector>
 
 #include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
+#include "effects/rows/walk.h"
 #include "engine/pixel.h"
 
 namespace {
 
 using namespace rowpx;
 
-inline int clampTo(int v, int last) { return v < 0 ? 0 : (v > last ? last : v); }
-inline int sign(int v) { return (v > 0) - (v < 0); }
 
 // ---- Shake ----------------------------------------------------------------
 
@@ -72,33 +69,12 @@ template <bool Alpha, class Source>
 void shakeRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, unsigned outStep) {
     const unsigned width = frame.width, height = frame.height;
     const std::uint8_t* const* rows = frame.rows;
-    const double t = (frame.p1 * 0.00392156862745098) * 6.2831853071958;
-    const int vx = static_cast<int>(15.0 * std::sin(t)), vy = static_cast<int>(15.0 * std::cos(t));
-    const unsigned n = ((unsigned(frame.p2) >> 3) * frame.progress) >> 14;
-
-    // Which axis each step moves along depends only on the direction, so the
-    // walk is laid out once per row. The walker moves monotonically on each
-    // axis, so clamping its running offset equals clamping step by step.
-    WalkStep fixed[32];
-    std::vector<WalkStep> large;
-    WalkStep* steps = fixed;
-    if (n > 32) {
-        large.resize(n);
-        steps = large.data();
-    }
-    const int sx = sign(vx), sy = sign(vy), mx = vx < 0 ? -vx : vx, my = vy < 0 ? -vy : vy;
-    int ex = sx, ey = sy, ox = 0, oy = 0;
-    const int lastRow = int(height) - 1, lastColumn = int(width) - 1;
-    for (unsigned k = 0; k < n; ++k) {
-        if (ey < ex) {
-            ox += sx;
-            ey += my;
-        } else {
-            oy += sy;
-            ex += mx;
-        }
-        steps[k] = WalkStep{ox, rows[clampTo(int(y) + oy, lastRow)]};
-    }
+    const unsigned n = ((unsigned(frame.p2) >> 3) * frame.progress) >> 14;   // the blur walk with Motion Blur's vector
+    WalkPattern walk;
+    layOut(motionDirection(frame.p1), int(n), Growth::None, walk);
+    const int lastRow = int(height) - 1, lastColumn = int(width) - 1, ox = walk.endDx;
+    WalkStep steps[kMaxSteps];
+    for (unsigned k = 0; k < n; ++k) steps[k] = WalkStep{walk.dx[k], rows[clampTo(int(y) + walk.dy[k], lastRow)]};
 
     const std::uint8_t* own = rows[y];
     auto walkPixel = [&](unsigned x) {

@@ -48,33 +48,37 @@ inline unsigned pickPosition(unsigned n) {
     return pick >= n ? n - 1 : pick;
 }
 
-inline void orderPair(unsigned& a, unsigned& b) {
-    const unsigned lo = a < b ? a : b;
+template <class T>
+inline void orderPair(T& a, T& b) {
+    const T lo = a < b ? a : b;
     b = a < b ? b : a;
     a = lo;
 }
 
-// The key at position k of the n keys (n <= 9) in ascending order.
-inline unsigned keyAtPosition(const std::uint32_t* e, unsigned n, unsigned k) {
-    if (n == 9) {
-        // A fixed sorting network: no branches for the full neighbourhood.
-        unsigned k0 = keyOf(e[0]), k1 = keyOf(e[1]), k2 = keyOf(e[2]), k3 = keyOf(e[3]), k4 = keyOf(e[4]),
-                 k5 = keyOf(e[5]), k6 = keyOf(e[6]), k7 = keyOf(e[7]), k8 = keyOf(e[8]);
-        orderPair(k0, k3), orderPair(k1, k7), orderPair(k2, k5), orderPair(k4, k8);
-        orderPair(k0, k7), orderPair(k2, k4), orderPair(k3, k8), orderPair(k5, k6);
-        orderPair(k0, k2), orderPair(k1, k3), orderPair(k4, k5), orderPair(k7, k8);
-        orderPair(k1, k4), orderPair(k3, k6), orderPair(k5, k7);
-        orderPair(k0, k1), orderPair(k2, k4), orderPair(k3, k5), orderPair(k6, k8);
-        orderPair(k2, k3), orderPair(k4, k5), orderPair(k6, k7);
-        orderPair(k1, k2), orderPair(k3, k4), orderPair(k5, k6);
-        const unsigned sorted[9] = {k0, k1, k2, k3, k4, k5, k6, k7, k8};
-        return sorted[k];
-    }
+// The key at sorted position 5 of nine, by a fixed sorting network (no
+// branches; the compiler drops the exchanges that do not reach position 5).
+template <class T>
+inline T sixthSmallest(T k0, T k1, T k2, T k3, T k4, T k5, T k6, T k7, T k8) {
+    orderPair(k0, k3), orderPair(k1, k7), orderPair(k2, k5), orderPair(k4, k8);
+    orderPair(k0, k7), orderPair(k2, k4), orderPair(k3, k8), orderPair(k5, k6);
+    orderPair(k0, k2), orderPair(k1, k3), orderPair(k4, k5), orderPair(k7, k8);
+    orderPair(k1, k4), orderPair(k3, k6), orderPair(k5, k7);
+    orderPair(k0, k1), orderPair(k2, k4), orderPair(k3, k5), orderPair(k6, k8);
+    orderPair(k2, k3), orderPair(k4, k5), orderPair(k6, k7);
+    orderPair(k1, k2), orderPair(k3, k4), orderPair(k5, k6);
+    return k5;
+}
+
+// The key at the pick position of the n keys (n <= 9) in ascending order.
+inline unsigned pickedKey(const std::uint32_t* e, unsigned n) {
+    if (n == 9)
+        return sixthSmallest(keyOf(e[0]), keyOf(e[1]), keyOf(e[2]), keyOf(e[3]), keyOf(e[4]), keyOf(e[5]), keyOf(e[6]),
+                             keyOf(e[7]), keyOf(e[8]));
     unsigned keys[9];
     for (unsigned i = 0; i < n; ++i) keys[i] = keyOf(e[i]);
     for (unsigned i = 1; i < n; ++i)
         for (unsigned j = i; j > 0 && keys[j - 1] > keys[j]; --j) orderPair(keys[j - 1], keys[j]);
-    return keys[k];
+    return keys[pickPosition(n)];
 }
 
 // The entry that the exchange procedure (for i = 1 .. n - 1, for j = 0 .. i - 1:
@@ -84,8 +88,8 @@ inline unsigned keyAtPosition(const std::uint32_t* e, unsigned n, unsigned k) {
 // to the run's end. So the run of the picked key K is built by appending the
 // entries of key K in list order and rotating it once for every later entry
 // with a key below K; the pick is its entry k - (number of keys below K).
-inline std::uint32_t pickAfterExchangeSort(const std::uint32_t* e, unsigned n, unsigned k) {
-    const unsigned picked = keyAtPosition(e, n, k);
+inline std::uint32_t pickAfterExchangeSort(const std::uint32_t* e, unsigned n) {
+    const unsigned k = pickPosition(n), picked = pickedKey(e, n);
     unsigned below = 0, equal = 0;
     std::uint32_t last = 0;
     for (unsigned i = 0; i < n; ++i) {
@@ -126,7 +130,7 @@ inline void frescoPixel(const Rows& src, unsigned x, unsigned y, unsigned width,
         e[n++] = middle.entry[r];
         if (x + 1 < width) e[n++] = right.entry[r];
     }
-    const std::uint32_t chosen = pickAfterExchangeSort(e, n, pickPosition(n));
+    const std::uint32_t chosen = pickAfterExchangeSort(e, n);
     const std::uint8_t* c = src.at(x, y);
     const std::uint32_t qb = chosen & 192u, qg = (chosen >> 8) & 192u, qr = (chosen >> 16) & 192u;
     putPixel(out, c, (qb * shown + c[0] * kept) >> 14, (qg * shown + c[1] * kept) >> 14,
@@ -190,27 +194,6 @@ struct PaletteKeys {
     const std::uint8_t* pixel(const std::uint8_t* row, unsigned x) const { return table + 4u * row[x]; }
     std::uint8_t key(const std::uint8_t* row, unsigned x) const { return keyOfIndex[row[x]]; }
 };
-
-inline void orderBytes(std::uint8_t& a, std::uint8_t& b) {
-    const std::uint8_t lo = a < b ? a : b;
-    b = a < b ? b : a;
-    a = lo;
-}
-
-// The key at sorted position 5 of nine (the full sorting network; the compiler
-// drops the exchanges that do not reach position 5).
-inline std::uint8_t sixthSmallest(std::uint8_t k0, std::uint8_t k1, std::uint8_t k2, std::uint8_t k3,
-                                  std::uint8_t k4, std::uint8_t k5, std::uint8_t k6, std::uint8_t k7,
-                                  std::uint8_t k8) {
-    orderBytes(k0, k3), orderBytes(k1, k7), orderBytes(k2, k5), orderBytes(k4, k8);
-    orderBytes(k0, k7), orderBytes(k2, k4), orderBytes(k3, k8), orderBytes(k5, k6);
-    orderBytes(k0, k2), orderBytes(k1, k3), orderBytes(k4, k5), orderBytes(k7, k8);
-    orderBytes(k1, k4), orderBytes(k3, k6), orderBytes(k5, k7);
-    orderBytes(k0, k1), orderBytes(k2, k4), orderBytes(k3, k5), orderBytes(k6, k8);
-    orderBytes(k2, k3), orderBytes(k4, k5), orderBytes(k6, k7);
-    orderBytes(k1, k2), orderBytes(k3, k4), orderBytes(k5, k6);
-    return k5;
-}
 
 inline std::uint16_t digit(std::uint8_t key, std::uint8_t picked) {
     return static_cast<std::uint16_t>((key == picked) + 2 * (key < picked));
