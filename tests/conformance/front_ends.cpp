@@ -28,9 +28,7 @@ void conformance::checkFrontEnds(const SourceOf&, const Report&) {
 #include "tests/standin_host.h"
 
 #ifdef FLAIRIZE_FREI0R_DIR
-extern "C" {
-#include <frei0r.h>
-}
+#include "tests/frei0r_plugin.h"
 #endif
 
 namespace conformance {
@@ -118,49 +116,23 @@ void checkPlugin(const SourceOf& source, const Report& report) {
 void checkFrei0r(const SourceOf& source, const Report& report) {
     for (unsigned effect = 0; effect < flairize::effectCount(); ++effect) {
         if (!flairize::effectOffered(effect)) continue;
-        const std::string path = std::string(FLAIRIZE_FREI0R_DIR) + "/flairize-" + flairize::effectSlug(effect) + ".so";
-        void* so = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-        auto fn = [&](const char* name) { return so ? dlsym(so, name) : nullptr; };
-        auto init = reinterpret_cast<decltype(&f0r_init)>(fn("f0r_init"));
-        auto info = reinterpret_cast<decltype(&f0r_get_plugin_info)>(fn("f0r_get_plugin_info"));
-        auto paramInfo = reinterpret_cast<decltype(&f0r_get_param_info)>(fn("f0r_get_param_info"));
-        auto construct = reinterpret_cast<decltype(&f0r_construct)>(fn("f0r_construct"));
-        auto destruct = reinterpret_cast<decltype(&f0r_destruct)>(fn("f0r_destruct"));
-        auto set = reinterpret_cast<decltype(&f0r_set_param_value)>(fn("f0r_set_param_value"));
-        auto update = reinterpret_cast<decltype(&f0r_update)>(fn("f0r_update"));
-        if (!init || !info || !paramInfo || !construct || !destruct || !set || !update || !init()) {
-            report("frei0r plug-ins", effect, "(plug-in " + path + " does not load)", "missing");
+        const Frei0rPlugin& p = frei0rPlugin(effect);
+        if (!p.complete()) {
+            report("frei0r plug-ins", effect, "(plug-in " + p.path + " does not load)", "missing");
             continue;
         }
-        f0r_plugin_info_t pi{};
-        info(&pi);
-        std::vector<std::string> names;
-        for (int k = 0; k < pi.num_params; ++k) {
-            f0r_param_info_t p{};
-            paramInfo(&p, k);
-            names.push_back(p.name ? p.name : "");
-        }
-        auto indexOf = [&](const std::string& name) {
-            for (std::size_t k = 0; k < names.size(); ++k)
-                if (names[k] == name) return int(k);
-            return -1;
-        };
         for (const Case& c : casesOf(effect)) {
             if (sourceBits(c.source) != 32) continue;
             const flairize::Settings s = settingsOf(c);
             const unsigned w = unsigned(c.size.width), h = unsigned(c.size.height);
-            f0r_instance_t instance = construct(w, h);
-            for (int k = 0; k < 3; ++k) {
-                double v = (s.sliders[k] > 255 ? 255 : s.sliders[k]) / 255.0;
-                const int at = flairize::sliderLabelId(effect, k) ? indexOf(flairize::sliderLabel(effect, k)) : -1;
-                if (at >= 0) set(instance, &v, at);
-            }
-            double progress = s.progress / 16384.0, mix = c.filterOnly ? 0.0 : 1.0;
-            set(instance, &progress, indexOf("Progress"));
-            if (indexOf("Mix") >= 0) set(instance, &mix, indexOf("Mix"));
-            f0r_param_color_t colour{float(s.colour & 0xFF) / 255.0f, float((s.colour >> 8) & 0xFF) / 255.0f,
-                                     float((s.colour >> 16) & 0xFF) / 255.0f};
-            if (indexOf("Color") >= 0) set(instance, &colour, indexOf("Color"));
+            f0r_instance_t instance = p.construct(w, h);
+            for (int k = 0; k < 3; ++k)
+                if (flairize::sliderLabelId(effect, k))
+                    p.set(instance, flairize::sliderLabel(effect, k), (s.sliders[k] > 255 ? 255 : s.sliders[k]) / 255.0);
+            p.set(instance, "Progress", s.progress / 16384.0);
+            p.set(instance, "Mix", c.filterOnly ? 0.0 : 1.0);
+            p.set(instance, "Color", f0r_param_color_t{float(s.colour & 0xFF) / 255.0f, float((s.colour >> 8) & 0xFF) / 255.0f,
+                                                       float((s.colour >> 16) & 0xFF) / 255.0f});
 
             HGLOBAL src = source(c.source, c.size);
             const auto* dib = static_cast<const std::uint8_t*>(plat::globalLock(src));
@@ -168,8 +140,8 @@ void checkFrei0r(const SourceOf& source, const Report& report) {
             std::vector<std::uint32_t> in(std::size_t(w) * h), out(in.size());
             for (unsigned r = 0; r < h; ++r)
                 std::memcpy(&in[std::size_t(r) * w], dib + 40 + std::size_t(h - 1 - r) * rowBytes, rowBytes);
-            update(instance, 0.0, in.data(), out.data());
-            destruct(instance);
+            p.update(instance, 0.0, in.data(), out.data());
+            p.destruct(instance);
             // The engine's output picture: the source header as the output rule makes it, rows bottom first.
             std::vector<std::uint8_t> picture(40 + rowBytes * h);
             std::memcpy(picture.data(), dib, 40);
