@@ -4,8 +4,9 @@
 
 #ifndef FLAIRIZE_FRONT_ENDS
 
-void conformance::checkFrontEnds(const SourceOf&, const Report&) {
+long conformance::checkFrontEnds(const SourceOf&, const Report&) {
     std::printf("only the engine is built here: no other front end checked\n");
+    return 0;
 }
 
 #else
@@ -14,6 +15,7 @@ void conformance::checkFrontEnds(const SourceOf&, const Report&) {
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -24,6 +26,7 @@ void conformance::checkFrontEnds(const SourceOf&, const Report&) {
 #include "engine/effect_table.h"
 #include "host/exports.h"
 #include "platform/global_memory.h"
+#include "standalone/picture_io.h"
 #include "tests/conformance/sha256.h"
 #include "tests/standin_host.h"
 
@@ -220,14 +223,17 @@ void checkCommand(const SourceOf& source, const Report& report, const std::strin
     }
 }
 
-// Every row through FLAIR.dll under Wine: the Wine test host renders the rows
-// of the effects this file lists and prints "effect row hash" for each.
-void checkWine(const Report& report, const std::string& work) {
+// FLAIR.dll under Wine, in one run of the Wine test host: its checks of the
+// exports, records and (under a virtual display) the editor print "PASS name"
+// or "FAIL name: detail"; SetupFrame for every speed and position goes to a
+// file, compared with the engine's frame timing; and every row of the effects
+// effects.txt lists comes back as "effect row hash".
+long checkWine(const Report& report, const std::string& work) {
     const std::string build = env("FLAIRIZE_WINDOWS_BUILD"), wine = env("FLAIRIZE_WINE");
     if (build.empty() || wine.empty()) {
         std::printf("DLL under Wine: skipped, FLAIRIZE_WINDOWS_BUILD and FLAIRIZE_WINE are not set "
                     "(scripts/test.sh sets them where Wine and mingw-w64 are installed)\n");
-        return;
+        return 0;
     }
     std::ofstream list(work + "/effects.txt");
     for (unsigned effect = 0; effect < flairize::effectCount(); ++effect) {
@@ -236,28 +242,57 @@ void checkWine(const Report& report, const std::string& work) {
              << flairize::sliderDefault(effect, 2) << " " << (e ? e->name : "-") << "\n";
     }
     list.close();
+    std::string error;
+    HGLOBAL sample = pictures::read(std::string(FLAIRIZE_SOURCE_DIR) + "/samples/sample.png", error);
+    pictures::write(work + "/sample.bmp", sample, error);   // the picture the editor previews
+    plat::globalFree(sample);
+    const bool editor = env("FLAIRIZE_WINDOWS_EDITOR") == "1";
     const std::string command = "cd '" + build + "' && WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=' WINEPREFIX='" +
-                                build + "/wineprefix' timeout 1800 " + wine + " wine_host.exe 'Z:" + work +
-                                "' --conformance > '" + work + "/wine-hashes.txt' 2> '" + work + "/wine-stderr.txt'";
+                                build + "/wineprefix' timeout 1800 " +
+                                (editor ? "xvfb-run -a -s '-screen 0 1024x768x24' " : "") + wine + " wine_host.exe 'Z:" +
+                                work + "'" + (editor ? " --editor" : "") + " > '" + work + "/wine-out.txt' 2> '" + work +
+                                "/wine-stderr.txt'";
     const int status = std::system(command.c_str());
-    std::istringstream lines(readAll(work + "/wine-hashes.txt"));
-    long rows = 0;
+    long failures = 0, passed = 0, rows = 0;
+    auto fail = [&](const std::string& what) {
+        std::printf("FAIL DLL under Wine: %s\n", what.c_str());
+        ++failures;
+    };
+    std::istringstream lines(readAll(work + "/wine-out.txt"));
     for (std::string line; std::getline(lines, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();   // Windows line ends
+        if (line.rfind("PASS", 0) == 0) ++passed;
+        if (line.rfind("FAIL", 0) == 0) fail(line.substr(5));
         const std::size_t first = line.find(' '), last = line.rfind(' ');
-        if (first == std::string::npos || last <= first) continue;
+        if (line.empty() || !std::isdigit(static_cast<unsigned char>(line[0])) || last <= first) continue;
         report("DLL under Wine", unsigned(std::atoi(line.c_str())), line.substr(first + 1, last - first - 1),
                line.substr(last + 1));
         ++rows;
     }
-    if (status != 0 || rows == 0)
-        report("DLL under Wine", 0, "(the Wine host ended with status " + std::to_string(status) + ": " +
-                                        readAll(work + "/wine-stderr.txt").substr(0, 300) + ")", "failed");
+    if (status != 0 || rows == 0 || passed < (editor ? 30 : 9))
+        fail("the Wine host ended with status " + std::to_string(status) + " after " + std::to_string(passed) +
+             " checks: " + readAll(work + "/wine-stderr.txt").substr(0, 300));
+    const std::string timing = readAll(work + "/timing.bin");
+    long differences = timing.size() == 252u * 16385u * 4u ? 0 : 1;
+    for (std::size_t i = 0; !differences && i < 252u * 16385u; ++i) {
+        std::uint32_t windows;
+        std::memcpy(&windows, timing.data() + 4 * i, 4);
+        differences += windows != flairize::speedCurve(std::uint32_t(i % 16385), std::int8_t(int(i / 16385) - 124));
+    }
+    if (differences) fail("SetupFrame differs from the engine's frame timing");
+    std::printf("DLL under Wine: %ld host checks passed, SetupFrame compared for every speed -124..127 and "
+                "position 0..16384\n", passed);
+    if (editor) {   // the editor's screenshot, for the README
+        HGLOBAL shot = pictures::read(work + "/editor.bmp", error);
+        if (!shot || !pictures::write(build + "/editor-screenshot.png", shot, error)) fail("no editor screenshot: " + error);
+        plat::globalFree(shot);
+    }
+    return failures;
 }
 
 }  // namespace
 
-void checkFrontEnds(const SourceOf& source, const Report& report) {
+long checkFrontEnds(const SourceOf& source, const Report& report) {
     char pattern[] = "/tmp/flairize-conformance-XXXXXX";
     const std::string work = mkdtemp(pattern);
     checkPlugin(source, report);
@@ -267,8 +302,9 @@ void checkFrontEnds(const SourceOf& source, const Report& report) {
     std::printf("frei0r plug-ins: skipped, frei0r.h was not found when the build was configured\n");
 #endif
     checkCommand(source, report, work);
-    checkWine(report, work);
+    const long failures = checkWine(report, work);
     run({"rm", "-rf", work});
+    return failures;
 }
 
 }  // namespace conformance

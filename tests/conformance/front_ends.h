@@ -19,6 +19,7 @@ using Report = std::function<void(const std::string& frontEnd, unsigned effect, 
 
 // The plug-in's exports, the frei0r plug-ins, `flairize render` and the DLL
 // under Wine, as far as each is built and configured; says what it skipped.
-void checkFrontEnds(const SourceOf& source, const Report& report);
+// Returns how many checks beside the rows failed (the Wine host's own).
+long checkFrontEnds(const SourceOf& source, const Report& report);
 
 }  // namespace conformance

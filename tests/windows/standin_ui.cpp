@@ -100,8 +100,10 @@ LRESULT CALLBACK previewProc(HWND w, UINT message, WPARAM wParam, LPARAM lParam)
     }
 }
 
-// A frame with its caption, as the host draws its group boxes.
+// A frame with its caption, as the host draws its group boxes; its inside is
+// left alone, so the controls it frames show through.
 LRESULT CALLBACK groupBoxProc(HWND w, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message == WM_ERASEBKGND) return 1;
     if (message != WM_PAINT) return DefWindowProcA(w, message, wParam, lParam);
     PAINTSTRUCT ps;
     HDC dc = BeginPaint(w, &ps);
@@ -132,7 +134,6 @@ LRESULT CALLBACK groupBoxProc(HWND w, UINT message, WPARAM wParam, LPARAM lParam
     RegisterClassA(&c);
     c.lpfnWndProc = groupBoxProc;
     c.cbWndExtra = 0;
-    c.hbrBackground = GetSysColorBrush(COLOR_BTNFACE);
     c.lpszClassName = "DLLGroupBox";
     RegisterClassA(&c);
 }

@@ -1,19 +1,17 @@
-// A small host for FLAIR.dll, run under Wine: loads the plug-in, finds every
-// export by ordinal and drives it as the compositing host does.
-//   wine_host.exe WORKDIR [--editor]   every check prints "PASS name" or "FAIL
-//                                      name: detail"; the timing sweep goes to a
-//                                      file the Linux test compares
-//   wine_host.exe WORKDIR --conformance  renders the conformance rows of the
-//                                      effects WORKDIR\effects.txt lists and
-//                                      prints "effect row sha256" for each
+// A small host for FLAIR.dll, run under Wine by the conformance check: loads
+// the plug-in, finds every export by ordinal and drives it as the compositing
+// host does.   wine_host.exe WORKDIR [--editor]
+// Every check prints "PASS name" or "FAIL name: detail"; SetupFrame for every
+// speed and position goes to WORKDIR\timing.bin; every conformance row of the
+// effects WORKDIR\effects.txt lists prints "effect row sha256"; with --editor
+// the editor is driven as a user would and WORKDIR\editor.bmp is its screenshot.
 #include <windows.h>
 
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
-
-#include <map>
 
 #include "engine/settings_record.h"
 #include "tests/conformance/cases.h"
@@ -323,6 +321,22 @@ void screenshot(HWND dialog, const std::string& path) {
     ReleaseDC(nullptr, screen);
 }
 
+// Colour changes along the middle row of a window on screen: many where it shows a picture.
+bool showsPicture(HWND window) {
+    RECT r;
+    GetWindowRect(window, &r);
+    HDC screen = GetDC(nullptr);
+    int changes = 0;
+    COLORREF last = GetPixel(screen, r.left + 2, (r.top + r.bottom) / 2);
+    for (int x = r.left + 3; x < r.right - 2; ++x) {
+        const COLORREF c = GetPixel(screen, x, (r.top + r.bottom) / 2);
+        changes += c != last;
+        last = c;
+    }
+    ReleaseDC(nullptr, screen);
+    return changes > 20;
+}
+
 DWORD WINAPI driveEditor(void* argument) {
     auto* script = static_cast<EditorScript*>(argument);
     SettingsRecord* r = script->record;
@@ -385,6 +399,7 @@ DWORD WINAPI driveEditor(void* argument) {
         check(r->progress == 8192, "position bar moves the host (Cycle at 4096 gives 8192)",
               std::to_string(r->progress));
         screenshot(dialog, g_dir + "\\editor.bmp");
+        check(showsPicture(GetDlgItem(dialog, 201)), "the preview shows the rendered picture");
         PostMessageA(dialog, WM_COMMAND, IDOK, 0);
     } else {
         // Cancel keeps effect and parameters, not direction and colour.
@@ -399,7 +414,6 @@ void runEditor() {
     auto genEdit = as<GenEditFn>(ordinal(10));
     auto initData = as<InitDataFn>(ordinal(2));
     HGLOBAL source = readBmp(g_dir + "\\sample.bmp");
-    if (!source) source = readBmp(g_dir + "\\in24.bmp");
     std::uint32_t size;
     SettingsRecord* r = nullptr;
     initData(0, &size, &r);
@@ -448,15 +462,11 @@ int main(int argc, char** argv) {
     }
     g_dir = argv[1];
     g_plugin = LoadLibraryA("FLAIR.dll");
-    if (argc > 2 && std::strcmp(argv[2], "--conformance") == 0) {
-        if (!g_plugin) return 1;
-        renderConformanceRows();
-        return 0;
-    }
     check(g_plugin != nullptr, "FLAIR.dll loads");
     if (!g_plugin) return 1;
     checkExportsAndRecords();
     writeTiming();
+    renderConformanceRows();
     if (argc > 2 && std::strcmp(argv[2], "--editor") == 0) runEditor();
     std::printf("%d failed\n", g_failures);
     return g_failures ? 1 : 0;
