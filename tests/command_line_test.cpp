@@ -68,18 +68,6 @@ std::string engineRender(const std::string& in, std::uint16_t effect, std::uint3
 
 }  // namespace
 
-TEST(CommandLine, RenderMatchesTheEngineAndIsDeterministic) {
-    for (int bits : {8, 24, 32}) {
-        const std::string in = picture("in" + std::to_string(bits) + ".bmp", 13, 7, bits);
-        const std::string a = dir() + "/a.bmp", b = dir() + "/b.bmp";
-        ASSERT_EQ(command("render " + in + " " + a + " --effect Posterize --p1 77 --progress 9000").status, 0);
-        ASSERT_EQ(command("render " + in + " " + b + " --effect 32 --p1=77 --progress 9000").status, 0);
-        const std::string fileA = slurp(a);
-        EXPECT_EQ(fileA, slurp(b));
-        EXPECT_EQ(fileA.substr(14), engineRender(in, 32, 9000, 77));
-    }
-}
-
 TEST(CommandLine, OptionsAsAUserTypesThem) {
     EXPECT_EQ(cli::findEffect("find-edges"), 6);
     EXPECT_EQ(cli::findEffect("FIND EDGES"), 6);

@@ -3,7 +3,7 @@
 # ffmpeg or melt, and compares every frame byte for byte with `flairize render`
 # of the same input frame and settings.
 #
-#   frei0r_integration.sh ffmpeg|melt FLAIRIZE BGRA_FRAMES PLUGIN_DIR WORK_DIR
+#   frei0r_integration.sh ffmpeg|melt FLAIRIZE PLUGIN_DIR WORK_DIR
 #
 # ffmpeg: three 112x61 frames of testsrc2 with an alpha pattern, as raw bgra so
 #   the frei0r filter converts nothing, through two settings per effect (one with
@@ -17,9 +17,9 @@
 # program is missing (ctest reports a skip).
 set -u
 
-[ $# -eq 5 ] || { echo "usage: $0 ffmpeg|melt FLAIRIZE BGRA_FRAMES PLUGIN_DIR WORK_DIR" >&2; exit 1; }
-host=$1 work=$5
-flairize=$(realpath "$2") frames=$(realpath "$3") plugins=$(realpath "$4")
+[ $# -eq 4 ] || { echo "usage: $0 ffmpeg|melt FLAIRIZE PLUGIN_DIR WORK_DIR" >&2; exit 1; }
+host=$1 work=$4
+flairize=$(realpath "$2") plugins=$(realpath "$3")
 
 skip() { echo "SKIP: $*"; exit 77; }
 die() { echo "FAIL: $*"; exit 1; }
@@ -39,9 +39,14 @@ if readelf -d "$plugins"/flairize-posterize.so 2>/dev/null | grep -q 'libasan'; 
   export ASAN_OPTIONS=detect_leaks=0
 fi
 run_host() { env "$@" >host.log 2>&1 || die "$* failed: $(cat host.log)"; }
-# `flairize render` of BMP $1 into expect.bmp with the options that follow.
-flairize_frame() { env -u LD_PRELOAD "$flairize" render "$1" expect.bmp "${@:2}" 2>flairize.log ||
-  die "flairize render ${*:2} failed: $(cat flairize.log)"; }
+# `flairize render` of picture $1 into expect.raw (raw bgra, by ffmpeg) with the options that follow.
+flairize_frame() {
+  env -u LD_PRELOAD "$flairize" render "$1" expect.png "${@:2}" 2>flairize.log ||
+    die "flairize render ${*:2} failed: $(cat flairize.log)"
+  ffmpeg -hide_banner -v error -i expect.png -pix_fmt bgra -f rawvideo -y expect.raw || die "ffmpeg cannot read expect.png"
+}
+# Frame $2 of raw frames $1 (W x H bgra) equals picture $3 (raw bgra).
+same_frame() { cmp -s <(tail -c +$(( $2 * W * H * 4 + 1 )) "$1" | head -c $(( W * H * 4 ))) "$3"; }
 
 # The offered effects: index, name, shown, flags, slider labels (flairize list --tsv).
 mapfile -t effects < <(env -u LD_PRELOAD "$flairize" list --tsv | awk -F'\t' '$3 == 1')
@@ -61,12 +66,13 @@ steps() { awk -v v="$1" -v top="$2" 'BEGIN { printf "%d\n", int(v * top + 0.5) }
 # Slider values whose nearest step differs from the truncated one (0.5 is 128, not 127).
 slider_values=(0.5 0.3749 0.0627)
 
-# Raw bgra frames $2 of size $1 with an alpha pattern in in.raw, and as in<i>.bmp.
+# Raw bgra frames $2 of size $1 with an alpha pattern in in.raw, and as in<i>.png.
 make_source() {
   ffmpeg -hide_banner -v error -f lavfi \
     -i "testsrc2=size=$1:rate=5,format=gbrap,geq=r='r(X,Y)':g='g(X,Y)':b='b(X,Y)':a='mod(X*7+Y*13,256)',format=bgra" \
     -frames:v "$2" -pix_fmt bgra -f rawvideo -y in.raw || die "ffmpeg could not make the source frames"
-  "$frames" tobmp ${1/x/ } in.raw in || die "cannot write the source frames as BMP"
+  ffmpeg -hide_banner -v error -f rawvideo -pix_fmt bgra -s "$1" -i in.raw -pix_fmt rgba -start_number 0 -y in%d.png ||
+    die "ffmpeg could not write the source frames as PNG"
 }
 
 if [ "$host" = ffmpeg ]; then
@@ -91,8 +97,8 @@ if [ "$host" = ffmpeg ]; then
       run_host ffmpeg -hide_banner -v error -f rawvideo -pix_fmt bgra -s ${W}x${H} -i in.raw \
         -vf "frei0r=filter_name=$plugin:filter_params=$joined" -pix_fmt bgra -f rawvideo -y out.raw
       for ((f = 0; f < N; ++f)); do
-        flairize_frame in$f.bmp "${options[@]}"
-        "$frames" compare $W $H out.raw $f expect.bmp ||
+        flairize_frame in$f.png "${options[@]}"
+        same_frame out.raw $f expect.raw ||
           die "$name: ffmpeg frame $f with frei0r=$plugin:$joined differs from flairize render ${options[*]}"
       done
     done
@@ -100,13 +106,11 @@ if [ "$host" = ffmpeg ]; then
 else
   W=97 H=61 N=10
   make_source ${W}x${H} 1
-  ffmpeg -hide_banner -v error -f rawvideo -pix_fmt bgra -s ${W}x${H} -i in.raw -pix_fmt rgba -y source.png ||
-    die "ffmpeg could not write source.png"
   printf '%s\n' "description=flairize frei0r test" frame_rate_num=25 frame_rate_den=1 width=$W height=$H \
     progressive=1 sample_aspect_num=1 sample_aspect_den=1 display_aspect_num=$W display_aspect_den=$H \
     colorspace=709 >profile
   melt_frames() {   # $1 output, the rest: filter and its properties
-    run_host melt -silent -profile profile avformat:source.png in=0 out=$((N - 1)) "${@:2}" \
+    run_host melt -silent -profile profile avformat:in0.png in=0 out=$((N - 1)) "${@:2}" \
       -consumer avformat:"$1" f=rawvideo pix_fmt=bgra
   }
   for line in "${effects[@]}"; do
@@ -119,12 +123,12 @@ else
     if (( flags & 2 )); then properties+=("Color=#3399ff") options+=(--colour 3399ff); fi
     melt_frames out.raw -filter frei0r.$plugin "${properties[@]}"
     if (( flags & 1 )); then
-      "$frames" compare $W $H out.raw 0 in0.bmp || die "$name: melt's first frame (Progress 0) is not the source"
+      same_frame out.raw 0 in.raw || die "$name: melt's first frame (Progress 0) is not the source"
     fi
     for ((f = 0; f < N; ++f)); do
       progress=$(( (f * 16384 * 2 + N - 1) / (2 * (N - 1)) ))
-      flairize_frame in0.bmp "${options[@]}" --progress $progress
-      "$frames" compare $W $H out.raw $f expect.bmp ||
+      flairize_frame in0.png "${options[@]}" --progress $progress
+      same_frame out.raw $f expect.raw ||
         die "$name: melt frame $f (Progress $f/$((N - 1))) differs from flairize render ${options[*]} --progress $progress"
     done
   done

@@ -269,7 +269,7 @@ long checkWine(const Report& report, const std::string& work) {
                line.substr(last + 1));
         ++rows;
     }
-    if (status != 0 || rows == 0 || passed < (editor ? 30 : 9))
+    if (status != 0 || rows == 0 || passed < (editor ? 26 : 4))
         fail("the Wine host ended with status " + std::to_string(status) + " after " + std::to_string(passed) +
              " checks: " + readAll(work + "/wine-stderr.txt").substr(0, 300));
     const std::string timing = readAll(work + "/timing.bin");
