@@ -2,13 +2,27 @@
 # Installs what Flairize needs from Debian's packages, skipping what is there.
 # Required packages must install; optional ones are reported plainly when they
 # cannot be had, and only the work that needs them is skipped later.
+#   install-deps.sh             what the build, the demo and the tests need
+#   install-deps.sh --aarch64   also the aarch64 cross build and qemu (the test job)
 set -u
+
+aarch64=0
+case "${1:-}" in
+  "") ;;
+  --aarch64) aarch64=1 ;;
+  *) echo "usage: install-deps.sh [--aarch64]" >&2; exit 2 ;;
+esac
 
 required=(build-essential cmake pkg-config libpng-dev libgtest-dev nettle-dev)
 optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
           g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
           python3-pefile xvfb xauth wine wine64 wine32:i386
           frei0r-plugins-dev ffmpeg melt)
+# The aarch64 cross build runs statically linked under qemu; Nettle comes from
+# Debian's arm64 architecture.
+if [ $aarch64 -eq 1 ]; then
+  optional+=(g++-aarch64-linux-gnu qemu-user nettle-dev:arm64)
+fi
 
 installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
 
@@ -25,6 +39,9 @@ export DEBIAN_FRONTEND=noninteractive
 # 32-bit Wine comes from Debian's i386 architecture.
 if ! dpkg --print-foreign-architectures | grep -qx i386; then
   run dpkg --add-architecture i386
+fi
+if [ $aarch64 -eq 1 ] && ! dpkg --print-foreign-architectures | grep -qx arm64; then
+  run dpkg --add-architecture arm64
 fi
 
 echo "install-deps: installing ${missing[*]}"

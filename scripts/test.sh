@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: the native build, the
-# same tests under AddressSanitizer and UndefinedBehaviorSanitizer, and the
-# cross build for 32-bit Windows.
+# same tests under AddressSanitizer and UndefinedBehaviorSanitizer, the cross
+# build for 32-bit Windows, and the engine's conformance check built for aarch64
+# and run under qemu.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -57,6 +58,28 @@ echo "== native build and tests"
 cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build/release -j"$jobs"
 ctest --test-dir build/release --output-on-failure -j"$jobs"
+
+# ---- aarch64 -----------------------------------------------------------------
+# The engine built for 64-bit Arm must render every row of the conformance table
+# bit for bit. The check links statically, so qemu-aarch64 runs it with no Arm
+# loader or sysroot.
+echo "== aarch64 build and conformance under qemu"
+bash scripts/install-deps.sh --aarch64
+aarch64_missing=()
+command -v aarch64-linux-gnu-g++ >/dev/null || aarch64_missing+=(g++-aarch64-linux-gnu)
+command -v qemu-aarch64 >/dev/null || aarch64_missing+=(qemu-user)
+dpkg-query -W -f='${Status}' nettle-dev:arm64 2>/dev/null | grep -q 'install ok installed' || aarch64_missing+=(nettle-dev:arm64)
+if [ ${#aarch64_missing[@]} -eq 0 ]; then
+  cmake -S . -B build/aarch64 --no-warn-unused-cli -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
+    -DCMAKE_BUILD_TYPE=Release -DFLAIRIZE_ENGINE_ONLY=ON >/dev/null
+  cmake --build build/aarch64 -j"$jobs"
+  aarch64_start=$SECONDS
+  qemu-aarch64 build/aarch64/conformance tests/conformance/table
+  echo "aarch64 conformance under qemu: $((SECONDS - aarch64_start)) s"
+else
+  echo "skipped: the aarch64 build and conformance under qemu (${aarch64_missing[*]} could not be installed)"
+fi
+# ---- end aarch64 -------------------------------------------------------------
 
 echo "== tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 cmake -S . -B build/sanitize -DCMAKE_BUILD_TYPE=Debug -DFLAIRIZE_SANITIZE=ON -DFLAIRIZE_BENCH=OFF >/dev/null
