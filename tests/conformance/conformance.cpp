@@ -79,6 +79,22 @@ private:
     std::map<std::pair<int, int>, HGLOBAL> blocks_;
 };
 
+// The frame timing: the progress of every position 0..16384 at every speed
+// -124..127 through every direction, as little-endian 32-bit values, hashed.
+std::string timingHash() {
+    std::vector<std::uint8_t> bytes;
+    bytes.reserve(4u * 252u * 16385u * 4u);
+    for (int speed = -124; speed <= 127; ++speed)
+        for (std::uint32_t position = 0; position <= 16384; ++position) {
+            const std::uint32_t curved = flairize::speedCurve(position, std::int8_t(speed));
+            for (std::uint32_t direction = 0; direction < 4; ++direction) {
+                const std::uint32_t v = flairize::applyDirection(curved, direction);
+                for (int b = 0; b < 4; ++b) bytes.push_back(std::uint8_t(v >> (8 * b)));
+            }
+        }
+    return sha256Hex(bytes.data(), bytes.size());
+}
+
 std::string renderThrough(const EffectTable& table, const Case& c, HGLOBAL source) {
     const flairize::Result r = flairize::renderWith(table, hostops::services(), source, settingsOf(c),
                                                     c.filterOnly ? flairize::Mix::None : flairize::Mix::Always);
@@ -116,8 +132,14 @@ int main(int argc, char** argv) {
             out << "# effect " << effect << ": source size sliders progress colour mode sha256\n";
             for (const Case& c : casesOf(effect))
                 out << key(c) << " " << renderThrough(kEffectTable, c, sources.get(c.source, c.size)) << "\n";
+            if (!out) {
+                std::fprintf(stderr, "conformance: cannot write %s\n", tableFile(dir, effect).c_str());
+                return 1;
+            }
         }
-        std::printf("wrote the table of %u effects\n", effects);
+        std::ofstream(dir + "/timing.txt") << "# the frame timing of every speed, position and direction: sha256\n"
+                                            << timingHash() << "\n";
+        std::printf("wrote the table of %u effects and the frame timing\n", effects);
         return 0;
     }
 
@@ -134,6 +156,12 @@ int main(int argc, char** argv) {
         const bool found = effect < effects && it != expected[effect].end();
         tallies[frontEnd].compare(frontEnd, effect, row, found ? it->second : "(no row)", got);
     };
+    {
+        std::ifstream in(dir + "/timing.txt");
+        std::string line;
+        while (std::getline(in, line) && !line.empty() && line[0] == '#') {}
+        tallies["frame timing"].compare("frame timing", 0, "every speed, position and direction", line, timingHash());
+    }
     const EffectTable& plain = plainEffectTable();
     for (unsigned effect = 0; effect < effects; ++effect) {
         // Effects with a plain form of their own, or running one (Color Pencil runs Charcoal).
