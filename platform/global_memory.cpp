@@ -60,7 +60,7 @@ void localFree(void* memory) {
 // so locking is a plain address computation and never moves memory.
 struct GlobalBlock {
     std::size_t size;
-    std::uint32_t locks;
+    std::atomic<std::uint32_t> locks;   // renders on several threads may lock one source
     alignas(16) unsigned char data[1];
 };
 
@@ -82,7 +82,9 @@ void* globalLock(HGLOBAL block) {
     return block->data;
 }
 void globalUnlock(HGLOBAL block) {
-    if (block && block->locks) --block->locks;
+    if (!block) return;
+    std::uint32_t n = block->locks.load();
+    while (n && !block->locks.compare_exchange_weak(n, n - 1)) {}
 }
 void globalFree(HGLOBAL block) {
     if (!block) return;

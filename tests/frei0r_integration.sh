@@ -50,7 +50,7 @@ same_frame() { cmp -s <(tail -c +$(( $2 * W * H * 4 + 1 )) "$1" | head -c $(( W 
 
 # The offered effects: index, name, shown, flags, slider labels (flairize list --tsv).
 mapfile -t effects < <(env -u LD_PRELOAD "$flairize" list --tsv | awk -F'\t' '$3 == 1')
-[ ${#effects[@]} -eq 30 ] || die "expected 30 offered effects from flairize list, got ${#effects[@]}"
+[ ${#effects[@]} -gt 0 ] || die "flairize list names no offered effect"
 
 # One line of the list into index, name, flags, labels (empty fields kept) and plugin.
 read_effect() {

@@ -239,7 +239,8 @@ long checkWine(const Report& report, const std::string& work) {
     for (unsigned effect = 0; effect < flairize::effectCount(); ++effect) {
         const NamedExport* e = exportFor(effect);
         list << effect << " " << flairize::sliderDefault(effect, 0) << " " << flairize::sliderDefault(effect, 1) << " "
-             << flairize::sliderDefault(effect, 2) << " " << (e ? e->name : "-") << "\n";
+             << flairize::sliderDefault(effect, 2) << " " << (e ? e->name : "-") << " " << flairize::effectOffered(effect)
+             << "\n";
     }
     list.close();
     std::string error;

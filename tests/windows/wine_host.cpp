@@ -22,6 +22,7 @@ namespace {
 
 std::string g_dir;
 int g_failures = 0;
+int g_offered = 0;   // effects the editor lists, counted from effects.txt
 
 void check(bool ok, const char* name, const std::string& detail = "") {
     std::printf("%s %s%s%s\n", ok ? "PASS" : "FAIL", name, ok || detail.empty() ? "" : ": ", ok ? "" : detail.c_str());
@@ -175,9 +176,10 @@ void renderConformanceRows() {
     auto freeData = as<FreeDataFn>(ordinal(4));
     std::map<std::pair<int, int>, HGLOBAL> sources;
     std::FILE* list = std::fopen((g_dir + "\\effects.txt").c_str(), "r");
-    unsigned effect, d[3];
+    unsigned effect, d[3], offered;
     char exportName[64];
-    while (list && std::fscanf(list, "%u %u %u %u %63s", &effect, &d[0], &d[1], &d[2], exportName) == 5) {
+    while (list && std::fscanf(list, "%u %u %u %u %63s %u", &effect, &d[0], &d[1], &d[2], exportName, &offered) == 6) {
+        g_offered += offered;
         const std::uint16_t defaults[3] = {std::uint16_t(d[0]), std::uint16_t(d[1]), std::uint16_t(d[2])};
         const FilterFn filter = std::strcmp(exportName, "-") ? as<FilterFn>(GetProcAddress(g_plugin, exportName)) : nullptr;
         for (const conformance::Case& c : conformance::casesOf(effect)) {
@@ -318,7 +320,7 @@ DWORD WINAPI driveEditor(void* argument) {
     if (script->session == 1) {
         // Opened on index 8 (not listed): "Bricks" with no sliders.
         const int count = int(SendMessageA(list, CB_GETCOUNT, 0, 0));
-        check(count == 30 && itemText(list, 0) == "Bricks" && itemText(list, 29) == "Weave", "effect list",
+        check(count == g_offered && itemText(list, 0) == "Bricks" && itemText(list, count - 1) == "Weave", "effect list",
               std::to_string(count) + " " + itemText(list, 0) + ".." + itemText(list, count - 1));
         check(SendMessageA(list, CB_GETCURSEL, 0, 0) == 0, "unlisted effect opens on Bricks");
         check(!visible(dialog, 205) && !visible(dialog, 206) && !visible(dialog, 207) && !visible(dialog, 202),
@@ -333,7 +335,7 @@ DWORD WINAPI driveEditor(void* argument) {
     } else if (script->session == 2) {
         // Which effects enable the Color button.
         std::string coloured;
-        for (int i = 0; i < 30; ++i) {
+        for (int i = 0; i < int(SendMessageA(list, CB_GETCOUNT, 0, 0)); ++i) {
             choose(dialog, 200, i);
             if (IsWindowEnabled(GetDlgItem(dialog, 212))) coloured += itemText(list, i) + ",";
         }
