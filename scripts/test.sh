@@ -88,3 +88,8 @@ cmake --build build/sanitize -j"$jobs"
 FLAIRIZE_WINE= ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build/sanitize --output-on-failure -j"$jobs"
 
+
+echo "== threaded tests under ThreadSanitizer"
+cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFLAIRIZE_SANITIZE_THREADS=ON -DFLAIRIZE_BENCH=OFF >/dev/null
+cmake --build build/tsan -j"$jobs" --target flairize_tests
+TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build/tsan --output-on-failure -j"$jobs" -R 'Threads|ManyInstances'
