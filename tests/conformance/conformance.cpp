@@ -3,7 +3,7 @@
 // the filter alone. The check runs every row through every front end built
 // and prints how many rows each checked.
 //   conformance --write TABLEDIR   renders every row through the engine and writes the table
-//   conformance TABLEDIR           checks the engine and the effects' plain forms
+//   conformance TABLEDIR           checks the engine and the plain forms
 //   conformance --all TABLEDIR     also the plug-in's exports, the frei0r plug-ins, a sample
 //                                  through `flairize render` and, under Wine, the DLL
 #include <cstdio>
@@ -17,6 +17,7 @@
 
 #include "effects/plain/plain_forms.h"
 #include "engine/effect_table.h"
+#include "platform/colour_ops_plain.h"
 #include "platform/global_memory.h"
 #include "platform/host_ops.h"
 #include "tests/conformance/cases.h"
@@ -95,8 +96,9 @@ std::string timingHash() {
     return sha256Hex(bytes.data(), bytes.size());
 }
 
-std::string renderThrough(const EffectTable& table, const Case& c, HGLOBAL source) {
-    const flairize::Result r = flairize::renderWith(table, hostops::services(), source, settingsOf(c),
+std::string renderThrough(const EffectTable& table, const Case& c, HGLOBAL source,
+                          const flairize::HostServices& host = hostops::services()) {
+    const flairize::Result r = flairize::renderWith(table, host, source, settingsOf(c),
                                                     c.filterOnly ? flairize::Mix::None : flairize::Mix::Always);
     const std::string h = r.status == flairize::Status::Ok ? hashOf(r.picture) : "refused";
     plat::globalFree(r.picture);
@@ -163,20 +165,23 @@ int main(int argc, char** argv) {
         tallies["frame timing"].compare("frame timing", 0, "every speed, position and direction", line, timingHash());
     }
     const EffectTable& plain = plainEffectTable();
+    const flairize::HostServices plainHost = hostops::plainServices();
     for (unsigned effect = 0; effect < effects; ++effect) {
-        // Effects with a plain form of their own, or running one (Color Pencil runs Charcoal).
+        // Effects with a plain form of their own, running one (Color Pencil runs
+        // Charcoal) or using the colour operations (WaterColor, Glass).
         auto differs = [&](unsigned e) {
             return plain.records[e].line1 != kEffectTable.records[e].line1 ||
                    plain.records[e].line2 != kEffectTable.records[e].line2;
         };
         const EffectRecord& record = kEffectTable.records[effect];
-        const bool composite = record.filter == glassFilter || record.filter == colorPencilFilter;
-        const bool hasPlainForm =
-            differs(effect) || (composite && differs(static_cast<const InnerEffect*>(record.data)->effect));
+        const bool colourOps = record.filter == waterColorFilter || record.filter == glassFilter;
+        const bool hasPlainForm = differs(effect) || colourOps ||
+                                  (record.filter == colorPencilFilter &&
+                                   differs(static_cast<const InnerEffect*>(record.data)->effect));
         for (const Case& c : casesOf(effect)) {
             HGLOBAL source = sources.get(c.source, c.size);
             report("engine", effect, key(c), renderThrough(kEffectTable, c, source));
-            if (hasPlainForm) report("plain forms", effect, key(c), renderThrough(plain, c, source));
+            if (hasPlainForm) report("plain forms", effect, key(c), renderThrough(plain, c, source, plainHost));
         }
     }
     long mismatches = all ? checkFrontEnds([&](Source s, Size z) { return sources.get(s, z); }, report) : 0;
