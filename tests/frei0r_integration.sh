@@ -1,20 +1,12 @@
 #!/usr/bin/env bash
-# Renders every offered effect through its frei0r plug-in inside Debian's own
-# ffmpeg or melt, and compares every frame byte for byte with `flairize render`
-# of the same input frame and settings.
-#
+# Renders every offered effect through its frei0r plug-in inside Debian's ffmpeg
+# or melt and compares every frame byte for byte with `flairize render`.
 #   frei0r_integration.sh ffmpeg|melt FLAIRIZE PLUGIN_DIR WORK_DIR
-#
-# ffmpeg: three 112x61 frames of testsrc2 with an alpha pattern, as raw bgra so
-#   the frei0r filter converts nothing, through two settings per effect (one with
-#   Mix off). ffmpeg 5.1 (Debian 12) pads frame rows to 64 bytes, so the width is
-#   a multiple of 16 pixels; the height is odd.
-# melt: a 97x61 picture with alpha for ten frames, "Progress" keyframed from 0 to
-#   1; frame i must equal the render at progress round(i * 16384 / 9): the first
-#   is the source (for effects that fade in), the last the full effect.
-#
-# Exit status: 0 all equal, 1 a difference or a failure, 77 when the host
-# program is missing (ctest reports a skip).
+# ffmpeg: three 112x61 bgra frames with alpha, two settings per effect (one with
+#   Mix off); ffmpeg 5.1 pads rows to 64 bytes, so the width is a multiple of 16.
+# melt: a 97x61 picture for ten frames, Progress keyframed 0 to 1; frame i must
+#   equal the render at progress round(i * 16384 / 9).
+# Exit status: 0 all equal, 1 a difference or failure, 77 the host is missing (a skip).
 set -u
 
 [ $# -eq 4 ] || { echo "usage: $0 ffmpeg|melt FLAIRIZE PLUGIN_DIR WORK_DIR" >&2; exit 1; }

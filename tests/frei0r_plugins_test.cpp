@@ -15,13 +15,12 @@ TEST(Frei0rPlugins, NotBuilt) {
 
 #include <atomic>
 #include <cmath>
+#include <cstring>
 #include <thread>
 #include <tuple>
 
 #include "tests/frei0r_plugin.h"
-#include "tests/picture_support.h"
 
-using namespace testpic;
 
 namespace {
 
@@ -49,62 +48,41 @@ Frame patternFrame(unsigned w, unsigned h, unsigned seed) {
     return f;
 }
 
-// The engine's render of the same pixels as a 32-bit picture, read back top row first.
-Frame engineRender(const Frame& in, unsigned w, unsigned h, const flairize::Settings& settings, bool filterOnly) {
-    Owned source(make(int(w), int(h), 32, [&](int x, int y) {
-        const std::uint8_t* p = &in[(std::size_t(h - 1 - unsigned(y)) * w + unsigned(x)) * 4];
-        return Bgra{p[0], p[1], p[2], p[3]};
-    }));
-    Owned result(flairize::render(hostops::services(), source, settings,
-                                  filterOnly ? flairize::Mix::None : flairize::Mix::Always).picture);
-    Frame out(in.size());
-    for (unsigned r = 0; result.h && r < h; ++r)
-        std::memcpy(&out[std::size_t(r) * w * 4], View(result).row(int(h - 1 - r)), std::size_t(w) * 4);
-    return out;
-}
-
 Frame pluginRender(const Frei0rPlugin& p, f0r_instance_t instance, const Frame& in) {
     Frame out(in.size());
     p.update(instance, 0.0, reinterpret_cast<const std::uint32_t*>(in.data()), reinterpret_cast<std::uint32_t*>(out.data()));
     return out;
 }
 
-// Parameter values as a host sets them, and the steps they stand for.
+// Parameter values as a host may set them, and exact steps (k / 255 for a
+// slider, k / 16384 for the progress) that must render the same: values round
+// to the nearest step and clamp into range. (The conformance check ties exact
+// steps to the engine's render.)
 struct Setting {
     const char* what;
-    double slider[3];
-    std::uint16_t sliderSteps[3];   // 0..255
-    double progress;
-    std::uint32_t progressSteps;    // 0..16384
+    double slider[3], progress;
     f0r_param_color_t colour;
-    std::uint32_t colourRef;        // red in the lowest byte
     bool mix;
+    double exactSlider[3], exactProgress;
+    f0r_param_color_t exactColour;
 };
 const Setting kSettings[] = {
-    {"halves round up", {0.5, 0.3749, 0.0627}, {128, 96, 16}, 0.5, 8192, {0.2f, 0.6f, 1.0f}, 0xFF9933, true},
-    {"mix off", {100 / 255.0, 0.999, 0.002}, {100, 255, 1}, 0.1, 1638, {1.0f, 0.5f, 0.0f}, 0x0080FF, false},
-    {"out of range clamps", {-0.5, 1.5, std::nan("")}, {0, 255, 0}, 1.7, 16384, {-1.0f, 2.0f, 0.5f}, 0x80FF00, true},
-    {"progress rounds to nearest", {0.2, 0.8, 0.6}, {51, 204, 153}, 0.99996, 16383, {0, 0, 0}, 0, true},
-    {"progress zero", {0.75, 0.25, 0.1}, {191, 64, 26}, 0.0, 0, {0.1f, 0.9f, 0.3f}, 0x4DE51A, true},
+    {"halves round up", {0.5, 0.3749, 0.0627}, 0.5, {0.2f, 0.6f, 1.0f}, true,
+     {128 / 255.0, 96 / 255.0, 16 / 255.0}, 0.5, {0.2f, 0.6f, 1.0f}},
+    {"mix off", {100 / 255.0, 0.999, 0.002}, 0.1, {1.0f, 0.5f, 0.0f}, false,
+     {100 / 255.0, 1.0, 1 / 255.0}, 1638 / 16384.0, {1.0f, 128 / 255.0f, 0.0f}},
+    {"out of range clamps", {-0.5, 1.5, std::nan("")}, 1.7, {-1.0f, 2.0f, 0.5f}, true,
+     {0.0, 1.0, 0.0}, 1.0, {0.0f, 1.0f, 0.5f}},
+    {"progress rounds to nearest", {0.2, 0.8, 0.6}, 0.99996, {0, 0, 0}, true,
+     {51 / 255.0, 204 / 255.0, 153 / 255.0}, 16383 / 16384.0, {0, 0, 0}},
 };
 
-void apply(const Frei0rPlugin& p, f0r_instance_t instance, unsigned e, const Setting& s) {
+void apply(const Frei0rPlugin& p, f0r_instance_t instance, unsigned e, const Setting& s, bool exact = false) {
     for (int k = 0; k < 3; ++k)
-        if (flairize::sliderLabelId(e, k)) p.set(instance, flairize::sliderLabel(e, k), s.slider[k]);
-    p.set(instance, "Progress", s.progress);
-    p.set(instance, "Color", s.colour);
+        if (flairize::sliderLabelId(e, k)) p.set(instance, flairize::sliderLabel(e, k), exact ? s.exactSlider[k] : s.slider[k]);
+    p.set(instance, "Progress", exact ? s.exactProgress : s.progress);
+    p.set(instance, "Color", exact ? s.exactColour : s.colour);
     p.set(instance, "Mix", s.mix ? 1.0 : 0.0);
-}
-
-// The settings `flairize render` would render with: hidden sliders keep the effect's defaults.
-flairize::Settings settingsFor(unsigned e, const Setting& s) {
-    flairize::Settings r;
-    r.effect = std::uint16_t(e);
-    r.progress = s.progressSteps;
-    for (int k = 0; k < 3; ++k)
-        r.sliders[k] = flairize::sliderLabelId(e, k) ? s.sliderSteps[k] : flairize::sliderDefault(e, k);
-    r.colour = flairize::effectUsesColour(e) ? s.colourRef : 0;
-    return r;
 }
 
 class Frei0rEffect : public testing::TestWithParam<unsigned> {};
@@ -148,21 +126,21 @@ TEST_P(Frei0rEffect, InfoAndParameters) {
         EXPECT_EQ(dlsym(p.handle, hidden), nullptr) << hidden;
 }
 
-// Every setting, through f0r_update, in place and through f0r_update2, on
-// sizes beside those of the conformance table, equals the engine's render.
-TEST_P(Frei0rEffect, ParameterStepsAndFramesMatchTheEngine) {
+// Every setting renders as its exact steps do, through f0r_update, in place
+// and through f0r_update2, also on the widest frame.
+TEST_P(Frei0rEffect, ParameterStepsAndFrameForms) {
     const unsigned e = GetParam();
     const Frei0rPlugin& p = frei0rPlugin(e);
     ASSERT_TRUE(p.complete()) << p.path;
     for (auto size : {std::pair<unsigned, unsigned>{97, 61}, {65535, 1}}) {
         const unsigned w = size.first, h = size.second;
-        f0r_instance_t instance = p.construct(w, h);
+        f0r_instance_t instance = p.construct(w, h), exact = p.construct(w, h);
         unsigned seed = 0;
         for (const Setting& s : kSettings) {
             SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h) + ", " + s.what);
             apply(p, instance, e, s);
-            const Frame in = patternFrame(w, h, seed++);
-            const Frame expected = engineRender(in, w, h, settingsFor(e, s), flairize::effectFadesIn(e) && !s.mix);
+            apply(p, exact, e, s, true);
+            const Frame in = patternFrame(w, h, seed++), expected = pluginRender(p, exact, in);
             EXPECT_TRUE(pluginRender(p, instance, in) == expected);
             Frame inPlace = in, second(in.size());
             p.update(instance, 1.0, reinterpret_cast<const std::uint32_t*>(inPlace.data()),
@@ -173,6 +151,7 @@ TEST_P(Frei0rEffect, ParameterStepsAndFramesMatchTheEngine) {
             EXPECT_TRUE(second == expected) << "f0r_update2";
         }
         p.destruct(instance);
+        p.destruct(exact);
     }
 }
 

