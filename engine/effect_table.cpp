@@ -63,7 +63,7 @@ constexpr EffectRecord kRecords[] = {
     rowEffect(20, M, kIndependent, MotionBlurLine1, MotionBlurLine2, nullptr, nullptr, {kLabelAngle, 0, 0, 0}),
     rowEffect(21, M, kIndependent, CenterBlurLine1, CenterBlurLine2, nullptr, nullptr, {kLabelAmount, 0, 128, 0}),
     rowEffect(22, M, kIndependent, RadialBlurLine1, RadialBlurLine2),                            // Radial Blur
-    rowEffect(23, 0, kSerial, FrazzleLine1, FrazzleLine2),                                       // Frazzle
+    rowEffect(23, 0, kIndependent, FrazzleLine1, FrazzleLine2),                                       // Frazzle
     imageEffect(24, M, textureFilter, &kSteelPlateTexture),            // Steel Plate
     imageEffect(25, M, textureFilter, &kWeaveTexture),                 // Weave
     imageEffect(26, M, glassFilter, &kGlassFrazzle),                   // Glass

@@ -44,7 +44,7 @@ struct Carry {
     HGLOBAL lineBlock[2];              // the edge effects' two line buffers
     std::uint8_t* line[2];
     std::int32_t waveOffset;           // Reflection
-    plat::Random random;               // Frazzle, Reflection
+    plat::Random random;               // Reflection
 };
 // Prepares the frame and the carry before the first row; false when its memory cannot be had.
 using InitFunction = bool (*)(Frame& frame, Carry& carry);

@@ -1,5 +1,7 @@
-// The row driver: runs a row effect over a picture, one output row at a time
-// from the bottom up, between the effect's optional init and done functions.
+// The row driver: runs a row effect over a picture, one output row at a time,
+// between the effect's optional init and done functions. Rows that depend on
+// the rows below them run from the bottom up; independent rows run in bands on
+// the host's threads where it offers them, each band writing only its own rows.
 #include "engine/dib.h"
 #include "engine/effect_table.h"
 #include "platform/global_memory.h"
@@ -33,12 +35,25 @@ flairize::Result rowDriver(const FilterCall& call) {
     for (std::uint32_t i = 0; i < in.height; ++i) rows[i] = src.row(i);
     frame.rows = rows;
 
-    const RowFunction line = in.bytesPerPixel == 1 ? effect.line1 : effect.line2;
-    std::uint8_t* outRow = out.pixels();
-    for (std::uint16_t y = 0; y < in.height; ++y, outRow += out.stride()) {
-        if (call.host.rowTick) call.host.rowTick(call.host.user);
-        line(frame, carry, y, outRow);
-    }
+    struct Band {
+        const FilterCall& call;
+        RowFunction line;
+        const Frame& frame;
+        Carry& carry;
+        std::uint8_t* pixels;
+        std::uint32_t stride;
+    } band{call, in.bytesPerPixel == 1 ? effect.line1 : effect.line2, frame, carry, out.pixels(), out.stride()};
+    auto runRows = [](void* context, unsigned begin, unsigned end) {
+        const Band& b = *static_cast<const Band*>(context);
+        for (unsigned y = begin; y < end; ++y) {
+            if (b.call.host.rowTick) b.call.host.rowTick(b.call.host.user);
+            b.line(b.frame, b.carry, static_cast<std::uint16_t>(y), b.pixels + std::size_t(y) * b.stride);
+        }
+    };
+    if (effect.independentRows && call.host.parallel)
+        call.host.parallel(call.host.user, in.height, runRows, &band);
+    else
+        runRows(&band, 0, in.height);
     if (effect.done) effect.done(carry);
     plat::globalUnlock(tableBlock);
     plat::globalFree(tableBlock);

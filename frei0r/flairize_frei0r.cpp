@@ -10,6 +10,8 @@
 //   "Color" for effects that paint with a colour (each component 0..1 for 0..255);
 //   "Mix" for effects that fade in: on blends the result with the source by the
 //     progress (the host's render call), off gives the filter's own result.
+// A frame renders on all cores unless FLAIRIZE_THREADS caps them (a host such
+// as MLT may already render several frames at once).
 // Frames are 32-bit pictures (bytes blue, green, red, alpha) with the top row
 // first; the engine's pictures keep the bottom row first, so rows are copied in
 // and out in reverse order, once each.
@@ -20,6 +22,7 @@ extern "C" {
 #include <dlfcn.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -30,10 +33,20 @@ extern "C" {
 #include "engine/flairize.h"
 #include "platform/global_memory.h"
 #include "platform/host_ops.h"
+#include "platform/threads.h"
 #include "platform/strings.h"
 #include "resources/string_ids.h"
 
 namespace {
+
+// FLAIRIZE_THREADS=N caps the threads of a render; unset or not a number: all cores.
+unsigned threadsAllowed() {
+    const char* v = std::getenv("FLAIRIZE_THREADS");
+    char* end = nullptr;
+    const unsigned long n = v ? std::strtoul(v, &end, 10) : 0;
+    return v && *v && !*end && n >= 1 && n <= 1024 ? unsigned(n) : 0;
+}
+
 
 enum class ParamKind { Slider, Progress, Colour, Mix };
 
@@ -166,7 +179,8 @@ struct Instance {
         plat::globalUnlock(source);
 
         const bool fades = flairize::effectFadesIn(description().effect);
-        const flairize::Result r = flairize::render(hostops::services(), source, settings(),
+        static const flairize::HostServices host = hostops::threadedServices(threadsAllowed());
+        const flairize::Result r = flairize::render(host, source, settings(),
                                                     fades && mix < 0.5 ? flairize::Mix::None : flairize::Mix::Always);
         HGLOBAL result = r.picture;
         // A failed render passes the frame through, with the engine's message.

@@ -23,6 +23,11 @@ struct HostServices {
     HGLOBAL (*smooth)(void* user, HGLOBAL picture) = nullptr;
     HGLOBAL (*simplify)(void* user, HGLOBAL picture) = nullptr;
     HGLOBAL (*soften)(void* user, HGLOBAL picture) = nullptr;
+    // Runs body(context, begin, end) over bands that cover rows 0 .. count - 1
+    // once each, possibly on several threads at once (rowTick may then be
+    // called from them too). Null: the engine runs the rows in order itself.
+    void (*parallel)(void* user, unsigned count, void (*body)(void* context, unsigned begin, unsigned end),
+                     void* context) = nullptr;
 };
 
 }  // namespace flairize

@@ -1,5 +1,6 @@
 #include "standalone/cli.h"
 
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -17,6 +18,7 @@
 #include "platform/global_memory.h"
 #include "platform/host_ops.h"
 #include "platform/strings.h"
+#include "platform/threads.h"
 #include "resources/string_ids.h"
 #include "standalone/picture_io.h"
 
@@ -27,9 +29,9 @@ const char* const kUsage =
     "usage: flairize <command> [options]\n"
     "\n"
     "commands:\n"
-    "  render IN OUT [effect options] [--progress N] [--filter-only]\n"
+    "  render IN OUT [effect options] [--progress N] [--filter-only] [--threads N]\n"
     "                       render one frame (BMP or PNG in and out)\n"
-    "  sequence IN OUTPATTERN --frames N [--direction D] [--speed S] [effect options]\n"
+    "  sequence IN OUTPATTERN --frames N [--direction D] [--speed S] [--threads N] [effect options]\n"
     "                       render N frames across the effect's stretch, e.g. out/frame%04d.png\n"
     "  timing --frames N [--speed S] [--direction D]\n"
     "                       print \"frame position progress\" for N frames\n"
@@ -43,7 +45,8 @@ const char* const kUsage =
     "  --colour RRGGBB      effect colour, hex, red first (default 000000)\n"
     "  --settings FILE.flr  take effect, sliders, colour and direction from a settings block\n"
     "\n"
-    "directions: Backward, Cycle, Forward, \"Reverse Cycle\"\n";
+    "directions: Backward, Cycle, Forward, \"Reverse Cycle\"\n"
+    "--threads N: threads a render uses (default: all cores; 1: one thread); the pictures are the same\n";
 
 struct UsageError {
     std::string message;
@@ -101,6 +104,7 @@ struct Options {
     long direction = -1;
     long frames = -1;
     long speed = 0;
+    long threads = 0;   // all cores
     std::string settings;
     bool filterOnly = false;
     bool tsv = false;
@@ -156,6 +160,8 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             o.speed = parseNumber(arg, v, -128, 127);
         } else if (arg == "--settings") {
             o.settings = value;
+        } else if (arg == "--threads") {
+            o.threads = parseNumber(arg, v, 1, 1024);
         }
     }
     return o;
@@ -241,18 +247,25 @@ struct ProgressBar {
     }
 };
 
+// Rows may finish on several threads at once; one of them draws at a time.
 struct RowProgress {
     const ProgressBar* bar;
-    long rows = 0, total = 1;
+    long total = 1;
     std::string label;
+    std::atomic<long> rows{0};
+    std::atomic_flag drawing = ATOMIC_FLAG_INIT;
 };
 void onRowTick(void* user) {
     auto* p = static_cast<RowProgress*>(user);
-    if (++p->rows % 64 == 0) p->bar->show(double(p->rows % p->total) / double(p->total), p->label);
+    const long done = ++p->rows;
+    if (done % 64 == 0 && !p->drawing.test_and_set()) {
+        p->bar->show(double(done % p->total) / double(p->total), p->label);
+        p->drawing.clear();
+    }
 }
 
 int cmdRender(int argc, char** argv) {
-    Options o = parse(argc, argv, with(kEffectOptions, {"--progress", "--filter-only"}));
+    Options o = parse(argc, argv, with(kEffectOptions, {"--progress", "--filter-only", "--threads"}));
     if (o.positional.size() != 2) usage("render needs IN and OUT");
     SettingsRecord record = buildRecord(o);
     record.progress = std::uint32_t(o.progress);
@@ -265,9 +278,10 @@ int cmdRender(int argc, char** argv) {
     BITMAPINFOHEADER h;
     std::memcpy(&h, plat::globalLock(source.h), sizeof h);
     plat::globalUnlock(source.h);
-    RowProgress rows{&bar, 0, h.biHeight > 0 ? h.biHeight : 1, "rendering"};
+    RowProgress rows{&bar, h.biHeight > 0 ? h.biHeight : 1, "rendering"};
     bar.enabled = bar.enabled && std::int64_t(h.biWidth) * h.biHeight >= 4000000;
-    const flairize::HostServices host = hostops::services(bar.enabled ? onRowTick : nullptr, &rows);
+    const flairize::HostServices host =
+        hostops::threadedServices(unsigned(o.threads), bar.enabled ? onRowTick : nullptr, &rows);
     const flairize::Result r = flairize::render(host, source.h, flairize::settingsOf(record),
                                                 o.filterOnly ? flairize::Mix::None : flairize::Mix::Always);
     bar.done();
@@ -307,7 +321,7 @@ std::string frameName(const std::string& pattern, long i) {
 }
 
 int cmdSequence(int argc, char** argv) {
-    Options o = parse(argc, argv, with(kEffectOptions, {"--frames", "--direction", "--speed"}));
+    Options o = parse(argc, argv, with(kEffectOptions, {"--frames", "--direction", "--speed", "--threads"}));
     if (o.positional.size() != 2) usage("sequence needs IN and OUTPATTERN");
     if (o.frames < 1) usage("sequence needs --frames N");
     const std::string pattern = o.positional[1];
@@ -316,7 +330,7 @@ int cmdSequence(int argc, char** argv) {
     SettingsRecord record = buildRecord(o);
     Picture source;
     readInput(o.positional[0], source);
-    const flairize::HostServices host = hostops::services();
+    const flairize::HostServices host = hostops::threadedServices(unsigned(o.threads));
     ProgressBar bar;
     for (long i = 0; i < o.frames; ++i) {
         record.progress = flairize::frameProgress(flairize::sequencePosition(std::uint64_t(i), std::uint64_t(o.frames)),

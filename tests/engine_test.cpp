@@ -5,6 +5,7 @@
 
 #include <thread>
 
+#include "platform/threads.h"
 #include "tests/picture_support.h"
 
 using namespace testpic;
@@ -81,21 +82,30 @@ TEST(Engine, EveryAllocationFailureEndsCleanly) {
     }
 }
 
-// Renders keep all their state to themselves: every effect rendered on four
-// threads at once gives what it gives alone.
+// Renders keep all their state to themselves, and slice threads change no
+// byte: every effect rendered on four threads at once, each render split in
+// bands over three more, gives what it gives alone on one thread.
 TEST(Engine, RendersOnSeveralThreadsMatchOneThread) {
     const Owned sources[3] = {make(41, 23, 8, pattern, palette256()), make(41, 23, 24, pattern), make(41, 23, 32, pattern)};
     std::vector<std::vector<std::uint8_t>> alone;
     for (unsigned effect = 0; effect < flairize::effectCount(); ++effect)
         for (const Owned& s : sources) alone.push_back(bytesOf(render(effect, s, 12000)));
+    const flairize::HostServices sliced = hostops::threadedServices(3);
     std::vector<std::thread> threads;
     std::vector<int> differences(4, 0);
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&, t] {
             for (int round = 0; round < 3; ++round)
                 for (unsigned effect = 0; effect < flairize::effectCount(); ++effect)
-                    for (std::size_t k = 0; k < 3; ++k)
-                        differences[std::size_t(t)] += bytesOf(render(effect, sources[k], 12000)) != alone[effect * 3 + k];
+                    for (std::size_t k = 0; k < 3; ++k) {
+                        flairize::Settings s;
+                        s.effect = std::uint16_t(effect);
+                        for (int j = 0; j < 3; ++j) s.sliders[j] = flairize::sliderDefault(effect, j);
+                        s.progress = 12000;
+                        const flairize::HostServices& host = (t + round) % 2 ? sliced : hostops::services();
+                        differences[std::size_t(t)] +=
+                            bytesOf(flairize::render(host, sources[k], s, flairize::Mix::Always)) != alone[effect * 3 + k];
+                    }
         });
     for (std::thread& t : threads) t.join();
     EXPECT_EQ(differences, std::vector<int>(4, 0));

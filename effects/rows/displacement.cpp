@@ -109,12 +109,16 @@ template <bool Alpha, class Source>
 void frazzleRow(const Frame& frame, Carry& carry, unsigned y, std::uint8_t* out, Source src, unsigned outStep) {
     const unsigned width = frame.width, height = frame.height;
     const std::uint8_t* const* rows = frame.rows;
-    if (y == 0) carry.random.srand(0);
+    (void)carry;
     if (width == 0 || height == 0) return;
     const std::int64_t p = frame.progress;
     const int halfWidth = int(width >> 1), halfHeight = int(height >> 1);
     const int lastColumn = int(width) - 1, lastRow = int(height) - 1;
-    plat::Random& random = carry.random;
+    // The generator restarts at row 0 and draws twice per pixel, so row y
+    // starts where 2 x width x y draws have left it.
+    plat::Random random;
+    random.srand(0);
+    random.skip(2u * std::uint64_t(width) * y);
     const std::uint8_t* own = rows[y];
     for (unsigned x = 0; x < width; ++x, out += outStep) {
         const int r1 = random.rand();

@@ -20,6 +20,9 @@
 #include "platform/colour_ops_plain.h"
 #include "platform/global_memory.h"
 #include "platform/host_ops.h"
+#ifdef FLAIRIZE_FRONT_ENDS
+#include "platform/threads.h"
+#endif
 #include "tests/conformance/cases.h"
 #include "tests/conformance/sha256.h"
 
@@ -119,10 +122,24 @@ struct Tally {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // --threads N,N,...: the engine's rows also through slice threads of each count.
+    std::vector<unsigned> threadCounts;
+    if (argc >= 3 && std::strcmp(argv[1], "--threads") == 0) {
+        for (char* p = argv[2];;) {
+            threadCounts.push_back(unsigned(std::strtoul(p, &p, 10)));
+            if (*p++ != ',') break;
+        }
+#ifndef FLAIRIZE_FRONT_ENDS
+        std::fprintf(stderr, "conformance: --threads needs the slice threads, which only the full build has\n");
+        return 2;
+#endif
+        argc -= 2;
+        argv += 2;
+    }
     const bool write = argc == 3 && std::strcmp(argv[1], "--write") == 0;
     const bool all = argc == 3 && std::strcmp(argv[1], "--all") == 0;
     if (argc != 2 && !write && !all) {
-        std::fprintf(stderr, "usage: conformance [--write | --all] TABLEDIR\n");
+        std::fprintf(stderr, "usage: conformance [--threads N,...] [--write | --all] TABLEDIR\n");
         return 2;
     }
     const std::string dir = argv[argc - 1];
@@ -166,6 +183,10 @@ int main(int argc, char** argv) {
     }
     const EffectTable& plain = plainEffectTable();
     const flairize::HostServices plainHost = hostops::plainServices();
+    std::vector<std::pair<unsigned, flairize::HostServices>> threaded;
+#ifdef FLAIRIZE_FRONT_ENDS
+    for (unsigned n : threadCounts) threaded.emplace_back(n, hostops::threadedServices(n));
+#endif
     for (unsigned effect = 0; effect < effects; ++effect) {
         // Effects with a plain form of their own, running one (Color Pencil runs
         // Charcoal) or using the colour operations (WaterColor, Glass).
@@ -181,6 +202,9 @@ int main(int argc, char** argv) {
         for (const Case& c : casesOf(effect)) {
             HGLOBAL source = sources.get(c.source, c.size);
             report("engine", effect, key(c), renderThrough(kEffectTable, c, source));
+            for (const auto& t : threaded)
+                report("engine, " + std::to_string(t.first) + " threads", effect, key(c),
+                       renderThrough(kEffectTable, c, source, t.second));
             if (hasPlainForm) report("plain forms", effect, key(c), renderThrough(plain, c, source, plainHost));
         }
     }

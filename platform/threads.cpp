@@ -1,0 +1,71 @@
+#include "platform/threads.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/global_control.h>
+#include <tbb/info.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <tuple>
+
+#include "platform/host_ops.h"
+
+namespace hostops {
+
+unsigned availableThreads() {
+    const int n = tbb::info::default_concurrency();
+    return n > 0 ? unsigned(n) : 1;
+}
+
+namespace {
+
+// One arena per thread count, made on first use and kept for the process.
+struct Arena {
+    tbb::task_arena arena;
+    unsigned threads;
+    void (*rowTick)(void*);
+    void* user;
+};
+
+// oneTBB keeps to as many threads as cores unless told otherwise; a render may ask for more.
+Arena* arenaFor(unsigned threads, void (*rowTick)(void*), void* user) {
+    static std::mutex lock;
+    static std::map<std::tuple<unsigned, void (*)(void*), void*>, std::unique_ptr<Arena>> arenas;
+    static std::unique_ptr<tbb::global_control> limit;
+    static unsigned limitThreads = 0;
+    std::lock_guard<std::mutex> hold(lock);
+    if (threads > availableThreads() && threads > limitThreads) {
+        limit = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism, threads);
+        limitThreads = threads;
+    }
+    auto& a = arenas[{threads, rowTick, user}];
+    if (!a) a.reset(new Arena{tbb::task_arena(int(threads)), threads, rowTick, user});
+    return a.get();
+}
+
+}  // namespace
+
+flairize::HostServices threadedServices(unsigned threads, void (*rowTick)(void* user), void* user) {
+    if (threads == 0) threads = availableThreads();
+    if (threads == 1) return services(rowTick, user);
+    flairize::HostServices s = services(rowTick, user);
+    s.user = arenaFor(threads, rowTick, user);
+    if (rowTick) s.rowTick = [](void* arena) { static_cast<Arena*>(arena)->rowTick(static_cast<Arena*>(arena)->user); };
+    // Bands of about a quarter of a thread's share, so that threads that finish
+    // early take more.
+    s.parallel = [](void* arena, unsigned count, void (*body)(void*, unsigned, unsigned), void* context) {
+        Arena& a = *static_cast<Arena*>(arena);
+        const unsigned grain = count / (4 * a.threads) + 1;
+        a.arena.execute([&] {
+            tbb::parallel_for(tbb::blocked_range<unsigned>(0, count, grain),
+                              [&](const tbb::blocked_range<unsigned>& r) { body(context, r.begin(), r.end()); },
+                              tbb::simple_partitioner());
+        });
+    };
+    return s;
+}
+
+}  // namespace hostops
