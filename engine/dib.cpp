@@ -75,6 +75,8 @@ Source::Source(HGLOBAL handle, const flairize::HostServices* host) : handle_(han
     block_ = static_cast<const std::uint8_t*>(plat::globalLock(handle_));
     if (!block_ || !inspect(block_, plat::globalSize(handle_), host, layout_)) return;
     table_ = block_ + layout_.headerSize;
+    pixels_ = table_ + layout_.colourTableSize;
+    step_ = std::ptrdiff_t(layout_.stride);
     if (layout_.bitCount == 8 && layout_.colourTableSize < sizeof paddedTable_) {
         std::memset(paddedTable_, 0, sizeof paddedTable_);
         std::memcpy(paddedTable_, table_, layout_.colourTableSize);
@@ -83,16 +85,41 @@ Source::Source(HGLOBAL handle, const flairize::HostServices* host) : handle_(han
     ok_ = true;
 }
 
+Source::Source(HGLOBAL handle, const flairize::HostServices* host, const View* view)
+    : Source(view ? nullptr : handle, host) {
+    if (!view || !view->bottom || (view->bitCount != 24 && view->bitCount != 32) || !view->width || !view->height)
+        return;
+    layout_.fullWidth = view->width;
+    layout_.fullHeight = view->height;
+    layout_.width = view->width;
+    layout_.height = view->height;
+    layout_.bitCount = view->bitCount;
+    layout_.bytesPerPixel = view->bitCount / 8;
+    pixels_ = view->bottom;
+    step_ = view->step;
+    ok_ = true;
+}
+
 Source::~Source() {
     if (block_) plat::globalUnlock(handle_);
 }
 
-Output::Output(const Source& source) {
+Output::Output(const Source& source, const View* view, bool zeroRows) {
     if (!source.ok()) return;
     const Layout& in = source.layout();
     const unsigned bits = in.bitCount == 32 ? 32 : 24;
-    stride_ = static_cast<std::uint32_t>(paddedStride(std::uint32_t(in.fullWidth), bits));
-    const std::uint32_t imageSize = stride_ * std::uint32_t(in.fullHeight);
+    rowBytes_ = std::size_t(in.width) * (bits / 8);
+    if (view) {
+        if (view->width != in.width || view->height != in.height || view->bitCount != bits) return;
+        step_ = view->step;
+        if (zeroRows)
+            for (std::uint32_t y = 0; y < in.height; ++y) std::memset(view->bottom + std::ptrdiff_t(y) * step_, 0, rowBytes_);
+        pixels_ = view->bottom;
+        return;
+    }
+    const auto stride = static_cast<std::uint32_t>(paddedStride(std::uint32_t(in.fullWidth), bits));
+    step_ = stride;
+    const std::uint32_t imageSize = stride * std::uint32_t(in.fullHeight);
     handle_ = plat::globalAlloc(std::size_t(in.headerSize) + imageSize);
     if (!handle_) return;
     auto* block = static_cast<std::uint8_t*>(plat::globalLock(handle_));
@@ -111,6 +138,29 @@ Output::~Output() {
     if (!handle_) return;
     plat::globalUnlock(handle_);
     plat::globalFree(handle_);
+}
+
+bool viewsFit(const View& source, const View& output) {
+    auto fits = [](const View& v) {
+        const std::size_t rowBytes = std::size_t(v.width) * (v.bitCount / 8);
+        const std::size_t distance = std::size_t(v.step < 0 ? -v.step : v.step);
+        return v.bottom && (v.bitCount == 24 || v.bitCount == 32) && v.width && v.height &&
+               (v.height == 1 || distance >= rowBytes);
+    };
+    if (!fits(source) || !fits(output) || source.width != output.width || source.height != output.height ||
+        source.bitCount != output.bitCount)
+        return false;
+    // The address range each view covers, first to last byte.
+    auto span = [](const View& v, std::uintptr_t& lo, std::uintptr_t& hi) {
+        const std::uintptr_t a = reinterpret_cast<std::uintptr_t>(v.bottom);
+        const std::uintptr_t top = a + std::uintptr_t(std::ptrdiff_t(v.height - 1) * v.step);
+        lo = a < top ? a : top;
+        hi = (a < top ? top : a) + std::size_t(v.width) * (v.bitCount / 8);
+    };
+    std::uintptr_t slo, shi, olo, ohi;
+    span(source, slo, shi);
+    span(output, olo, ohi);
+    return shi <= olo || ohi <= slo;
 }
 
 HGLOBAL Output::release() {

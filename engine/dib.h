@@ -48,20 +48,33 @@ struct Layout {
 // published rule does.
 bool inspect(const std::uint8_t* block, std::size_t blockSize, const flairize::HostServices* host, Layout& layout);
 
-// A locked, checked source picture (see inspect). ok() is false for a picture that is refused.
+// A 24- or 32-bit picture in memory its caller holds: row y (0 = bottom) at
+// bottom + y * step; a negative step walks up a picture stored top row first.
+struct View {
+    std::uint8_t* bottom = nullptr;
+    std::ptrdiff_t step = 0;
+    std::uint16_t width = 0, height = 0;
+    std::uint16_t bitCount = 0;
+};
+
+// A locked, checked source picture (see inspect), or a view. ok() is false for
+// a picture that is refused.
 class Source {
 public:
     explicit Source(HGLOBAL handle, const flairize::HostServices* host = nullptr);
+    // A view when one is given, the picture otherwise.
+    Source(HGLOBAL handle, const flairize::HostServices* host, const View* view);
     ~Source();
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
 
     bool ok() const { return ok_; }
     const Layout& layout() const { return layout_; }
-    const std::uint8_t* block() const { return block_; }
+    const std::uint8_t* block() const { return block_; }   // null for a view
     const BITMAPINFOHEADER* header() const { return reinterpret_cast<const BITMAPINFOHEADER*>(block_); }
-    const std::uint8_t* pixels() const { return block_ + layout_.headerSize + layout_.colourTableSize; }
-    const std::uint8_t* row(std::uint32_t y) const { return pixels() + std::size_t(y) * layout_.stride; }
+    const std::uint8_t* pixels() const { return pixels_; }   // the bottom row
+    std::ptrdiff_t step() const { return step_; }             // from a row to the one above
+    const std::uint8_t* row(std::uint32_t y) const { return pixels_ + std::ptrdiff_t(y) * step_; }
     // 256 colour-table entries; a shorter table is padded with black so every
     // index byte reads inside memory.
     const std::uint8_t* colourTable() const { return table_; }
@@ -70,6 +83,8 @@ public:
 private:
     HGLOBAL handle_;
     const std::uint8_t* block_ = nullptr;
+    const std::uint8_t* pixels_ = nullptr;
+    std::ptrdiff_t step_ = 0;
     bool ok_ = false;
     Layout layout_;
     const std::uint8_t* table_ = nullptr;
@@ -77,24 +92,34 @@ private:
 };
 
 // An output picture for `source`: header copied (biSize bytes), biBitCount 32 for
-// a 32-bit source and 24 otherwise, no colour table, zero-filled pixels.
+// a 32-bit source and 24 otherwise, no colour table, zero-filled pixels. Given a
+// view (of the source's size and that depth), the output is the view itself;
+// zeroRows says whether its rows are cleared first (a filter that writes every
+// pixel, or clears each row itself, need not).
 class Output {
 public:
-    explicit Output(const Source& source);
+    explicit Output(const Source& source, const View* view = nullptr, bool zeroRows = true);
     ~Output();   // frees the block unless release() handed it on
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
     bool ok() const { return pixels_ != nullptr; }
-    std::uint8_t* pixels() const { return pixels_; }
-    std::uint8_t* row(std::uint32_t y) const { return pixels_ + std::size_t(y) * stride_; }
-    std::uint32_t stride() const { return stride_; }
-    HGLOBAL release();   // unlocks and gives up ownership
+    std::uint8_t* pixels() const { return pixels_; }   // the bottom row
+    std::uint8_t* row(std::uint32_t y) const { return pixels_ + std::ptrdiff_t(y) * step_; }
+    std::ptrdiff_t stride() const { return step_; }
+    std::size_t rowBytes() const { return rowBytes_; }   // the pixels of a row, without padding
+    HGLOBAL release();   // unlocks and gives up ownership; null for a view
 
 private:
     HGLOBAL handle_ = nullptr;
     std::uint8_t* pixels_ = nullptr;
-    std::uint32_t stride_ = 0;
+    std::ptrdiff_t step_ = 0;
+    std::size_t rowBytes_ = 0;
 };
+
+// Whether a view can serve as a source (sourceView) or as its output: 24 or 32
+// bits, 1 .. 65535 pixels each way, rows at least a row's bytes apart, the
+// output of the source's size and depth and not overlapping it.
+bool viewsFit(const View& source, const View& output);
 
 }  // namespace dib

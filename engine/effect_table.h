@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "engine/dib.h"
 #include "engine/flairize.h"
 #include "platform/random.h"
 #include "platform/win_types.h"
@@ -21,6 +22,13 @@ struct FilterCall {
     std::uint32_t progress;     // 0..16384
     std::uint16_t p1, p2, p3;   // 0..255
     std::uint32_t colour;       // COLORREF
+    // Pictures the caller holds: when sourceView is set the filter reads it in
+    // place of `source` and writes into outputView, returning no picture.
+    const dib::View* sourceView = nullptr;
+    const dib::View* outputView = nullptr;
+    // The row driver blends each row with the source by the progress (the
+    // host's mixRow) as soon as it is written.
+    bool mixRows = false;
 };
 
 // A filter renders a whole picture: a new picture, or why there is none.

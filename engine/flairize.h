@@ -9,6 +9,7 @@
 // result is 24-bit, or 32-bit for a 32-bit source, whose fourth byte is the mask.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -60,6 +61,21 @@ struct Result {
 };
 
 Result render(const HostServices& host, HGLOBAL source, const Settings& settings, Mix mix);
+
+// A picture in memory the caller holds: 3 bytes a pixel (blue, green, red) or 4
+// (with the mask), row y (0 = top) at top + y * stride. A source is only read.
+struct PictureView {
+    std::uint8_t* top = nullptr;
+    std::ptrdiff_t stride = 0;
+    std::uint16_t width = 0, height = 0;
+    std::uint8_t bytesPerPixel = 0;
+};
+
+// render() from one view into another of the same size and depth, which must
+// not overlap: the output is written in place, no picture is returned. Effects
+// that fade in need the host's mixRow here (without it the render is refused).
+Result renderInto(const HostServices& host, const PictureView& source, const Settings& settings, Mix mix,
+                  const PictureView& output);
 
 // ---- settings records and frame timing
 

@@ -2,6 +2,10 @@
 // between the effect's optional init and done functions. Rows that depend on
 // the rows below them run from the bottom up; independent rows run in bands on
 // the host's threads where it offers them, each band writing only its own rows.
+// A row that is blended with the source is blended as soon as it is written,
+// while it is still in cache.
+#include <cstring>
+
 #include "engine/dib.h"
 #include "engine/effect_table.h"
 #include "platform/global_memory.h"
@@ -9,7 +13,7 @@
 flairize::Result rowDriver(const FilterCall& call) {
     const EffectRecord& effect = call.table.records[call.effect];
     if (!effect.line1 || !effect.line2) return resultRefused();
-    dib::Source src(call.source, &call.host);
+    dib::Source src(call.source, &call.host, call.sourceView);
     if (!src.ok()) return resultRefused();
     const dib::Layout& in = src.layout();
 
@@ -27,7 +31,8 @@ flairize::Result rowDriver(const FilterCall& call) {
         if (effect.done) effect.done(carry);
         return resultOutOfMemory();
     };
-    dib::Output out(src);
+    // A view is cleared row by row as the rows are written; a new picture starts cleared.
+    dib::Output out(src, call.outputView, false);
     if (!out.ok()) return fail();
     HGLOBAL tableBlock = plat::globalAlloc(std::size_t(in.height) * sizeof(const std::uint8_t*));
     if (!tableBlock) return fail();
@@ -40,14 +45,21 @@ flairize::Result rowDriver(const FilterCall& call) {
         RowFunction line;
         const Frame& frame;
         Carry& carry;
-        std::uint8_t* pixels;
-        std::uint32_t stride;
-    } band{call, in.bytesPerPixel == 1 ? effect.line1 : effect.line2, frame, carry, out.pixels(), out.stride()};
+        const dib::Output& out;
+        unsigned sourceBytes, outputBytes;
+    } band{call, in.bytesPerPixel == 1 ? effect.line1 : effect.line2, frame, carry, out, in.bytesPerPixel,
+           in.bitCount == 32 ? 4u : 3u};
     auto runRows = [](void* context, unsigned begin, unsigned end) {
         const Band& b = *static_cast<const Band*>(context);
+        const flairize::HostServices& host = b.call.host;
         for (unsigned y = begin; y < end; ++y) {
-            if (b.call.host.rowTick) b.call.host.rowTick(b.call.host.user);
-            b.line(b.frame, b.carry, static_cast<std::uint16_t>(y), b.pixels + std::size_t(y) * b.stride);
+            if (host.rowTick) host.rowTick(host.user);
+            std::uint8_t* row = b.out.row(y);
+            if (b.call.outputView) std::memset(row, 0, b.out.rowBytes());
+            b.line(b.frame, b.carry, static_cast<std::uint16_t>(y), row);
+            if (b.call.mixRows)
+                host.mixRow(host.user, b.frame.rows[y], b.sourceBytes, b.frame.colourTable, row, b.frame.width,
+                            b.outputBytes, b.frame.progress);
         }
     };
     if (effect.independentRows && call.host.parallel)

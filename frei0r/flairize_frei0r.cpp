@@ -13,8 +13,9 @@
 // A frame renders on all cores unless FLAIRIZE_THREADS caps them (a host such
 // as MLT may already render several frames at once).
 // Frames are 32-bit pictures (bytes blue, green, red, alpha) with the top row
-// first; the engine's pictures keep the bottom row first, so rows are copied in
-// and out in reverse order, once each.
+// first. The engine reads the host's frame where it lies and writes straight
+// into the host's output frame; only a frame rendered in place (the same
+// memory in and out) is copied first, into a buffer the instance keeps.
 extern "C" {
 #include <frei0r.h>   // declares the entry points without C linkage of its own
 }
@@ -29,9 +30,7 @@ extern "C" {
 #include <string>
 #include <vector>
 
-#include "engine/dib.h"
 #include "engine/flairize.h"
-#include "platform/global_memory.h"
 #include "platform/host_ops.h"
 #include "platform/threads.h"
 #include "platform/strings.h"
@@ -128,13 +127,11 @@ std::uint32_t toSteps(double v, std::uint32_t top) {
 struct Instance {
     std::mutex lock;   // a host may set parameters from another thread while a frame renders
     unsigned width = 0, height = 0;
-    HGLOBAL source = nullptr;   // the 32-bit picture each frame is copied into
+    std::vector<std::uint8_t> copy;   // the source of a frame rendered in place
     double slider[3] = {0, 0, 0};
     double progress = 1.0;
     f0r_param_color_t colour{0.0f, 0.0f, 0.0f};
     double mix = 1.0;
-
-    ~Instance() { plat::globalFree(source); }
 
     flairize::Settings settings() const {
         const unsigned e = description().effect;
@@ -148,47 +145,34 @@ struct Instance {
         return s;
     }
 
-    // Copies the engine's result out, top row first; false if it is not the expected picture.
-    bool copyOut(HGLOBAL result, std::uint8_t* out) const {
-        const std::size_t rowBytes = std::size_t(width) * 4;
-        const std::size_t size = plat::globalSize(result);
-        const auto* block = static_cast<const std::uint8_t*>(plat::globalLock(result));
-        if (!block) return false;
-        BITMAPINFOHEADER h{};
-        if (size >= sizeof h) std::memcpy(&h, block, sizeof h);
-        const bool fits = size >= sizeof h && h.biBitCount == 32 && h.biWidth == std::int32_t(width) &&
-                          h.biHeight == std::int32_t(height) && h.biSize <= size &&
-                          size - h.biSize >= rowBytes * height;
-        if (fits) {
-            const std::uint8_t* pixels = block + h.biSize;
-            for (unsigned r = 0; r < height; ++r)
-                std::memcpy(out + std::size_t(r) * rowBytes, pixels + std::size_t(height - 1 - r) * rowBytes, rowBytes);
-        }
-        plat::globalUnlock(result);
-        return fits;
-    }
-
     void render(const std::uint32_t* inframe, std::uint32_t* outframe) {
         std::lock_guard<std::mutex> hold(lock);
-        const std::size_t rowBytes = std::size_t(width) * 4;
+        const std::size_t rowBytes = std::size_t(width) * 4, size = rowBytes * height;
         const auto* in = reinterpret_cast<const std::uint8_t*>(inframe);
         auto* out = reinterpret_cast<std::uint8_t*>(outframe);
-        auto* pixels = static_cast<std::uint8_t*>(plat::globalLock(source)) + sizeof(BITMAPINFOHEADER);
-        for (unsigned r = 0; r < height; ++r)
-            std::memcpy(pixels + std::size_t(height - 1 - r) * rowBytes, in + std::size_t(r) * rowBytes, rowBytes);
-        plat::globalUnlock(source);
-
+        if (in < out + size && out < in + size) {   // in place: render from a copy of the frame
+            try {
+                copy.resize(size);
+            } catch (const std::bad_alloc&) {
+                plat::showStringMessage(ids::kNoMemory);
+                return;   // the frame stays as it is
+            }
+            std::memcpy(copy.data(), in, size);
+            in = copy.data();
+        }
+        const flairize::PictureView source{const_cast<std::uint8_t*>(in), std::ptrdiff_t(rowBytes),
+                                           std::uint16_t(width), std::uint16_t(height), 4};
+        const flairize::PictureView output{out, std::ptrdiff_t(rowBytes), std::uint16_t(width),
+                                           std::uint16_t(height), 4};
         const bool fades = flairize::effectFadesIn(description().effect);
         static const flairize::HostServices host = hostops::threadedServices(threadsAllowed());
-        const flairize::Result r = flairize::render(host, source, settings(),
-                                                    fades && mix < 0.5 ? flairize::Mix::None : flairize::Mix::Always);
-        HGLOBAL result = r.picture;
+        const flairize::Result r = flairize::renderInto(
+            host, source, settings(), fades && mix < 0.5 ? flairize::Mix::None : flairize::Mix::Always, output);
         // A failed render passes the frame through, with the engine's message.
-        if (r.status != flairize::Status::Ok && r.messageId) plat::showStringMessage(r.messageId);
-        if (r.status != flairize::Status::Ok || !copyOut(result, out)) {
-            if (out != in) std::memcpy(out, in, rowBytes * height);
+        if (r.status != flairize::Status::Ok) {
+            if (r.messageId) plat::showStringMessage(r.messageId);
+            std::memcpy(out, in, size);
         }
-        plat::globalFree(result);
     }
 };
 
@@ -235,11 +219,6 @@ f0r_instance_t f0r_construct(unsigned int width, unsigned int height) {
     if (!instance) return nullptr;
     instance->width = width;
     instance->height = height;
-    instance->source = dib::create(std::int32_t(width), std::int32_t(height), 32);
-    if (!instance->source) {
-        delete instance;
-        return nullptr;
-    }
     for (int k = 0; k < 3; ++k) instance->slider[k] = flairize::sliderDefault(d.effect, k) / 255.0;
     return instance;
 }

@@ -18,6 +18,13 @@ struct HostServices {
     // A new picture blending two of equal size, weight 0..16384 the share of the
     // second (BASEKIT 409); null when it fails. Neither input is changed.
     HGLOBAL (*mix)(void* user, HGLOBAL first, HGLOBAL second, std::uint32_t weight) = nullptr;
+    // The same blend for one row, in place: row = (first * (16384 - weight) +
+    // row * weight) >> 14 per byte over `width` pixels of `bytesPerPixel`
+    // bytes (3 or 4); a first row of 1-byte pixels is read through colourTable.
+    // Null: the engine blends whole pictures with `mix`.
+    void (*mixRow)(void* user, const std::uint8_t* first, unsigned firstBytesPerPixel,
+                   const std::uint8_t* colourTable, std::uint8_t* row, unsigned width, unsigned bytesPerPixel,
+                   std::uint32_t weight) = nullptr;
     // Whole-picture colour operations (HUEKIT 22, 17, 21): a new picture of the
     // same size, or null; the input is left as it is.
     HGLOBAL (*smooth)(void* user, HGLOBAL picture) = nullptr;

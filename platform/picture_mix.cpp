@@ -1,15 +1,32 @@
 // The picture mix, and the engine's services over the host operations.
 #include <cstring>
-#include <vector>
 
 #include "engine/dib.h"
 #include "platform/host_ops.h"
 
 namespace {
 // One row of the mix, byte by byte; a flat loop the compiler vectorises.
-void mixRow(const std::uint8_t* f, const std::uint8_t* s, std::uint8_t* o, std::uint32_t n, std::uint32_t w) {
+void mixBytes(const std::uint8_t* f, std::uint8_t* s, std::uint32_t n, std::uint32_t w) {
     const std::uint32_t wf = 16384 - w;
-    for (std::uint32_t i = 0; i < n; ++i) o[i] = static_cast<std::uint8_t>((f[i] * wf + s[i] * w) >> 14);
+    for (std::uint32_t i = 0; i < n; ++i) s[i] = static_cast<std::uint8_t>((f[i] * wf + s[i] * w) >> 14);
+}
+
+// Pixels per chunk when a palette row is expanded before the mix.
+constexpr unsigned kChunk = 256;
+
+void mixRowInPlace(const std::uint8_t* first, unsigned firstBytes, const std::uint8_t* table, std::uint8_t* row,
+                   unsigned width, unsigned bytes, std::uint32_t weight) {
+    if (weight > 16384) weight = 16384;
+    if (firstBytes != 1) {
+        mixBytes(first, row, width * bytes, weight);
+        return;
+    }
+    std::uint8_t expanded[3 * kChunk];   // the first row read through its colour table, a chunk at a time
+    for (unsigned x0 = 0; x0 < width; x0 += kChunk) {
+        const unsigned n = width - x0 < kChunk ? width - x0 : kChunk;
+        for (unsigned x = 0; x < n; ++x) std::memcpy(&expanded[3 * x], table + 4u * first[x0 + x], 3);
+        mixBytes(expanded, row + 3 * std::size_t(x0), 3 * n, weight);
+    }
 }
 }  // namespace
 
@@ -27,16 +44,9 @@ HGLOBAL mix(HGLOBAL first, HGLOBAL second, std::uint32_t weight) {
     dib::Output out(b);
     if (!out.ok()) return nullptr;
     const unsigned step = alpha ? 4 : 3;
-    const std::uint32_t rowBytes = std::uint32_t(lb.width) * step;
-    std::vector<std::uint8_t> expanded(la.bitCount == 8 ? rowBytes : 0);
     for (std::uint32_t y = 0; y < lb.height; ++y) {
-        const std::uint8_t* f = a.row(y);
-        if (la.bitCount == 8) {   // read the first picture through its colour table
-            for (std::uint32_t x = 0; x < lb.width; ++x)
-                std::memcpy(&expanded[3 * x], a.colourTable() + 4u * f[x], 3);
-            f = expanded.data();
-        }
-        mixRow(f, b.row(y), out.row(y), rowBytes, weight);
+        std::memcpy(out.row(y), b.row(y), std::size_t(lb.width) * step);
+        mixRowInPlace(a.row(y), la.bytesPerPixel, a.colourTable(), out.row(y), lb.width, step, weight);
     }
     return out.release();
 }
@@ -47,6 +57,10 @@ flairize::HostServices services(void (*rowTick)(void* user), void* user) {
     s.colourTableSize = [](void*, const BITMAPINFOHEADER* header) { return dib::colourTableBytes(header); };
     s.rowTick = rowTick;
     s.mix = [](void*, HGLOBAL first, HGLOBAL second, std::uint32_t weight) { return mix(first, second, weight); };
+    s.mixRow = [](void*, const std::uint8_t* first, unsigned firstBytes, const std::uint8_t* table,
+                  std::uint8_t* row, unsigned width, unsigned bytes, std::uint32_t weight) {
+        mixRowInPlace(first, firstBytes, table, row, width, bytes, weight);
+    };
     s.smooth = [](void*, HGLOBAL picture) { return smooth(picture); };
     s.simplify = [](void*, HGLOBAL picture) { return simplify(picture); };
     s.soften = [](void*, HGLOBAL picture) { return soften(picture); };

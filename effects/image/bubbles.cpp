@@ -179,10 +179,10 @@ flairize::Result bubblesFilter(const FilterCall& call) {
         if (call.host.rowTick) call.host.rowTick(call.host.user);
         for (int x = 0; x < in.width; x += step) {
             if (in.bytesPerPixel == 1)
-                BubbleCell1(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
+                BubbleCell1(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, std::uint32_t(out.stride()),
                             src.colourTable(), map, kBubbleSize, kBubbleSize, jitter);
             else
-                BubbleCell2(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, out.stride(),
+                BubbleCell2(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, std::uint32_t(out.stride()),
                             hasAlpha, map, kBubbleSize, kBubbleSize, jitter);
         }
     }

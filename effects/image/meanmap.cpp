@@ -197,10 +197,10 @@ flairize::Result meanMapFilter(const FilterCall& call) {
             for (const std::uint32_t* shape : {marks.first, marks.second}) {
                 if (in.bytesPerPixel == 1)
                     MeanMapCell1(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride,
-                                 out.stride(), src.colourTable(), shape, jitter);
+                                 std::uint32_t(out.stride()), src.colourTable(), shape, jitter);
                 else
                     MeanMapCell2(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride,
-                                 out.stride(), hasAlpha, shape, jitter);
+                                 std::uint32_t(out.stride()), hasAlpha, shape, jitter);
             }
         }
     }

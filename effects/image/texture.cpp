@@ -117,9 +117,9 @@ void TextureRow2(std::uint16_t y, std::uint16_t width, std::uint16_t height, con
 
 flairize::Result textureFilter(const FilterCall& call) {
     const auto& texture = *static_cast<const Texture*>(call.table.records[call.effect].data);
-    dib::Source src(call.source, &call.host);
+    dib::Source src(call.source, &call.host, call.sourceView);
     if (!src.ok()) return resultRefused();
-    dib::Output out(src);
+    dib::Output out(src, call.outputView, false);   // every pixel is written
     if (!out.ok()) return resultOutOfMemory();
     const dib::Layout& in = src.layout();
     const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;

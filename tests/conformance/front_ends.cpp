@@ -117,8 +117,10 @@ void checkPlugin(const SourceOf& source, const Report& report) {
 
 #ifdef FLAIRIZE_FREI0R_DIR
 // The frei0r plug-ins in-process, on the rows of 32-bit sources: frames top row
-// first, the result put back into a picture for its hash.
+// first, the result put back into a picture for its hash. Every other row is
+// rendered in place; the others into a frame that holds stale bytes.
 void checkFrei0r(const SourceOf& source, const Report& report) {
+    std::size_t rendered = 0;
     for (unsigned effect = 0; effect < flairize::effectCount(); ++effect) {
         if (!flairize::effectOffered(effect)) continue;
         const Frei0rPlugin& p = frei0rPlugin(effect);
@@ -141,9 +143,14 @@ void checkFrei0r(const SourceOf& source, const Report& report) {
 
             // Frames top row first; the result goes into the output picture the engine would make.
             dib::Source src(source(c.source, c.size));
-            std::vector<std::uint32_t> in(std::size_t(w) * h), out(in.size());
+            std::vector<std::uint32_t> in(std::size_t(w) * h), out(in.size(), 0xA5A5A5A5u);
             for (unsigned r = 0; r < h; ++r) std::memcpy(&in[std::size_t(r) * w], src.row(h - 1 - r), std::size_t(w) * 4);
-            p.update(instance, 0.0, in.data(), out.data());
+            if (rendered++ % 2) {
+                out = in;
+                p.update(instance, 0.0, out.data(), out.data());
+            } else {
+                p.update(instance, 0.0, in.data(), out.data());
+            }
             p.destruct(instance);
             dib::Output picture(src);
             for (unsigned r = 0; r < h; ++r) std::memcpy(picture.row(r), &out[std::size_t(h - 1 - r) * w], std::size_t(w) * 4);
