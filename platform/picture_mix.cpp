@@ -16,7 +16,7 @@ constexpr unsigned kChunk = 256;
 
 void mixRowInPlace(const std::uint8_t* first, unsigned firstBytes, const std::uint8_t* table, std::uint8_t* row,
                    unsigned width, unsigned bytes, std::uint32_t weight) {
-    if (weight > 16384) weight = 16384;
+    if (weight >= 16384) return;   // (first * 0 + row * 16384) >> 14 is the row itself
     if (firstBytes != 1) {
         mixBytes(first, row, width * bytes, weight);
         return;
