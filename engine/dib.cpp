@@ -140,6 +140,18 @@ Output::~Output() {
     plat::globalFree(handle_);
 }
 
+View viewOf(std::uint8_t* block) {
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, block, sizeof h);
+    View v;
+    v.bottom = block + h.biSize;
+    v.step = std::ptrdiff_t(paddedStride(std::uint32_t(h.biWidth), h.biBitCount));
+    v.width = static_cast<std::uint16_t>(h.biWidth);
+    v.height = static_cast<std::uint16_t>(h.biHeight);
+    v.bitCount = h.biBitCount;
+    return v;
+}
+
 bool viewsFit(const View& source, const View& output) {
     auto fits = [](const View& v) {
         const std::size_t rowBytes = std::size_t(v.width) * (v.bitCount / 8);

@@ -117,6 +117,9 @@ private:
     std::size_t rowBytes_ = 0;
 };
 
+// The pixels of a locked 24- or 32-bit picture the engine made (no colour table).
+View viewOf(std::uint8_t* block);
+
 // Whether a view can serve as a source (sourceView) or as its output: 24 or 32
 // bits, 1 .. 65535 pixels each way, rows at least a row's bytes apart, the
 // output of the source's size and depth and not overlapping it.

@@ -109,6 +109,11 @@ Result renderWith(const EffectTable& table, const HostServices& host, HGLOBAL so
 const EffectRecord* recordWithFilter(FilterFunction filter);
 }  // namespace flairize
 
+// Blends every row of `picture` with the same row of `first` by the host's
+// mixRow (which must be set), in bands where the host offers threads.
+void blendRows(const flairize::HostServices& host, const dib::Source& first, const dib::View& picture,
+               std::uint32_t weight);
+
 // Results of a filter.
 inline flairize::Result resultOk(HGLOBAL picture) { return {picture, flairize::Status::Ok, 0}; }
 inline flairize::Result resultRefused() { return {nullptr, flairize::Status::Refused, 0}; }

@@ -12,37 +12,10 @@
 
 flairize::Result resultOutOfMemory() { return {nullptr, flairize::Status::OutOfMemory, ids::kNoMemory}; }
 
-namespace flairize {
-namespace {
-
-const EffectRecord* recordOf(unsigned effect) {
-    return effect < kEffectTable.count ? &kEffectTable.records[effect] : nullptr;
-}
-
-std::uint16_t atMost(std::uint32_t v, std::uint16_t top) { return v > top ? top : static_cast<std::uint16_t>(v); }
-
-// Filters that read and write pictures through views; the others hand whole
-// pictures to the host's operations.
-bool readsViews(FilterFunction filter) { return filter == rowDriver || filter == textureFilter; }
-
-// A view of a picture the engine made: 24- or 32-bit, rows bottom first.
-dib::View viewOf(std::uint8_t* block) {
-    BITMAPINFOHEADER h;
-    std::memcpy(&h, block, sizeof h);
-    dib::View v;
-    v.bottom = block + h.biSize;
-    v.step = std::ptrdiff_t(dib::paddedStride(std::uint32_t(h.biWidth), h.biBitCount));
-    v.width = static_cast<std::uint16_t>(h.biWidth);
-    v.height = static_cast<std::uint16_t>(h.biHeight);
-    v.bitCount = h.biBitCount;
-    return v;
-}
-
-// Blends a filter's finished output with its source row by row, in bands
-// where the host offers threads.
-void mixRowsAfter(const HostServices& host, const dib::Source& src, const dib::View& out, std::uint32_t progress) {
+void blendRows(const flairize::HostServices& host, const dib::Source& src, const dib::View& out,
+               std::uint32_t progress) {
     struct Pass {
-        const HostServices& host;
+        const flairize::HostServices& host;
         const dib::Source& src;
         const dib::View& out;
         std::uint32_t progress;
@@ -60,6 +33,19 @@ void mixRowsAfter(const HostServices& host, const dib::Source& src, const dib::V
         run(&pass, 0, out.height);
 }
 
+namespace flairize {
+namespace {
+
+const EffectRecord* recordOf(unsigned effect) {
+    return effect < kEffectTable.count ? &kEffectTable.records[effect] : nullptr;
+}
+
+std::uint16_t atMost(std::uint32_t v, std::uint16_t top) { return v > top ? top : static_cast<std::uint16_t>(v); }
+
+// Filters that read and write pictures through views; the others hand whole
+// pictures to the host's operations.
+bool readsViews(FilterFunction filter) { return filter == rowDriver || filter == textureFilter; }
+
 // Renders into a view through a picture of the engine's own, for filters that
 // need whole pictures: the view copied in, the result copied out.
 Result renderThroughPicture(const EffectTable& table, const HostServices& host, const dib::View& source,
@@ -68,7 +54,7 @@ Result renderThroughPicture(const EffectTable& table, const HostServices& host, 
     if (!picture) return resultOutOfMemory();
     const std::size_t rowBytes = std::size_t(source.width) * (source.bitCount / 8);
     {
-        dib::View in = viewOf(static_cast<std::uint8_t*>(plat::globalLock(picture)));
+        dib::View in = dib::viewOf(static_cast<std::uint8_t*>(plat::globalLock(picture)));
         for (unsigned y = 0; y < source.height; ++y)
             std::memcpy(in.bottom + std::ptrdiff_t(y) * in.step, source.bottom + std::ptrdiff_t(y) * source.step,
                         rowBytes);
@@ -77,7 +63,7 @@ Result renderThroughPicture(const EffectTable& table, const HostServices& host, 
     Result r = renderWith(table, host, picture, s, mix);
     plat::globalFree(picture);
     if (!r.picture) return r;
-    const dib::View result = viewOf(static_cast<std::uint8_t*>(plat::globalLock(r.picture)));
+    const dib::View result = dib::viewOf(static_cast<std::uint8_t*>(plat::globalLock(r.picture)));
     for (unsigned y = 0; y < output.height; ++y)
         std::memcpy(output.bottom + std::ptrdiff_t(y) * output.step, result.bottom + std::ptrdiff_t(y) * result.step,
                     rowBytes);
@@ -113,9 +99,9 @@ Result renderViews(const EffectTable& table, const HostServices& host, HGLOBAL s
     if (host.mixRow) {   // one blend pass over the finished output, in place
         dib::Source src(source, &host, sourceView);
         if (outputView) {
-            mixRowsAfter(host, src, *outputView, progress);
+            blendRows(host, src, *outputView, progress);
         } else {
-            mixRowsAfter(host, src, viewOf(static_cast<std::uint8_t*>(plat::globalLock(result.picture))), progress);
+            blendRows(host, src, dib::viewOf(static_cast<std::uint8_t*>(plat::globalLock(result.picture))), progress);
             plat::globalUnlock(result.picture);
         }
         return result;

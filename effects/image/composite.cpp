@@ -55,6 +55,12 @@ flairize::Result colorPencilFilter(const FilterCall& call) {
     if (!acceptable(call)) return resultRefused();
     const flairize::Result charcoal = runInner(call);
     if (charcoal.status != flairize::Status::Ok) return charcoal;
+    if (call.host.mixRow) {   // blended in place, row by row
+        const dib::Source src(call.source, &call.host);
+        blendRows(call.host, src, dib::viewOf(static_cast<std::uint8_t*>(plat::globalLock(charcoal.picture))), 8192);
+        plat::globalUnlock(charcoal.picture);
+        return charcoal;
+    }
     HGLOBAL mixed = call.host.mix(call.host.user, call.source, charcoal.picture, 8192);   // half and half
     plat::globalFree(charcoal.picture);
     return fromHost(mixed);
