@@ -79,9 +79,16 @@ struct ChannelMean {
 template <bool Alpha>
 inline void put(std::uint8_t* o, const std::uint8_t* s, unsigned a, unsigned vb, unsigned vg, unsigned vr) {
     if constexpr (Alpha) {
-        o[0] = px::alphaMix(s[0], vb, a);
-        o[1] = px::alphaMix(s[1], vg, a);
-        o[2] = px::alphaMix(s[2], vr, a);
+        if (a == 255) {   // the mix at the ends is the value, or the source, itself
+            o[0] = static_cast<std::uint8_t>(vb), o[1] = static_cast<std::uint8_t>(vg);
+            o[2] = static_cast<std::uint8_t>(vr);
+        } else if (a == 0) {
+            o[0] = s[0], o[1] = s[1], o[2] = s[2];
+        } else {
+            o[0] = px::alphaMix(s[0], vb, a);
+            o[1] = px::alphaMix(s[1], vg, a);
+            o[2] = px::alphaMix(s[2], vr, a);
+        }
         o[3] = static_cast<std::uint8_t>(a);
     } else {
         (void)s, (void)a;
