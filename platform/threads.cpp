@@ -4,12 +4,15 @@
 #include <tbb/global_control.h>
 #include <tbb/info.h>
 #include <tbb/parallel_for.h>
+#include <tbb/parallel_pipeline.h>
 #include <tbb/task_arena.h>
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <tuple>
+#include <vector>
 
 #include "platform/host_ops.h"
 
@@ -84,6 +87,50 @@ flairize::HostServices threadedServices(unsigned threads, void (*rowTick)(void* 
         FLAIRIZE_HANDOVER(acquire, &finish);
     };
     return s;
+}
+
+void runInOrder(unsigned inFlight, long count, const std::function<void(long)>& work,
+                const std::function<bool(long)>& inOrder) {
+    if (inFlight < 1) inFlight = 1;
+    // Each item's index lives in a slot of its own, whose address stands for
+    // the item's hand-overs between the stages.
+    std::vector<long> slots(inFlight);
+    long next = 0;
+    std::atomic<bool> stopped{false};
+    int start = 0, finish = 0;
+    FLAIRIZE_HANDOVER(release, &start);
+    arenaFor(inFlight, nullptr, nullptr)->arena.execute([&] {
+        tbb::parallel_pipeline(
+            inFlight,
+            tbb::make_filter<void, long*>(tbb::filter_mode::serial_in_order,
+                                          [&](tbb::flow_control& fc) -> long* {
+                                              FLAIRIZE_HANDOVER(acquire, &start);
+                                              if (next >= count || stopped.load()) {
+                                                  fc.stop();
+                                                  return nullptr;
+                                              }
+                                              long* slot = &slots[std::size_t(next % long(inFlight))];
+                                              FLAIRIZE_HANDOVER(acquire, slot);
+                                              *slot = next++;
+                                              FLAIRIZE_HANDOVER(release, slot);
+                                              return slot;
+                                          }) &
+                tbb::make_filter<long*, long*>(tbb::filter_mode::parallel,
+                                               [&](long* slot) {
+                                                   FLAIRIZE_HANDOVER(acquire, slot);
+                                                   FLAIRIZE_HANDOVER(acquire, &start);
+                                                   work(*slot);
+                                                   FLAIRIZE_HANDOVER(release, slot);
+                                                   return slot;
+                                               }) &
+                tbb::make_filter<long*, void>(tbb::filter_mode::serial_in_order, [&](long* slot) {
+                    FLAIRIZE_HANDOVER(acquire, slot);
+                    if (!inOrder(*slot)) stopped.store(true);
+                    FLAIRIZE_HANDOVER(release, slot);
+                    FLAIRIZE_HANDOVER(release, &finish);
+                }));
+    });
+    FLAIRIZE_HANDOVER(acquire, &finish);
 }
 
 }  // namespace hostops

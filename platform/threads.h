@@ -3,6 +3,8 @@
 // oneTBB arena of a given size. The output never depends on the thread count.
 #pragma once
 
+#include <functional>
+
 #include "hostapi/host_services.h"
 
 namespace hostops {
@@ -14,5 +16,12 @@ unsigned availableThreads();
 // the caller's). rowTick, when given, may be called from several threads at once.
 flairize::HostServices threadedServices(unsigned threads, void (*rowTick)(void* user) = nullptr,
                                         void* user = nullptr);
+
+// Runs work(i) for i = 0 .. count - 1 on up to `inFlight` threads at once and
+// calls inOrder(i) on one thread at a time in increasing i, each after its
+// work(i) has finished. Once inOrder returns false no further work starts; the
+// items already started still finish and still reach inOrder.
+void runInOrder(unsigned inFlight, long count, const std::function<void(long)>& work,
+                const std::function<bool(long)>& inOrder);
 
 }  // namespace hostops

@@ -1,5 +1,6 @@
 #include "standalone/cli.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cctype>
 #include <cerrno>
@@ -330,19 +331,62 @@ int cmdSequence(int argc, char** argv) {
     SettingsRecord record = buildRecord(o);
     Picture source;
     readInput(o.positional[0], source);
-    const flairize::HostServices host = hostops::threadedServices(unsigned(o.threads));
+    // As many frames at once as there are threads, each rendered on one; fewer
+    // frames than threads share the rest as slice threads. Frames are written
+    // as they finish and checked in order: the first that fails stops the run,
+    // and the frames after it that were already written are removed.
+    const unsigned threads = o.threads > 0 ? unsigned(o.threads) : hostops::availableThreads();
+    const unsigned inFlight = unsigned(std::min<long>(threads, o.frames));
+    const flairize::HostServices host = hostops::threadedServices(std::max(1u, threads / inFlight));
+    struct Outcome {
+        bool written = false;
+        int status = 0;   // as main() returns: 1 failure, 2 refusal
+        std::string message;
+    };
+    std::vector<Outcome> outcomes(std::size_t(o.frames));
+    long failed = -1, shown = 0;
     ProgressBar bar;
-    for (long i = 0; i < o.frames; ++i) {
-        record.progress = flairize::frameProgress(flairize::sequencePosition(std::uint64_t(i), std::uint64_t(o.frames)),
-                                                  static_cast<std::int8_t>(o.speed), record.direction);
-        const flairize::Result r = flairize::render(host, source.h, flairize::settingsOf(record), flairize::Mix::Always);
-        if (r.status != flairize::Status::Ok) bar.done();
-        Picture frame;
-        frame.h = pictureOf(r, o.positional[0]);
-        writeOutput(frameName(pattern, i), frame.h);
-        bar.show(double(i + 1) / double(o.frames), "frame " + std::to_string(i + 1) + "/" + std::to_string(o.frames));
-    }
+    hostops::runInOrder(
+        inFlight, o.frames,
+        [&](long i) {
+            SettingsRecord frameRecord = record;
+            frameRecord.progress =
+                flairize::frameProgress(flairize::sequencePosition(std::uint64_t(i), std::uint64_t(o.frames)),
+                                        static_cast<std::int8_t>(o.speed), record.direction);
+            Outcome& out = outcomes[std::size_t(i)];
+            try {
+                const flairize::Result r =
+                    flairize::render(host, source.h, flairize::settingsOf(frameRecord), flairize::Mix::Always);
+                Picture frame;
+                frame.h = pictureOf(r, o.positional[0]);
+                writeOutput(frameName(pattern, i), frame.h);
+                out.written = true;
+            } catch (const UsageError& e) {
+                out.status = 2, out.message = e.message;
+            } catch (const Failure& e) {
+                out.status = 1, out.message = e.message;
+            }
+        },
+        [&](long i) {
+            const Outcome& out = outcomes[std::size_t(i)];
+            if (failed >= 0) {
+                if (out.written) std::remove(frameName(pattern, i).c_str());
+                return false;
+            }
+            if (out.status != 0) {
+                failed = i;
+                return false;
+            }
+            shown = i + 1;
+            bar.show(double(shown) / double(o.frames), "frame " + std::to_string(shown) + "/" + std::to_string(o.frames));
+            return true;
+        });
     bar.done();
+    if (failed >= 0) {
+        const Outcome& out = outcomes[std::size_t(failed)];
+        if (out.status == 2) throw UsageError{out.message};
+        throw Failure{out.message};
+    }
     return 0;
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -111,6 +112,30 @@ TEST(CommandLine, SequenceAndTimingFollowSetupFrame) {
     }
     EXPECT_FALSE(exists(dir() + "/f003.bmp"));
     EXPECT_EQ(command("sequence " + in + " " + dir() + "/nopattern.bmp --frames 2 --effect 11").status, 2);
+
+    // Several frames at once give the frames of one thread; a frame that cannot
+    // be written stops the run there, keeping the frames before it and none after.
+    const std::string big = picture("seqbig.bmp", 67, 45, 24);
+    ASSERT_EQ(command("sequence " + big + " " + dir() + "/one%02d.bmp --frames 9 --effect frazzle --threads 1").status, 0);
+    ASSERT_EQ(command("sequence " + big + " " + dir() + "/three%02d.bmp --frames 9 --effect frazzle --threads 3").status, 0);
+    for (int i = 0; i < 9; ++i) {
+        char a[32], b[32];
+        std::snprintf(a, sizeof a, "/one%02d.bmp", i);
+        std::snprintf(b, sizeof b, "/three%02d.bmp", i);
+        EXPECT_EQ(slurp(dir() + a), slurp(dir() + b)) << i;
+        EXPECT_FALSE(slurp(dir() + a).empty()) << i;
+    }
+    ASSERT_EQ(mkdir((dir() + "/cut05.bmp").c_str(), 0755), 0);
+    const CommandRun cut = command("sequence " + big + " " + dir() + "/cut%02d.bmp --frames 12 --effect 11 --threads 3");
+    EXPECT_EQ(cut.status, 1);
+    EXPECT_NE(cut.err.find("cut05.bmp"), std::string::npos) << cut.err;
+    for (int i = 0; i < 12; ++i) {
+        char name[32];
+        std::snprintf(name, sizeof name, "/cut%02d.bmp", i);
+        if (i != 5) {
+            EXPECT_EQ(exists(dir() + name), i < 5) << i;
+        }
+    }
 }
 
 TEST(CommandLine, BadInputIsRefusedClearly) {
