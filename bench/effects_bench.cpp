@@ -1,9 +1,11 @@
 // Every effect on 1920x1080 and 3840x2160 24-bit frames through the full render
 // (filter and progress mix), on one thread and on all cores, with a plain copy
 // of the frame as the floor. Names are "<size>/<threads>/<effect>": "1080p/1/Solarize",
-// "2160p/all/Solarize", "1080p/copy". "1080p/view/<effect>" renders a 32-bit
+// "2160p/all/Solarize", "1080p/copy", "1080p/copy/all" (the copy in bands on all cores). "1080p/view/<effect>" renders a 32-bit
 // frame stored top row first from view to view on one thread, as a frei0r
-// plug-in does inside ffmpeg.
+// plug-in does inside ffmpeg; "1080p/frei0r/<effect>" hands the same frames to
+// the effect's frei0r plug-in (f0r_update, one thread), so the two differ by
+// what the plug-in adds.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
@@ -16,6 +18,9 @@
 #include "platform/global_memory.h"
 #include "platform/host_ops.h"
 #include "platform/threads.h"
+#ifdef FLAIRIZE_FREI0R_DIR
+#include "tests/frei0r_plugin.h"
+#endif
 
 namespace {
 
@@ -56,6 +61,37 @@ void copyFrame(benchmark::State& state, unsigned size) {
     for (auto _ : state) {
         HGLOBAL out = plat::globalAlloc(bytes);
         std::memcpy(plat::globalLock(out), plat::globalLock(src), bytes);
+        plat::globalUnlock(src);
+        plat::globalUnlock(out);
+        benchmark::DoNotOptimize(out);
+        plat::globalFree(out);
+    }
+    setCounters(state, size);
+}
+
+// The same copy in bands on all cores: what memory lets the threads move.
+void copyFrameAll(benchmark::State& state, unsigned size) {
+    HGLOBAL src = frame(size);
+    const std::size_t bytes = plat::globalSize(src);
+    const flairize::HostServices host = hostops::threadedServices(0);
+    struct Copy {
+        const unsigned char* from;
+        unsigned char* to;
+        std::size_t bytes;
+    };
+    for (auto _ : state) {
+        HGLOBAL out = plat::globalAlloc(bytes);
+        Copy c{static_cast<const unsigned char*>(plat::globalLock(src)), static_cast<unsigned char*>(plat::globalLock(out)),
+               bytes};
+        auto band = [](void* context, unsigned begin, unsigned end) {
+            const Copy& k = *static_cast<const Copy*>(context);
+            const std::size_t from = k.bytes * begin / 256, to = k.bytes * end / 256;
+            std::memcpy(k.to + from, k.from + from, to - from);
+        };
+        if (host.parallel)
+            host.parallel(host.user, 256, band, &c);
+        else
+            band(&c, 0, 256);
         plat::globalUnlock(src);
         plat::globalUnlock(out);
         benchmark::DoNotOptimize(out);
@@ -111,6 +147,23 @@ void renderView(benchmark::State& state, std::uint16_t effect) {
     setCounters(state, 0);
 }
 
+#ifdef FLAIRIZE_FREI0R_DIR
+void renderPlugin(benchmark::State& state, std::uint16_t effect) {
+    setenv("FLAIRIZE_THREADS", "1", 1);
+    Frei0rPlugin& plugin = frei0rPlugin(effect);
+    if (!plugin.complete()) {
+        state.SkipWithError("the plug-in cannot be loaded");
+        return;
+    }
+    f0r_instance_t instance = plugin.construct(1920, 1080);
+    const auto* in = reinterpret_cast<const std::uint32_t*>(viewFrame(false).data());
+    auto* out = reinterpret_cast<std::uint32_t*>(viewFrame(true).data());
+    for (auto _ : state) plugin.update(instance, 0.0, in, out);
+    plugin.destruct(instance);
+    setCounters(state, 0);
+}
+#endif
+
 int registerAll() {
     // Freed pictures stay in the process heap, as in the flairize command.
     mallopt(M_MMAP_THRESHOLD, 256 * 1024 * 1024);
@@ -118,6 +171,9 @@ int registerAll() {
     for (unsigned size = 0; size < 2; ++size) {
         const std::string prefix = kSizes[size].name;
         benchmark::RegisterBenchmark((prefix + "/copy").c_str(), copyFrame, size)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark((prefix + "/copy/all").c_str(), copyFrameAll, size)
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
         for (unsigned i = 0; i < flairize::effectCount(); ++i) {
             if (!flairize::effectOffered(i)) continue;
             for (unsigned threads : {1u, 0u}) {
@@ -133,6 +189,13 @@ int registerAll() {
             benchmark::RegisterBenchmark(("1080p/view/" + flairize::effectName(i)).c_str(), renderView,
                                          std::uint16_t(i))
                 ->Unit(benchmark::kMillisecond);
+#ifdef FLAIRIZE_FREI0R_DIR
+    for (unsigned i = 0; i < flairize::effectCount(); ++i)
+        if (flairize::effectOffered(i))
+            benchmark::RegisterBenchmark(("1080p/frei0r/" + flairize::effectName(i)).c_str(), renderPlugin,
+                                         std::uint16_t(i))
+                ->Unit(benchmark::kMillisecond);
+#endif
     return 0;
 }
 const int registered = registerAll();

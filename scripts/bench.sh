@@ -3,7 +3,9 @@
 #  1. per offered effect at 1080p and 2160p (24-bit frames, full render at full
 #     progress): ms with one thread and with all cores, the speed-up, and the
 #     one-thread figure as a multiple of the plain copy of the frame in the same run;
-#  2. inside ffmpeg (one thread), the per-frame cost of frei0r=flairize-X beside
+#  2. the frei0r plug-ins called in-process beside the engine's view-to-view
+#     render of the same frames: what the plug-in adds per frame;
+#  3. inside ffmpeg (one thread), the per-frame cost of frei0r=flairize-X beside
 #     the ffmpeg filter that does the nearest work, and their ratio; beside it the
 #     engine's own one-thread render of a 32-bit frame view to view, so the
 #     plug-in's overhead shows.
@@ -36,7 +38,8 @@ awk -F, 'NR > 1 && $1 ~ /^"/ {
 
 for size in 1080p 2160p; do
   echo
-  echo "Engine, $size, full render (ms per frame; copy floor $(awk -F'\t' -v k="$size/copy" '$1 == k { printf "%.2f", $2 }' "$work/medians.tsv") ms)"
+  copy() { awk -F'\t' -v k="$1" '$1 == k { printf "%.2f", $2 }' "$work/medians.tsv"; }
+  echo "Engine, $size, full render (ms per frame; copy floor $(copy "$size/copy") ms on one thread, $(copy "$size/copy/all") ms on all cores)"
   echo
   echo "| Effect | 1 thread | all threads | speed-up | 1 thread / copy |"
   echo "|---|---|---|---|---|"
@@ -52,6 +55,23 @@ for size in 1080p 2160p; do
       }
     }' "$work/medians.tsv"
 done
+
+if grep -q '^1080p/frei0r/' "$work/medians.tsv"; then
+  echo
+  echo "frei0r plug-ins called in-process, 1080p 32-bit frames, one thread (ms per frame)"
+  echo
+  echo "| Effect | engine, view to view | plug-in (f0r_update) | added by the plug-in |"
+  echo "|---|---|---|---|"
+  awk -F'\t' '
+    { t[$1] = $2 }
+    $1 ~ /^1080p\/frei0r\// { name = substr($1, 14); order[++n] = name }
+    END {
+      for (i = 1; i <= n; ++i) {
+        v = t["1080p/view/" order[i]]; f = t["1080p/frei0r/" order[i]]
+        printf "| %s | %.2f | %.2f | %+.2f |\n", order[i], v, f, f - v
+      }
+    }' "$work/medians.tsv"
+fi
 
 [ "${SKIP_FFMPEG:-0}" = 1 ] && exit 0
 if ! command -v ffmpeg >/dev/null || [ ! -d build/release/frei0r-1 ]; then
