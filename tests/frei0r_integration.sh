@@ -101,9 +101,18 @@ else
   printf '%s\n' "description=flairize frei0r test" frame_rate_num=25 frame_rate_den=1 width=$W height=$H \
     progressive=1 sample_aspect_num=1 sample_aspect_den=1 display_aspect_num=$W display_aspect_den=$H \
     colorspace=709 >profile
+  # Debian's melt now and then exits 0 having written nothing (seen without any
+  # filter too, more often under load): such a run is tried again, up to three times.
   melt_frames() {   # $1 output, the rest: filter and its properties
-    run_host melt -silent -profile profile avformat:in0.png in=0 out=$((N - 1)) "${@:2}" \
-      -consumer avformat:"$1" f=rawvideo pix_fmt=bgra
+    local try
+    for try in 1 2 3; do
+      rm -f "$1"
+      run_host melt -silent -profile profile avformat:in0.png in=0 out=$((N - 1)) "${@:2}" \
+        -consumer avformat:"$1" f=rawvideo pix_fmt=bgra real_time=0
+      [ "$(stat -c %s "$1" 2>/dev/null || echo 0)" -eq $((N * W * H * 4)) ] && return 0
+      [ -s "$1" ] && die "melt wrote $(stat -c %s "$1") bytes, not $N frames of ${W}x$H"
+    done
+    die "melt wrote no frames in three runs: $(cat host.log)"
   }
   for line in "${effects[@]}"; do
     read_effect "$line"
