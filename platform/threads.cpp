@@ -16,10 +16,10 @@
 
 #include "platform/host_ops.h"
 
-// oneTBB's library is not built with ThreadSanitizer, so the ordering its task
-// hand-over gives (everything before a parallel run happens before each band;
-// each band happens before the run returns) is told to it here.
-#if defined(__SANITIZE_THREAD__)
+// oneTBB is not built with ThreadSanitizer (nor is this file under it), so the
+// ordering its task hand-over gives (everything before a parallel run happens
+// before each band; each band happens before the run returns) is told to it here.
+#if defined(__SANITIZE_THREAD__) || defined(FLAIRIZE_TSAN_HANDOVERS)
 extern "C" void __tsan_acquire(void* address);
 extern "C" void __tsan_release(void* address);
 #define FLAIRIZE_HANDOVER(kind, address) __tsan_##kind(address)
@@ -104,7 +104,7 @@ void runInOrder(unsigned inFlight, long count, const std::function<void(long)>& 
             inFlight,
             tbb::make_filter<void, long*>(tbb::filter_mode::serial_in_order,
                                           [&](tbb::flow_control& fc) -> long* {
-                                              FLAIRIZE_HANDOVER(acquire, &start);
+                                              FLAIRIZE_HANDOVER(acquire, &start);   // also the previous call
                                               if (next >= count || stopped.load()) {
                                                   fc.stop();
                                                   return nullptr;
@@ -113,6 +113,7 @@ void runInOrder(unsigned inFlight, long count, const std::function<void(long)>& 
                                               FLAIRIZE_HANDOVER(acquire, slot);
                                               *slot = next++;
                                               FLAIRIZE_HANDOVER(release, slot);
+                                              FLAIRIZE_HANDOVER(release, &start);
                                               return slot;
                                           }) &
                 tbb::make_filter<long*, long*>(tbb::filter_mode::parallel,
@@ -125,6 +126,7 @@ void runInOrder(unsigned inFlight, long count, const std::function<void(long)>& 
                                                }) &
                 tbb::make_filter<long*, void>(tbb::filter_mode::serial_in_order, [&](long* slot) {
                     FLAIRIZE_HANDOVER(acquire, slot);
+                    FLAIRIZE_HANDOVER(acquire, &finish);   // the previous item's call
                     if (!inOrder(*slot)) stopped.store(true);
                     FLAIRIZE_HANDOVER(release, slot);
                     FLAIRIZE_HANDOVER(release, &finish);
