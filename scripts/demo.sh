@@ -7,18 +7,16 @@ cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build/release -j"$jobs" --target flairize contact_sheet
+cmake --build build/release -j"$jobs" --target flairize
 
 bin=build/release
 out=out/demo
 mkdir -p "$out"
-sheet=("Original=samples/sample.png")
 while IFS=$'\t' read -r index name offered _; do
   [ "$offered" = 1 ] || continue
   slug=$(echo "$name" | tr '[:upper:] ' '[:lower:]-')
   "$bin/flairize" render samples/sample.png "$out/$slug.png" --effect "$index"
-  sheet+=("$name=$out/$slug.png")
   echo "rendered $out/$slug.png"
 done < <("$bin/flairize" list --tsv)
-"$bin/contact_sheet" "$out/contact-sheet.png" 6 "${sheet[@]}"
-echo "contact sheet: $out/contact-sheet.png ($(( ${#sheet[@]} - 1 )) effects)"
+"$bin/flairize" sheet samples/sample.png "$out/contact-sheet.png"
+echo "contact sheet: $out/contact-sheet.png"

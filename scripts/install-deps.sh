@@ -13,7 +13,7 @@ case "${1:-}" in
   *) echo "usage: install-deps.sh [--aarch64]" >&2; exit 2 ;;
 esac
 
-required=(build-essential cmake pkg-config libpng-dev libgtest-dev nettle-dev libtbb-dev)
+required=(build-essential cmake pkg-config libpng-dev libgtest-dev nettle-dev libtbb-dev help2man)
 optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
           g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
           python3-pefile xvfb xauth wine wine64 wine32:i386

@@ -5,8 +5,10 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,33 +23,12 @@
 #include "platform/strings.h"
 #include "platform/threads.h"
 #include "resources/string_ids.h"
+#include "standalone/help.h"
 #include "standalone/picture_io.h"
+#include "standalone/sheet.h"
 
 namespace cli {
 namespace {
-
-const char* const kUsage =
-    "usage: flairize <command> [options]\n"
-    "\n"
-    "commands:\n"
-    "  render IN OUT [effect options] [--progress N] [--filter-only] [--threads N]\n"
-    "                       render one frame (BMP or PNG in and out)\n"
-    "  sequence IN OUTPATTERN --frames N [--direction D] [--speed S] [--threads N] [effect options]\n"
-    "                       render N frames across the effect's stretch, e.g. out/frame%04d.png\n"
-    "  timing --frames N [--speed S] [--direction D]\n"
-    "                       print \"frame position progress\" for N frames\n"
-    "  settings OUT.flr [effect options] [--direction D]\n"
-    "                       write a 20-byte settings block\n"
-    "  list [--tsv]         list the effects\n"
-    "\n"
-    "effect options:\n"
-    "  --effect NAME|INDEX  effect by name (\"find-edges\") or index (default Weave)\n"
-    "  --p1 N --p2 N --p3 N slider values 0..255 (default: the effect's defaults)\n"
-    "  --colour RRGGBB      effect colour, hex, red first (default 000000)\n"
-    "  --settings FILE.flr  take effect, sliders, colour and direction from a settings block\n"
-    "\n"
-    "directions: Backward, Cycle, Forward, \"Reverse Cycle\"\n"
-    "--threads N: threads a render uses (default: all cores; 1: one thread); the pictures are the same\n";
 
 struct UsageError {
     std::string message;
@@ -66,6 +47,21 @@ long parseNumber(const std::string& option, const char* text, long lo, long hi) 
         usage(option + ": expected a whole number from " + std::to_string(lo) + " to " + std::to_string(hi) +
               ", got \"" + text + "\"");
     return v;
+}
+
+// Progress as steps 0..16384, a fraction with a point (0.5) or a percentage (50%),
+// the last two rounded to the nearest step.
+long parseProgress(const std::string& text) {
+    const bool percent = !text.empty() && text.back() == '%';
+    const std::string number = percent ? text.substr(0, text.size() - 1) : text;
+    if (!percent && number.find('.') == std::string::npos) return parseNumber("--progress", text.c_str(), 0, 16384);
+    errno = 0;
+    char* end = nullptr;
+    const double v = std::strtod(number.c_str(), &end);
+    const double top = percent ? 100.0 : 1.0;
+    if (number.empty() || *end || errno || !(v >= 0.0 && v <= top))
+        usage("--progress: expected 0..16384, a fraction 0.0..1.0 or a percentage 0%..100%, got \"" + text + "\"");
+    return long(std::floor(v / top * 16384.0 + 0.5));
 }
 
 std::uint32_t parseColour(const char* text) {
@@ -106,6 +102,9 @@ struct Options {
     long frames = -1;
     long speed = 0;
     long threads = 0;   // all cores
+    long columns = 6;
+    std::map<std::string, long> named;   // sliders by label ("Amount") as given
+    std::vector<std::string> given;      // the options given, for the warnings
     std::string settings;
     bool filterOnly = false;
     bool tsv = false;
@@ -133,7 +132,12 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             arg = arg.substr(0, eq);
             inlineValue = true;
         }
-        if (!allowedOption(arg)) usage("unknown option \"" + arg + "\" for this command");
+        if (!allowedOption(arg)) {
+            const std::string guess = nearest(arg, allowed);
+            usage("unknown option \"" + arg + "\" for this command" +
+                  (guess.empty() ? std::string() : "; did you mean \"" + guess + "\"?"));
+        }
+        o.given.push_back(arg);
         if (arg == "--filter-only" || arg == "--tsv") {
             if (inlineValue) usage(arg + " takes no value");
             (arg == "--tsv" ? o.tsv : o.filterOnly) = true;
@@ -146,9 +150,15 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
         const char* v = value.c_str();
         if (arg == "--effect") {
             o.effect = findEffect(v);
-            if (o.effect < 0) usage("--effect: no effect named \"" + value + "\" (see flairize list)");
+            if (o.effect < 0) {
+                std::vector<std::string> names;
+                for (unsigned e = 0; e < flairize::effectCount(); ++e) names.push_back(flairize::effectSlug(e));
+                const std::string guess = nearest(normaliseName(v), names);
+                usage("--effect: no effect named \"" + value + "\"" +
+                      (guess.empty() ? " (see flairize list)" : "; did you mean \"" + guess + "\"?"));
+            }
         } else if (arg == "--progress") {
-            o.progress = parseNumber(arg, v, 0, 16384);
+            o.progress = parseProgress(value);
         } else if (arg == "--p1" || arg == "--p2" || arg == "--p3") {
             o.params[arg[3] - '1'] = parseNumber(arg, v, 0, 255);
         } else if (arg == "--colour" || arg == "--color") {
@@ -158,18 +168,26 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
         } else if (arg == "--frames") {
             o.frames = parseNumber(arg, v, 1, 1000000);
         } else if (arg == "--speed") {
-            o.speed = parseNumber(arg, v, -128, 127);
+            // Below -124 the speed curve has no value at the start of the stretch.
+            o.speed = parseNumber(arg, v, -124, 127);
         } else if (arg == "--settings") {
             o.settings = value;
         } else if (arg == "--threads") {
             o.threads = parseNumber(arg, v, 1, 1024);
+        } else if (arg == "--columns") {
+            o.columns = parseNumber(arg, v, 1, 64);
+        } else {   // a slider by its label
+            std::string label = arg.substr(2);
+            label[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(label[0])));
+            o.named[label] = parseNumber(arg, v, 0, 255);
         }
     }
     return o;
 }
 
-const std::vector<std::string> kEffectOptions = {"--effect", "--p1", "--p2", "--p3", "--colour", "--color",
-                                                 "--settings"};
+const std::vector<std::string> kEffectOptions = {"--effect", "--p1",     "--p2",   "--p3",         "--colour",
+                                                 "--color",  "--settings", "--amount", "--angle", "--colors",
+                                                 "--number", "--randomness", "--size"};
 
 std::vector<std::string> with(std::vector<std::string> base, std::initializer_list<const char*> more) {
     for (const char* m : more) base.emplace_back(m);
@@ -192,9 +210,31 @@ SettingsRecord buildRecord(const Options& o) {
                              std::to_string(flairize::effectCount() - 1)};
     }
     if (o.effect >= 0) flairize::chooseEffect(r, std::uint16_t(o.effect));   // as the editor does
-    if (o.params[0] >= 0) r.param1 = std::uint16_t(o.params[0]);
-    if (o.params[1] >= 0) r.param2 = std::uint16_t(o.params[1]);
-    if (o.params[2] >= 0) r.param3 = std::uint16_t(o.params[2]);
+    std::uint16_t* params[3] = {&r.param1, &r.param2, &r.param3};
+    for (int k = 0; k < 3; ++k)
+        if (o.params[k] >= 0) *params[k] = std::uint16_t(o.params[k]);
+    // Options the chosen effect does not read are said so, not silently dropped.
+    const std::string name = flairize::effectSlug(r.effect);
+    std::string sliders;
+    for (int k = 0; k < 3; ++k)
+        if (flairize::sliderLabelId(r.effect, k)) sliders += (sliders.empty() ? "" : ", ") + flairize::sliderLabel(r.effect, k);
+    auto warn = [&](const std::string& what, std::string why = "") {
+        if (why.empty()) why = "its sliders: " + (sliders.empty() ? std::string("none") : sliders);
+        std::fprintf(stderr, "flairize: warning: %s has no effect on %s (%s)\n", what.c_str(), name.c_str(), why.c_str());
+    };
+    for (const auto& [label, value] : o.named) {
+        int k = 0;
+        while (k < 3 && flairize::sliderLabel(r.effect, k) != label) ++k;
+        std::string option = "--" + label;
+        option[2] = static_cast<char>(std::tolower(static_cast<unsigned char>(option[2])));
+        if (k < 3 && flairize::sliderLabelId(r.effect, k))
+            *params[k] = std::uint16_t(value);
+        else
+            warn(option);
+    }
+    for (int k = 0; k < 3; ++k)
+        if (o.params[k] >= 0 && !flairize::sliderLabelId(r.effect, k)) warn("--p" + std::to_string(k + 1));
+    if (o.colour >= 0 && !flairize::effectUsesColour(r.effect)) warn("--colour", "it paints with no colour");
     if (o.colour >= 0) r.colour = std::uint32_t(o.colour);
     if (o.direction >= 0) r.direction = (r.direction & ~3u) | std::uint32_t(o.direction);
     return r;
@@ -311,9 +351,10 @@ std::string frameName(const std::string& pattern, long i) {
         while (j < pattern.size() && std::isdigit(static_cast<unsigned char>(pattern[j]))) ++j;
         if (j >= pattern.size() || pattern[j] != 'd' || used || j - k > 6)
             usage("OUTPATTERN \"" + pattern + "\": expected one frame number such as %04d");
-        char buffer[64];
-        std::snprintf(buffer, sizeof buffer, pattern.substr(k, j - k + 1).c_str(), static_cast<int>(i));
-        out += buffer;
+        const std::string conversion = pattern.substr(k, j - k + 1);
+        std::string number(std::size_t(std::snprintf(nullptr, 0, conversion.c_str(), static_cast<int>(i))), '\0');
+        std::snprintf(number.data(), number.size() + 1, conversion.c_str(), static_cast<int>(i));
+        out += number;
         used = true;
         k = j;
     }
@@ -429,8 +470,7 @@ int cmdList(int argc, char** argv) {
     Options o = parse(argc, argv, {"--tsv"});
     if (!o.positional.empty()) usage("list takes no file names");
     std::string out;
-    if (!o.tsv)
-        out += "index  name                    offered  flags  sliders (defaults)\n";
+    if (!o.tsv) out += "index  name to type    effect                 notes\n";
     for (unsigned i = 0; i < flairize::effectCount(); ++i) {
         const std::string name = flairize::effectName(i);
         const bool offered = flairize::effectOffered(i);
@@ -442,17 +482,62 @@ int cmdList(int argc, char** argv) {
             out += "\n";
             continue;
         }
-        char line[160];
-        std::string sliders;
-        for (int k = 0; k < 3; ++k)
-            if (flairize::sliderLabelId(i, k))
-                sliders += (sliders.empty() ? "" : ", ") + flairize::sliderLabel(i, k) + " (" +
-                           std::to_string(flairize::sliderDefault(i, k)) + ")";
-        std::snprintf(line, sizeof line, "%5u  %-22s  %-7s  %5u  %s\n", i, name.c_str(), offered ? "yes" : "no", flags,
-                      sliders.empty() ? "-" : sliders.c_str());
+        std::string notes = offered ? "" : "hidden (not in the editor's list)";
+        if (flairize::effectFadesIn(i)) notes += std::string(notes.empty() ? "" : "; ") + "fades in";
+        if (flairize::effectUsesColour(i)) notes += std::string(notes.empty() ? "" : "; ") + "paints with --colour";
+        char line[200];
+        std::snprintf(line, sizeof line, "%5u  %-15s %-22s %s\n", i, flairize::effectSlug(i).c_str(), name.c_str(),
+                      notes.c_str());
         out += line;
+        for (int k = 0; k < 3; ++k) {
+            if (!flairize::sliderLabelId(i, k)) continue;
+            std::string option = flairize::sliderLabel(i, k);
+            for (char& ch : option) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+            out += "       --" + option + " (--p" + std::to_string(k + 1) + "), default " +
+                   std::to_string(flairize::sliderDefault(i, k)) + ": " + sliderMeaning(i, k) + "\n";
+        }
     }
     std::fputs(out.c_str(), stdout);
+    return 0;
+}
+
+int cmdSheet(int argc, char** argv) {
+    Options o = parse(argc, argv, {"--columns", "--threads"});
+    if (o.positional.size() != 2) usage("sheet needs IN and OUT");
+    checkOutputName(o.positional[1]);
+    Picture source;
+    readInput(o.positional[0], source);
+    std::vector<unsigned> effects;
+    for (unsigned i = 0; i < flairize::effectCount(); ++i)
+        if (flairize::effectOffered(i)) effects.push_back(i);
+    // The effects render side by side, each on one thread.
+    const unsigned threads = o.threads > 0 ? unsigned(o.threads) : hostops::availableThreads();
+    const flairize::HostServices host = hostops::services();
+    std::vector<Picture> rendered(effects.size());
+    std::vector<std::string> failures(effects.size());
+    hostops::runInOrder(
+        threads, long(effects.size()),
+        [&](long k) {
+            SettingsRecord record = flairize::newSettingsRecord();
+            flairize::chooseEffect(record, std::uint16_t(effects[std::size_t(k)]));
+            record.progress = 16384;
+            const flairize::Result r =
+                flairize::render(host, source.h, flairize::settingsOf(record), flairize::Mix::Always);
+            try {
+                rendered[std::size_t(k)].h = pictureOf(r, o.positional[0]);
+            } catch (const Failure& e) {
+                failures[std::size_t(k)] = e.message;
+            }
+        },
+        [&](long k) { return failures[std::size_t(k)].empty(); });
+    for (const std::string& f : failures)
+        if (!f.empty()) throw Failure{f};
+    std::vector<SheetTile> tiles{{"Original", source.h}};
+    for (std::size_t k = 0; k < effects.size(); ++k) tiles.push_back({flairize::effectName(effects[k]), rendered[k].h});
+    Picture sheet;
+    sheet.h = contactSheet(tiles, int(o.columns));
+    if (!sheet.h) throw Failure{o.positional[1] + ": " + plat::loadString(ids::kNoMemory)};
+    writeOutput(o.positional[1], sheet.h);
     return 0;
 }
 
@@ -472,18 +557,41 @@ int findEffect(const char* text) {
 }
 
 int run(int argc, char** argv) {
-    if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "help")) {
-        std::fputs(kUsage, argc < 2 ? stderr : stdout);
-        return argc < 2 ? 2 : 0;
+    if (argc < 2) {
+        std::fputs(mainHelp().c_str(), stderr);
+        return 2;
     }
     const std::string command = argv[1];
+    if (command == "--help" || command == "-h" || (command == "help" && argc == 2)) {
+        std::fputs(mainHelp().c_str(), stdout);
+        return 0;
+    }
+    if (command == "--version") {
+        std::fputs(versionText().c_str(), stdout);
+        return 0;
+    }
     try {
+        const CommandHelp* help = findCommand(command == "help" ? argv[2] : command);
+        if (!help) {
+            std::vector<std::string> names;
+            for (const CommandHelp& c : commands()) names.emplace_back(c.name);
+            const std::string word = command == "help" ? argv[2] : command;
+            const std::string guess = nearest(word, names);
+            usage("unknown command \"" + word + "\"" +
+                  (guess.empty() ? "; see flairize --help" : "; did you mean \"" + guess + "\"?"));
+        }
+        bool wantsHelp = command == "help";
+        for (int i = 2; i < argc; ++i) wantsHelp = wantsHelp || !std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h");
+        if (wantsHelp) {
+            std::fputs(commandHelp(*help).c_str(), stdout);
+            return 0;
+        }
         if (command == "render") return cmdRender(argc - 2, argv + 2);
         if (command == "sequence") return cmdSequence(argc - 2, argv + 2);
+        if (command == "sheet") return cmdSheet(argc - 2, argv + 2);
         if (command == "timing") return cmdTiming(argc - 2, argv + 2);
         if (command == "settings") return cmdSettings(argc - 2, argv + 2);
-        if (command == "list") return cmdList(argc - 2, argv + 2);
-        usage("unknown command \"" + command + "\"");
+        return cmdList(argc - 2, argv + 2);
     } catch (const UsageError& e) {
         std::fprintf(stderr, "flairize: %s\n", e.message.c_str());
         return 2;

@@ -70,6 +70,42 @@ TEST(CommandLine, OptionsAsAUserTypesThem) {
     }
 }
 
+TEST(CommandLine, HelpNamesAndWarnings) {
+    const std::string in = picture("h.bmp", 9, 6, 24), out = dir() + "/h.bmp";
+    struct Case { std::string args; int status; bool onStdout; std::string text; };
+    const Case cases[] = {
+        {"--help", 0, true, "Commands:"},
+        {"render -h", 0, true, "--progress P"},
+        {"help sequence", 0, true, "OUTPATTERN"},
+        {"--version", 0, true, "flairize "},
+        {"rendr", 2, false, "did you mean \"render\"?"},
+        {"render " + in + " " + out + " --effect posterise", 2, false, "did you mean \"posterize\"?"},
+        {"render " + in + " " + out + " --colur 1", 2, false, "did you mean \"--colour\"?"},
+        {"timing --frames 2 --speed -125", 2, false, "-124 to 127"},
+        {"render " + in + " " + out + " --progress 101%", 2, false, "--progress"},
+        {"render " + in + " " + out + " --effect posterize --p2 4", 0, false, "warning: --p2 has no effect on posterize"},
+        {"render " + in + " " + out + " --effect mosaic --amount 4", 0, false, "warning: --amount has no effect on mosaic"},
+    };
+    for (const Case& c : cases) {
+        const CommandRun r = command(c.args);
+        EXPECT_EQ(r.status, c.status) << c.args;
+        EXPECT_NE((c.onStdout ? r.out : r.err).find(c.text), std::string::npos) << c.args << " -> " << r.out << r.err;
+    }
+
+    // Sliders by label and progress as a fraction or percentage render what the plain forms render.
+    const std::pair<std::string, std::string> same[] = {
+        {"--effect posterize --colors 33", "--effect posterize --p1 33"},
+        {"--effect shake --amount 200 --angle 64", "--effect shake --p2 200 --p1 64"},
+        {"--effect solarize --progress 50%", "--effect solarize --progress 8192"},
+        {"--effect solarize --progress 0.25", "--effect solarize --progress 4096"},
+    };
+    for (const auto& [a, b] : same) {
+        ASSERT_EQ(command("render " + in + " " + dir() + "/a.bmp " + a).status, 0) << a;
+        ASSERT_EQ(command("render " + in + " " + dir() + "/b.bmp " + b).status, 0) << b;
+        EXPECT_EQ(slurp(dir() + "/a.bmp"), slurp(dir() + "/b.bmp")) << a;
+    }
+}
+
 TEST(CommandLine, SettingsBlocksWriteAndLoad) {
     const std::string flr = dir() + "/s.flr";
     ASSERT_EQ(command("settings " + flr).status, 0);
@@ -112,6 +148,8 @@ TEST(CommandLine, SequenceAndTimingFollowSetupFrame) {
     }
     EXPECT_FALSE(exists(dir() + "/f003.bmp"));
     EXPECT_EQ(command("sequence " + in + " " + dir() + "/nopattern.bmp --frames 2 --effect 11").status, 2);
+    ASSERT_EQ(command("sequence " + in + " " + dir() + "/long%070d.bmp --frames 2 --effect 11").status, 0);
+    EXPECT_TRUE(exists(dir() + "/long" + std::string(69, '0') + "1.bmp"));
 
     // Several frames at once give the frames of one thread; a frame that cannot
     // be written stops the run there, keeping the frames before it and none after.

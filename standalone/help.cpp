@@ -1,0 +1,159 @@
+#include "standalone/help.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "engine/flairize.h"
+
+namespace cli {
+
+namespace {
+
+const char* const kEffectOptions =
+    "Effect options:\n"
+    "  --effect NAME|INDEX   the effect, by the name `flairize list` shows (\"find-edges\") or\n"
+    "                        its index (default: weave)\n"
+    "  --amount, --angle, --colors, --number, --randomness, --size N\n"
+    "                        the effect's sliders by their labels, 0..255 (default: the\n"
+    "                        effect's own; `flairize list` says what each one does)\n"
+    "  --p1 N --p2 N --p3 N  the sliders by position, 0..255\n"
+    "  --colour RRGGBB       the colour the effect paints with, hex, red first (default 000000)\n"
+    "  --settings FILE.flr   effect, sliders, colour and direction from a settings block;\n"
+    "                        options given as well override it\n";
+
+const char* const kTimingOptions =
+    "  --direction D         Forward (default), Backward, Cycle or \"Reverse Cycle\"\n"
+    "  --speed S             -124..127: bends the progress along a power curve; positive\n"
+    "                        speeds start slowly, negative ones quickly (default 0)\n";
+
+const char* const kThreads =
+    "  --threads N           threads to render on (default: all cores; 1: one); the\n"
+    "                        pictures are the same for every count\n";
+
+}  // namespace
+
+const std::vector<CommandHelp>& commands() {
+    static const std::vector<CommandHelp> list = {
+        {"render", "IN OUT [effect options] [--progress P] [--filter-only] [--threads N]",
+         "render one picture with an effect",
+         "IN and OUT are BMP or PNG pictures (the extension decides).\n"
+         "  --progress P          how far the effect has advanced: 0..16384, a fraction such as\n"
+         "                        0.5, or a percentage such as 50% (default: the full effect)\n"
+         "  --filter-only         the effect's own result, without the mix with the source by\n"
+         "                        the progress that effects which fade in get\n"},
+        {"sequence", "IN OUTPATTERN --frames N [effect options] [--direction D] [--speed S] [--threads N]",
+         "render N frames across the effect's stretch",
+         "Frame i is at position i x 16384 / (N - 1), through the speed curve and the\n"
+         "direction, as `flairize timing` prints. OUTPATTERN holds one %d conversion,\n"
+         "e.g. out/frame%04d.png. Several frames render at once; if one fails, the\n"
+         "run stops there, keeping the frames before it.\n"},
+        {"sheet", "IN OUT [--columns N] [--threads N]",
+         "every offered effect on one picture, as a labelled contact sheet",
+         "Each effect renders IN at its defaults and full progress; the sheet shows the\n"
+         "original first, then the effects in table order, each at half size.\n"
+         "  --columns N           pictures per row (default 6)\n"},
+        {"timing", "--frames N [--direction D] [--speed S]",
+         "print \"frame position progress\" for each frame of a sequence", ""},
+        {"settings", "OUT.flr [effect options] [--direction D]",
+         "write a 20-byte settings block (for --settings)", ""},
+        {"list", "[--tsv]",
+         "list the effects: the name to type, the sliders and what they do",
+         "  --tsv                 one tab-separated line per effect: index, name, offered,\n"
+         "                        flags (1 fades in, 2 paints with the colour), the three\n"
+         "                        slider labels and their defaults\n"},
+    };
+    return list;
+}
+
+const CommandHelp* findCommand(const std::string& name) {
+    for (const CommandHelp& c : commands())
+        if (name == c.name) return &c;
+    return nullptr;
+}
+
+std::string versionText() {
+    return "flairize " + std::to_string(FLAIRIZE_VERSION_MAJOR) + "." + std::to_string(FLAIRIZE_VERSION_MINOR) + "\n";
+}
+
+std::string mainHelp() {
+    std::string s =
+        "Usage: flairize COMMAND [options]\n"
+        "Renders pictures and frame sequences with the Flairize effects, bit for bit as\n"
+        "the FLAIR.dll plug-in and the frei0r plug-ins render them.\n\nCommands:\n";
+    for (const CommandHelp& c : commands()) {
+        std::string line = std::string("  ") + c.name;
+        line.resize(12, ' ');
+        s += line + c.summary + "\n";
+    }
+    s += "\n`flairize COMMAND --help` shows a command's options; `flairize --version` the version.\n\n";
+    s += kEffectOptions;
+    s += "\nExit status: 0 success; 1 the render failed (out of memory included); 2 bad input,\n"
+         "bad usage, or an output that cannot be written.\n";
+    return s;
+}
+
+std::string commandHelp(const CommandHelp& c) {
+    const std::string name = c.name;
+    std::string s = "Usage: flairize " + name + " " + c.synopsis + "\n" + c.summary + ".\n\n" + c.details;
+    const std::string synopsis = c.synopsis;
+    if (synopsis.find("--direction") != std::string::npos) s += kTimingOptions;
+    if (synopsis.find("--threads") != std::string::npos) s += kThreads;
+    if (synopsis.find("effect options") != std::string::npos) s += std::string("\n") + kEffectOptions;
+    return s;
+}
+
+std::string nearest(const std::string& word, const std::vector<std::string>& candidates) {
+    auto lower = [](std::string s) {
+        for (char& ch : s) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+        return s;
+    };
+    // Edits (insert, delete, replace, swap two neighbours) that turn a into b.
+    auto distance = [](const std::string& a, const std::string& b) {
+        std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+        for (std::size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
+        for (std::size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
+        for (std::size_t i = 1; i <= a.size(); ++i)
+            for (std::size_t j = 1; j <= b.size(); ++j) {
+                d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+                if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                    d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+            }
+        return d[a.size()][b.size()];
+    };
+    const std::string w = lower(word);
+    std::string best;
+    std::size_t bestDistance = std::max<std::size_t>(1, w.size() / 3) + 1;
+    for (const std::string& c : candidates) {
+        const std::size_t dist = distance(w, lower(c));
+        if (dist < bestDistance) best = c, bestDistance = dist;
+    }
+    return best;
+}
+
+std::string sliderMeaning(unsigned effect, int slider) {
+    const std::string label = flairize::sliderLabel(effect, slider);
+    const std::string name = flairize::effectSlug(effect);
+    if (label.empty()) return "";
+    if (label == "Number")
+        return "how close the " + std::string(name == "bubbles" ? "bubbles" : "marks") +
+               " lie: every 17 pixels at 0, 9 at 128, 2 at 255";
+    if (label == "Randomness")
+        return "how far each " + std::string(name == "bubbles" ? "bubble" : "mark") +
+               " strays from its place on the grid (0: not at all)";
+    if (label == "Angle")
+        return "the direction of the " + std::string(name == "shake" ? "smear" : "blur") +
+               ": 0..255 is one turn (0 up, 64 right, 128 down, 192 left)";
+    if (label == "Amount" && name == "shake") return "the length of the smear: none below 8, 16 steps at 128, 31 at 255";
+    if (label == "Amount" && name == "center-blur")
+        return "the length of the blur towards the centre: none below 8, 16 samples at 128, 31 at 255";
+    if (label == "Amount" && name == "reflection")
+        return "how far each row may move from the last: none below 16, 8 pixels at 128, 15 at 255";
+    if (label == "Colors") return "how many levels each channel keeps: (Colors / 16) + 2, so 2 .. 17; 10 at 128";
+    if (label == "Size" && name == "sampler")
+        return "the cell size: (Size / 16) + 1 pixels, 1 .. 16; below 16 the whole picture is the colour";
+    if (label == "Size" && name == "crosshair")
+        return "the radius of the opening: 255 fills the shorter side, 0 leaves only the colour";
+    return "";
+}
+
+}  // namespace cli
