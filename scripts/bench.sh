@@ -14,7 +14,7 @@
 # default 40) and SKIP_FFMPEG=1 shorten or narrow the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DFLAIRIZE_BENCH=ON >/dev/null
 cmake --build build/release -j"$(nproc)" --target flairize_bench flairize >/dev/null
 cmake --build build/release -j"$(nproc)" >/dev/null   # the frei0r plug-ins
 csv=$(mktemp)

@@ -6,8 +6,9 @@ cd "$(dirname "$0")/.."
 
 bash scripts/install-deps.sh
 jobs=$(nproc 2>/dev/null || echo 2)
-cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build/release -j"$jobs" --target flairize
+# The command, its man page and the frei0r plug-ins; the tests are built by scripts/test.sh.
+cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DFLAIRIZE_TESTS=OFF -DFLAIRIZE_BENCH=OFF >/dev/null
+cmake --build build/release -j"$jobs"
 
 bin=build/release
 out=out/demo

@@ -2,22 +2,27 @@
 # Installs what Flairize needs from Debian's packages, skipping what is there.
 # Required packages must install; optional ones are reported plainly when they
 # cannot be had, and only the work that needs them is skipped later.
-#   install-deps.sh             what the build, the demo and the tests need
-#   install-deps.sh --aarch64   also the aarch64 cross build and qemu (the test job)
+#   install-deps.sh             what the main job needs: the command, the frei0r plug-ins, the man page
+#   install-deps.sh --test      also what the tests need (GoogleTest, Nettle, mingw-w64, Wine, ffmpeg, melt ...)
+#   install-deps.sh --aarch64   also the aarch64 cross build and qemu
 set -u
 
-aarch64=0
+tests=0 aarch64=0
 case "${1:-}" in
   "") ;;
-  --aarch64) aarch64=1 ;;
-  *) echo "usage: install-deps.sh [--aarch64]" >&2; exit 2 ;;
+  --test) tests=1 ;;
+  --aarch64) tests=1 aarch64=1 ;;
+  *) echo "usage: install-deps.sh [--test|--aarch64]" >&2; exit 2 ;;
 esac
 
-required=(build-essential cmake pkg-config libpng-dev libgtest-dev nettle-dev libtbb-dev help2man)
-optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
-          g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
-          python3-pefile xvfb xauth wine wine64 wine32:i386
-          frei0r-plugins-dev ffmpeg melt)
+required=(build-essential cmake pkg-config libpng-dev libtbb-dev)
+optional=(help2man frei0r-plugins-dev)
+if [ $tests -eq 1 ]; then
+  required+=(libgtest-dev nettle-dev)
+  optional+=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
+             g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
+             python3-pefile xvfb xauth wine wine64 wine32:i386 ffmpeg melt)
+fi
 # The aarch64 cross build runs statically linked under qemu; Nettle comes from
 # Debian's arm64 architecture.
 if [ $aarch64 -eq 1 ]; then
@@ -36,8 +41,8 @@ fi
 run() { if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi; }
 export DEBIAN_FRONTEND=noninteractive
 
-# 32-bit Wine comes from Debian's i386 architecture.
-if ! dpkg --print-foreign-architectures | grep -qx i386; then
+# 32-bit Wine comes from Debian's i386 architecture (the tests only).
+if [ $tests -eq 1 ] && ! dpkg --print-foreign-architectures | grep -qx i386; then
   run dpkg --add-architecture i386
 fi
 if [ $aarch64 -eq 1 ] && ! dpkg --print-foreign-architectures | grep -qx arm64; then

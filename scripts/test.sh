@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/install-deps.sh
+bash scripts/install-deps.sh --test
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "== 32-bit Windows build"
@@ -55,7 +55,7 @@ elif [ -n "$windows_build" ]; then
 fi
 
 echo "== native build and tests"
-cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DFLAIRIZE_TESTS=ON -DFLAIRIZE_BENCH=ON >/dev/null
 cmake --build build/release -j"$jobs"
 ctest --test-dir build/release --output-on-failure -j"$jobs"
 
