@@ -86,10 +86,10 @@ Description describe() {
     d.found = effectOfThisFile(d.effect);
     if (!d.found) return d;
     const unsigned e = d.effect;
-    d.name = flairize::effectName(e);
+    d.name = "flairize-" + flairize::effectSlug(e);   // GStreamer names its elements after it
     d.author = plat::loadString(ids::kDisplayName);
     const bool fades = flairize::effectFadesIn(e);
-    d.explanation = "The " + d.name + " effect of " + d.author + ", bit for bit as the flairize command renders it; " +
+    d.explanation = "The " + flairize::effectName(e) + " effect of " + d.author + ", bit for bit as the flairize command renders it; " +
                     (fades ? "fades in with Progress" : "animates with Progress");
 
     for (int k = 0; k < 3; ++k) {

@@ -21,7 +21,8 @@ if [ $tests -eq 1 ]; then
   required+=(libgtest-dev nettle-dev)
   optional+=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
              g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
-             python3-pefile xvfb xauth wine wine64 wine32:i386 ffmpeg melt)
+             python3-pefile xvfb xauth wine wine64 wine32:i386 ffmpeg melt
+             gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-bad)
 fi
 # The aarch64 cross build runs statically linked under qemu; Nettle comes from
 # Debian's arm64 architecture.

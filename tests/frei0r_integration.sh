@@ -1,25 +1,30 @@
 #!/usr/bin/env bash
 # Renders every offered effect through its frei0r plug-in inside Debian's ffmpeg
 # or melt and compares every frame byte for byte with `flairize render`.
-#   frei0r_integration.sh ffmpeg|melt FLAIRIZE PLUGIN_DIR WORK_DIR
+#   frei0r_integration.sh ffmpeg|melt|gstreamer FLAIRIZE PLUGIN_DIR WORK_DIR
 # ffmpeg: three 112x61 bgra frames with alpha, two settings per effect (one with
 #   Mix off); ffmpeg 5.1 pads rows to 64 bytes, so the width is a multiple of 16.
 # melt: a 97x61 picture for ten frames, Progress keyframed 0 to 1; frame i must
 #   equal the render at progress round(i * 16384 / 9).
+# gstreamer: one 97x61 frame per effect through gst-launch-1.0, its sliders,
+#   Progress and colour set as the element's properties.
 # Exit status: 0 all equal, 1 a difference or failure, 77 the host is missing (a skip).
 set -u
 
-[ $# -eq 4 ] || { echo "usage: $0 ffmpeg|melt FLAIRIZE PLUGIN_DIR WORK_DIR" >&2; exit 1; }
+[ $# -eq 4 ] || { echo "usage: $0 ffmpeg|melt|gstreamer FLAIRIZE PLUGIN_DIR WORK_DIR" >&2; exit 1; }
 host=$1 work=$4
 flairize=$(realpath "$2") plugins=$(realpath "$3")
 
 skip() { echo "SKIP: $*"; exit 77; }
 die() { echo "FAIL: $*"; exit 1; }
 
-command -v "$host" >/dev/null 2>&1 || skip "$host is not installed (Debian package $host): the frei0r $host test cannot run"
+[ "$host" = gstreamer ] || command -v "$host" >/dev/null 2>&1 || skip "$host is not installed (Debian package $host): the frei0r $host test cannot run"
 command -v ffmpeg >/dev/null 2>&1 || skip "ffmpeg is not installed: it makes the test's source frames"
 if [ "$host" = ffmpeg ] && ! ffmpeg -hide_banner -filters 2>/dev/null | grep -q ' frei0r '; then
   skip "this ffmpeg has no frei0r filter"
+fi
+if [ "$host" = gstreamer ] && ! command -v gst-launch-1.0 >/dev/null 2>&1; then
+  skip "gst-launch-1.0 is not installed (Debian packages gstreamer1.0-tools, gstreamer1.0-plugins-bad)"
 fi
 
 rm -rf "$work" && mkdir -p "$work" && cd "$work" || die "cannot make and enter $work"
@@ -94,6 +99,27 @@ if [ "$host" = ffmpeg ]; then
           die "$name: ffmpeg frame $f with frei0r=$plugin:$joined differs from flairize render ${options[*]}"
       done
     done
+  done
+elif [ "$host" = gstreamer ]; then
+  # GStreamer's frei0r elements are named after the plug-ins: frei0r-filter-flairize-<effect>.
+  W=97 H=61
+  make_source ${W}x${H} 1
+  export GST_REGISTRY="$work/gst-registry.bin"
+  for line in "${effects[@]}"; do
+    read_effect "$line"
+    properties=(progress=0.7) options=(--effect "$index" --progress "$(steps 0.7 16384)")
+    for k in 0 1 2; do
+      [ -n "${labels[$k]}" ] || continue
+      value=${slider_values[$(( (k + 1) % 3 ))]}   # none of them the slider's default
+      properties+=("$(echo "${labels[$k]}" | tr 'A-Z' 'a-z')=$value")
+      options+=(--p$((k + 1)) "$(steps "$value" 255)")
+    done
+    if (( flags & 2 )); then properties+=(color-r=0.2 color-g=0.6 color-b=1); options+=(--colour 3399ff); fi
+    run_host gst-launch-1.0 -q filesrc location=in.raw ! \
+      rawvideoparse width=$W height=$H format=bgra framerate=1/1 ! "frei0r-filter-$plugin" "${properties[@]}" ! \
+      filesink location=out.raw
+    flairize_frame in0.png "${options[@]}"
+    same_frame out.raw 0 expect.raw || die "$name: GStreamer's frame with ${properties[*]} differs from flairize render ${options[*]}"
   done
 else
   W=97 H=61 N=10

@@ -98,7 +98,7 @@ TEST_P(Frei0rEffect, InfoAndParameters) {
     p.get_plugin_info(&info);
     EXPECT_EQ(std::make_tuple(std::string(info.name), std::string(info.author), info.plugin_type, info.color_model,
                               info.major_version, info.minor_version),
-              std::make_tuple(flairize::effectName(e), std::string("Flairize"), int(F0R_PLUGIN_TYPE_FILTER),
+              std::make_tuple("flairize-" + flairize::effectSlug(e), std::string("Flairize"), int(F0R_PLUGIN_TYPE_FILTER),
                               int(F0R_COLOR_MODEL_BGRA8888), FLAIRIZE_VERSION_MAJOR, FLAIRIZE_VERSION_MINOR));
     std::vector<std::tuple<std::string, int, double>> expected;
     for (int k = 0; k < 3; ++k)
