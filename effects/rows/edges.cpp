@@ -80,7 +80,17 @@ inline Colour effectColour(std::uint32_t c) {
     return Colour{px::colourBlue(c), px::colourGreen(c), px::colourRed(c)};
 }
 
-// Writes `count` pixels: source pixel i where keep[i] is set, the paint colour
+// Byte masks of eight 3-byte pixels: all ones over pixel k where bit k is set.
+struct KeepMasks {
+    std::uint8_t m[256][24];
+    constexpr KeepMasks() : m{} {
+        for (unsigned bits = 0; bits < 256; ++bits)
+            for (unsigned j = 0; j < 24; ++j) m[bits][j] = (bits >> (j / 3)) & 1u ? 0xFF : 0;
+    }
+};
+inline constexpr KeepMasks kKeepMasks{};
+
+// Writes `count` pixels: source pixel i where keep[i] (0 or 1) is set, the paint colour
 // elsewhere (through the alpha mix for a 32-bit source, where a kept pixel
 // mixes with itself and stays as it is).
 template <bool Alpha>
@@ -92,7 +102,22 @@ void keepOrPaint(const std::uint8_t* s, std::uint8_t* o, const std::uint8_t* kee
             else
                 put<true>(o, s, s[3], paint.b, paint.g, paint.r);
     } else {
-        for (unsigned i = 0; i < count; ++i, s += 3, o += 3) {
+        // Eight pixels at a time: their keep flags pick a 24-byte mask that
+        // selects between the source bytes and the paint colour's.
+        std::uint8_t paint8[24];
+        for (unsigned j = 0; j < 24; j += 3) paint8[j] = paint.b, paint8[j + 1] = paint.g, paint8[j + 2] = paint.r;
+        unsigned i = 0;
+        for (; i + 8 <= count; i += 8, s += 24, o += 24) {
+            unsigned bits = 0;
+            for (unsigned k = 0; k < 8; ++k) bits |= unsigned(keep[i + k]) << k;
+            const std::uint8_t* m = kKeepMasks.m[bits];
+            std::uint8_t source[24], result[24];
+            std::memcpy(source, s, 24);
+            for (unsigned j = 0; j < 24; ++j)
+                result[j] = static_cast<std::uint8_t>((source[j] & m[j]) | (paint8[j] & ~m[j]));
+            std::memcpy(o, result, 24);
+        }
+        for (; i < count; ++i, s += 3, o += 3) {
             const std::uint8_t m = static_cast<std::uint8_t>(0u - keep[i]);
             o[0] = static_cast<std::uint8_t>((s[0] & m) | (paint.b & ~m));
             o[1] = static_cast<std::uint8_t>((s[1] & m) | (paint.g & ~m));
@@ -153,7 +178,7 @@ void edgeFlagsInner(const std::uint8_t* const* rows, unsigned y, unsigned y0, un
     const std::uint16_t n = static_cast<std::uint16_t>(3 * (y1 - y0 + 1));
     const std::uint16_t* threshold = kEdgeThresholds<kStep>.t;
     std::uint16_t column[(kBlock + 2) * kStep];
-    std::uint8_t hit[kBlock * kStep];
+    std::uint8_t hit[kBlock * kStep + 2], any[kBlock * kStep];
     for (unsigned x0 = 1; x0 + 1 < width; x0 += kBlock) {
         const unsigned count = width - 1 - x0 < kBlock ? width - 1 - x0 : kBlock, bytes = count * kStep;
         const unsigned first = kStep * (x0 - 1), columnBytes = bytes + 2 * kStep;   // columns x0 - 1 .. x0 + count
@@ -169,8 +194,10 @@ void edgeFlagsInner(const std::uint8_t* const* rows, unsigned y, unsigned y0, un
             const std::uint16_t bound = static_cast<std::uint16_t>(n * (centre[j] + threshold[j]));
             hit[j] = sum >= bound;
         }
-        for (unsigned i = 0; i < count; ++i)
-            flags[x0 + i] = static_cast<std::uint8_t>(hit[kStep * i] | hit[kStep * i + 1] | hit[kStep * i + 2]);
+        // A byte and the next two, which at a pixel's first byte are its three channels.
+        hit[bytes] = hit[bytes + 1] = 0;
+        for (unsigned j = 0; j < bytes; ++j) any[j] = static_cast<std::uint8_t>(hit[j] | hit[j + 1] | hit[j + 2]);
+        for (unsigned i = 0; i < count; ++i) flags[x0 + i] = any[kStep * i];
     }
 }
 
@@ -210,12 +237,13 @@ void findEdgesRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src,
     std::uint8_t keep[kBlock];
     for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
         const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
-        unsigned i = 0;
-        if (x0 == 0) keep[i++] = current[0] | (previous[0] != 0);
-        for (; i < count; ++i) {
-            const unsigned x = x0 + i;
-            keep[i] = (current[x] | current[x - 1] | previous[x] | previous[x - 1]) != 0;
-        }
+        // Pixel 0 has no left neighbour and no upper-right one.
+        const unsigned start = x0 == 0 ? 1 : 0;
+        if (start) keep[0] = current[0] | (previous[0] != 0);
+        const std::uint8_t *c = current + x0 + start, *p = previous + x0 + start;
+        const std::uint8_t *cLeft = c - 1, *pLeft = p - 1;
+        std::uint8_t* k = keep + start;
+        for (unsigned i = 0; i < count - start; ++i) k[i] = (c[i] | cLeft[i] | p[i] | pLeft[i]) != 0;
         std::uint8_t* o = out + step * x0;
         if constexpr (std::is_same_v<Rows, DirectRows>) {
             const std::uint8_t* s = src.at(x0, y);
