@@ -257,6 +257,43 @@ void findEdgesRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src,
     }
 }
 
+// Per byte of a block of pixels, masks that pick the blue, green or red term
+// of the luminance; an alpha byte takes none.
+template <unsigned Step>
+struct ChannelMasks {
+    static constexpr unsigned kBytes = 512 * Step;
+    std::uint8_t blue[kBytes], green[kBytes], red[kBytes];
+    constexpr ChannelMasks() : blue{}, green{}, red{} {
+        for (unsigned j = 0; j < kBytes; ++j) {
+            blue[j] = j % Step == 0 ? 0xFF : 0;
+            green[j] = j % Step == 1 ? 0xFF : 0;
+            red[j] = j % Step == 2 ? 0xFF : 0;
+        }
+    }
+};
+template <unsigned Step>
+inline constexpr ChannelMasks<Step> kChannelMasks{};
+
+// Luminance of `count` (at most 512) pixels of a 24- or 32-bit row: each byte's
+// own term and the sum of a byte with the next two as plain loops, then every
+// pixel's first sum.
+template <unsigned Step>
+void luminanceBlock(const std::uint8_t* s, unsigned count, std::uint8_t* l) {
+    constexpr ChannelMasks<Step> const& m = kChannelMasks<Step>;
+    std::uint8_t term[ChannelMasks<Step>::kBytes + 2], sum[ChannelMasks<Step>::kBytes];
+    const unsigned bytes = count * Step;
+    for (unsigned j = 0; j < bytes; ++j) {
+        const std::uint8_t v = s[j];
+        const std::uint8_t b = static_cast<std::uint8_t>((v >> 3) - (v >> 6));
+        const std::uint8_t g = static_cast<std::uint8_t>((v >> 1) + (v >> 4) + (v >> 5));
+        const std::uint8_t r = static_cast<std::uint8_t>((v >> 2) + (v >> 4) - (v >> 6) + (v >> 7));
+        term[j] = static_cast<std::uint8_t>((b & m.blue[j]) | (g & m.green[j]) | (r & m.red[j]));
+    }
+    term[bytes] = term[bytes + 1] = 0;
+    for (unsigned j = 0; j < bytes; ++j) sum[j] = static_cast<std::uint8_t>(term[j] + term[j + 1] + term[j + 2]);
+    for (unsigned i = 0; i < count; ++i) l[i] = sum[Step * i];
+}
+
 // Contours: luminance smoothed with the values to the left and below; a pixel
 // whose smoothed value changes its band of 32 levels against either keeps its
 // colour from row `firstKeptRow` on, everything else is painted. Per block of
@@ -280,8 +317,10 @@ void contoursRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, 
     for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
         const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
         if constexpr (std::is_same_v<Rows, DirectRows>) {
-            const std::uint8_t* s = src.at(x0, y);
-            for (unsigned i = 0; i < count; ++i, s += step) l[i] = static_cast<std::uint8_t>(luminanceAt(s));
+            if (alpha)
+                luminanceBlock<4>(src.at(x0, y), count, l);
+            else
+                luminanceBlock<3>(src.at(x0, y), count, l);
         } else {
             for (unsigned i = 0; i < count; ++i) l[i] = static_cast<std::uint8_t>(luminanceAt(src.at(x0 + i, y)));
         }
