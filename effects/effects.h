@@ -18,6 +18,7 @@ FLR_ROW_PAIR(LensFlare);
 // Edges
 bool EdgeBuffersInit(Frame& frame, Carry& carry);
 void EdgeBuffersDone(Carry& carry);
+void FindEdgesBandStart(const Frame& frame, Carry& carry, std::uint16_t y);
 FLR_ROW_PAIR(FindEdges);
 FLR_ROW_PAIR(Contours);
 FLR_ROW_PAIR(Charcoal);

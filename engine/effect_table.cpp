@@ -15,23 +15,25 @@ struct Sliders {
 };
 
 // A row effect run by the row driver; `independent` when its rows read only
-// the frame and the source.
+// the frame and the source, `bandStart` when they carry values from row to row
+// that the source alone gives again at any row.
 constexpr EffectRecord rowEffect(unsigned index, std::uint16_t flags, bool independent, RowFunction line1,
                                  RowFunction line2, InitFunction init = nullptr, DoneFunction done = nullptr,
-                                 Sliders s = {}) {
+                                 Sliders s = {}, BandStartFunction bandStart = nullptr) {
     return EffectRecord{N(index), std::uint16_t(index), flags, rowDriver, init, line1, line2, done, independent,
-                        {s.label1, s.label2, 0}, {s.default1, s.default2, 0}, nullptr};
+                        {s.label1, s.label2, 0}, {s.default1, s.default2, 0}, nullptr, bandStart};
 }
 
 // An effect with a whole-picture filter of its own.
 constexpr EffectRecord imageEffect(unsigned index, std::uint16_t flags, FilterFunction filter, const void* data = nullptr,
                                    Sliders s = {}) {
     return EffectRecord{N(index), std::uint16_t(index), flags, filter, nullptr, nullptr, nullptr, nullptr, false,
-                        {s.label1, s.label2, 0}, {s.default1, s.default2, 0}, data};
+                        {s.label1, s.label2, 0}, {s.default1, s.default2, 0}, data, nullptr};
 }
 
 constexpr std::uint16_t M = kFlagMix, MC = kFlagMix | kFlagColour;
 constexpr bool kIndependent = true, kSerial = false;
+constexpr Sliders kNoSliders{};
 using namespace ids;
 constexpr Sliders kMarks{kLabelNumber, kLabelRandomness, 128, 128};
 
@@ -46,13 +48,18 @@ constexpr EffectRecord kRecords[] = {
     imageEffect(3, M, waterColorFilter),                               // WaterColor
     rowEffect(4, M, kIndependent, EmptyRow, EmptyRow),                 // *Extrude
     rowEffect(5, M, kIndependent, EmptyRow, EmptyRow),                 // *Facet
-    rowEffect(6, MC, kSerial, FindEdgesLine1, FindEdgesLine2, EdgeBuffersInit, EdgeBuffersDone),  // Find Edges
+    // Find Edges carries each row's edge flags, which the source alone gives
+    // again: it runs in bands, each starting from the flags of the row below.
+    rowEffect(6, MC, kSerial, FindEdgesLine1, FindEdgesLine2, EdgeBuffersInit, EdgeBuffersDone, kNoSliders,
+              FindEdgesBandStart),                                                                // Find Edges
     rowEffect(7, M, kIndependent, EmptyRow, EmptyRow),                 // *Fragment
     rowEffect(8, M, kIndependent, LensFlareLine1, LensFlareLine2),     // *Lens Flare
     rowEffect(9, 0, kIndependent, MosaicLine1, MosaicLine2),           // Mosaic
     imageEffect(10, MC, meanMapFilter, &kPointillizeMarks, kMarks),    // Pointillize
     rowEffect(11, M, kIndependent, SolarizeLine1, SolarizeLine2),      // Solarize
     imageEffect(12, M, textureFilter, &kTilesTexture),                 // Tiles
+    // Contours smooths each row with the smoothed row below, so a row's values
+    // depend on every row under it: serial.
     rowEffect(13, MC, kSerial, ContoursLine1, ContoursLine2, EdgeBuffersInit, EdgeBuffersDone),   // Contours
     rowEffect(14, M, kIndependent, ShakeLine1, ShakeLine2, nullptr, nullptr, {kLabelAngle, kLabelAmount, 0, 128}),
     imageEffect(15, M, textureFilter, &kBricksTexture),                // Bricks
@@ -71,6 +78,8 @@ constexpr EffectRecord kRecords[] = {
     imageEffect(28, MC, meanMapFilter, &kTrianglesMarks, kMarks),      // Triangles
     imageEffect(29, MC, meanMapFilter, &kSmudgeMarks, kMarks),         // Smudge
     rowEffect(30, 0, kSerial, ReflectionLine1, ReflectionLine2, nullptr, nullptr, {kLabelAmount, 0, 128, 0}),
+    // Charcoal averages each output value with three output values of the row
+    // below, so every row depends on all rows under it: serial.
     rowEffect(31, M, kSerial, CharcoalLine1, CharcoalLine2, EdgeBuffersInit, EdgeBuffersDone),   // Charcoal
     rowEffect(32, M, kIndependent, PosterizeLine1, PosterizeLine2, PosterizeInit, nullptr, {kLabelColors, 0, 128, 0}),
     rowEffect(33, MC, kIndependent, SamplerLine1, SamplerLine2, nullptr, nullptr, {kLabelSize, 0, 128, 0}),

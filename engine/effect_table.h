@@ -59,6 +59,9 @@ using InitFunction = bool (*)(Frame& frame, Carry& carry);
 // Writes output row y: 3 bytes a pixel (blue, green, red), or 4 with the mask for a 32-bit source.
 using RowFunction = void (*)(const Frame& frame, Carry& carry, std::uint16_t y, std::uint8_t* out);
 using DoneFunction = void (*)(Carry& carry);
+// Fills a fresh carry (after init) as the rows 0 .. y - 1 would leave it, from
+// the source alone, so that rows y, y + 1, ... can run on their own.
+using BandStartFunction = void (*)(const Frame& frame, Carry& carry, std::uint16_t y);
 
 constexpr std::uint16_t kFlagMix = 1;      // mix the filter's result with the source by progress
 constexpr std::uint16_t kFlagColour = 2;   // the effect paints with the record's colour
@@ -78,6 +81,9 @@ struct EffectRecord {
     std::uint16_t labelIds[3];  // 0 hides the slider
     std::uint16_t defaults[3];
     const void* data;           // the family's own data for this effect (texture, shapes, chain)
+    // Rows that carry values to the next row but can start anywhere: with it
+    // the driver runs bands on threads, each with its own carry.
+    BandStartFunction bandStart;
 };
 
 struct EffectTable {

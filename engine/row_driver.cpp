@@ -1,9 +1,11 @@
 // The row driver: runs a row effect over a picture, one output row at a time,
 // between the effect's optional init and done functions. Rows that depend on
 // the rows below them run from the bottom up; independent rows run in bands on
-// the host's threads where it offers them, each band writing only its own rows.
+// the host's threads where it offers them, each band writing only its own rows,
+// and so do carrying rows whose effect can start its carry at any row.
 // A row that is blended with the source is blended as soon as it is written,
 // while it is still in cache.
+#include <atomic>
 #include <cstring>
 
 #include "engine/dib.h"
@@ -42,32 +44,53 @@ flairize::Result rowDriver(const FilterCall& call) {
 
     struct Band {
         const FilterCall& call;
+        const EffectRecord& effect;
         RowFunction line;
         const Frame& frame;
         Carry& carry;
         const dib::Output& out;
         unsigned sourceBytes, outputBytes;
-    } band{call, in.bytesPerPixel == 1 ? effect.line1 : effect.line2, frame, carry, out, in.bytesPerPixel,
-           in.bitCount == 32 ? 4u : 3u};
-    auto runRows = [](void* context, unsigned begin, unsigned end) {
-        const Band& b = *static_cast<const Band*>(context);
-        const flairize::HostServices& host = b.call.host;
-        for (unsigned y = begin; y < end; ++y) {
-            if (host.rowTick) host.rowTick(host.user);
-            std::uint8_t* row = b.out.row(y);
-            if (b.call.outputView) std::memset(row, 0, b.out.rowBytes());
-            b.line(b.frame, b.carry, static_cast<std::uint16_t>(y), row);
-            if (b.call.mixRows)
-                host.mixRow(host.user, b.frame.rows[y], b.sourceBytes, b.frame.colourTable, row, b.frame.width,
-                            b.outputBytes, b.frame.progress);
+        std::atomic<bool> outOfMemory{false};
+        // Rows begin .. end - 1 with the given frame and carry.
+        void run(const Frame& f, Carry& c, unsigned begin, unsigned end) const {
+            const flairize::HostServices& host = call.host;
+            for (unsigned y = begin; y < end; ++y) {
+                if (host.rowTick) host.rowTick(host.user);
+                std::uint8_t* row = out.row(y);
+                if (call.outputView) std::memset(row, 0, out.rowBytes());
+                line(f, c, static_cast<std::uint16_t>(y), row);
+                if (call.mixRows)
+                    host.mixRow(host.user, f.rows[y], sourceBytes, f.colourTable, row, f.width, outputBytes,
+                                f.progress);
+            }
         }
-    };
-    if (effect.independentRows && call.host.parallel)
-        call.host.parallel(call.host.user, in.height, runRows, &band);
-    else
-        runRows(&band, 0, in.height);
+    } band{call, effect, in.bytesPerPixel == 1 ? effect.line1 : effect.line2, frame, carry, out, in.bytesPerPixel,
+           in.bitCount == 32 ? 4u : 3u};
+    if (effect.independentRows && call.host.parallel) {
+        call.host.parallel(call.host.user, in.height, [](void* context, unsigned begin, unsigned end) {
+            const Band& b = *static_cast<const Band*>(context);
+            b.run(b.frame, b.carry, begin, end);
+        }, &band);
+    } else if (effect.bandStart && call.host.parallel) {
+        // Each band takes a carry of its own and starts it where the rows below would leave it.
+        call.host.parallel(call.host.user, in.height, [](void* context, unsigned begin, unsigned end) {
+            Band& b = *static_cast<Band*>(context);
+            Frame bandFrame = b.frame;
+            Carry own{};
+            if (b.effect.init && !b.effect.init(bandFrame, own)) {
+                b.outOfMemory = true;
+                return;
+            }
+            b.effect.bandStart(bandFrame, own, static_cast<std::uint16_t>(begin));
+            b.run(bandFrame, own, begin, end);
+            if (b.effect.done) b.effect.done(own);
+        }, &band);
+    } else {
+        band.run(frame, carry, 0, in.height);
+    }
     if (effect.done) effect.done(carry);
     plat::globalUnlock(tableBlock);
     plat::globalFree(tableBlock);
+    if (band.outOfMemory) return resultOutOfMemory();
     return resultOk(out.release());
 }

@@ -37,6 +37,8 @@ FLR_ROW(PlainCenterBlur);
 FLR_ROW(PlainRadialBlur);
 FLR_ROW(PlainShake);
 FLR_ROW(PlainCharcoal);
+FLR_ROW(PlainFindEdges);
+FLR_ROW(PlainContours);
 FLR_ROW(PlainDarkStrokes);
 FLR_ROW(PlainFresco);
 FLR_ROW(PlainStamp);

@@ -13,6 +13,7 @@ const Replacement kReplacements[] = {
     {RadialBlurLine1, RadialBlurLine2, PlainRadialBlur}, {ShakeLine1, ShakeLine2, PlainShake},
     {CharcoalLine1, CharcoalLine2, PlainCharcoal},       {DarkStrokesLine1, DarkStrokesLine2, PlainDarkStrokes},
     {FrescoLine1, FrescoLine2, PlainFresco},             {StampLine1, StampLine2, PlainStamp},
+    {FindEdgesLine1, FindEdgesLine2, PlainFindEdges},    {ContoursLine1, ContoursLine2, PlainContours},
 };
 
 }  // namespace

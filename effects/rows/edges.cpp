@@ -80,46 +80,225 @@ inline Colour effectColour(std::uint32_t c) {
     return Colour{px::colourBlue(c), px::colourGreen(c), px::colourRed(c)};
 }
 
-// A pixel is an edge when it is darker than the mean of its clipped 3 x 3 block
-// by enough in one channel. Edge pixels keep their colour, and so do their
-// right, upper and upper-right neighbours; everything else is painted.
+// Byte masks of eight 3-byte pixels: all ones over pixel k where bit k is set.
+struct KeepMasks {
+    std::uint8_t m[256][24];
+    constexpr KeepMasks() : m{} {
+        for (unsigned bits = 0; bits < 256; ++bits)
+            for (unsigned j = 0; j < 24; ++j) m[bits][j] = (bits >> (j / 3)) & 1u ? 0xFF : 0;
+    }
+};
+inline constexpr KeepMasks kKeepMasks{};
+
+// Writes `count` pixels: source pixel i where keep[i] (0 or 1) is set, the paint colour
+// elsewhere (through the alpha mix for a 32-bit source, where a kept pixel
+// mixes with itself and stays as it is).
+template <bool Alpha>
+void keepOrPaint(const std::uint8_t* s, std::uint8_t* o, const std::uint8_t* keep, unsigned count, Colour paint) {
+    if constexpr (Alpha) {
+        for (unsigned i = 0; i < count; ++i, s += 4, o += 4)
+            if (keep[i])
+                keepPixel(o, s, true);
+            else
+                put<true>(o, s, s[3], paint.b, paint.g, paint.r);
+    } else {
+        // Eight pixels at a time: their keep flags pick a 24-byte mask that
+        // selects between the source bytes and the paint colour's.
+        std::uint8_t paint8[24];
+        for (unsigned j = 0; j < 24; j += 3) paint8[j] = paint.b, paint8[j + 1] = paint.g, paint8[j + 2] = paint.r;
+        unsigned i = 0;
+        for (; i + 8 <= count; i += 8, s += 24, o += 24) {
+            unsigned bits = 0;
+            for (unsigned k = 0; k < 8; ++k) bits |= unsigned(keep[i + k]) << k;
+            const std::uint8_t* m = kKeepMasks.m[bits];
+            std::uint8_t source[24], result[24];
+            std::memcpy(source, s, 24);
+            for (unsigned j = 0; j < 24; ++j)
+                result[j] = static_cast<std::uint8_t>((source[j] & m[j]) | (paint8[j] & ~m[j]));
+            std::memcpy(o, result, 24);
+        }
+        for (; i < count; ++i, s += 3, o += 3) {
+            const std::uint8_t m = static_cast<std::uint8_t>(0u - keep[i]);
+            o[0] = static_cast<std::uint8_t>((s[0] & m) | (paint.b & ~m));
+            o[1] = static_cast<std::uint8_t>((s[1] & m) | (paint.g & ~m));
+            o[2] = static_cast<std::uint8_t>((s[2] & m) | (paint.r & ~m));
+        }
+    }
+}
+
+// The same for a palette source.
+inline void keepOrPaint(const PaletteRows& src, unsigned x0, unsigned y, std::uint8_t* o, const std::uint8_t* keep,
+                        unsigned count, Colour paint) {
+    for (unsigned i = 0; i < count; ++i, o += 3)
+        if (keep[i])
+            keepPixel(o, src.at(x0 + i, y), false);
+        else
+            o[0] = paint.b, o[1] = paint.g, o[2] = paint.r;
+}
+
+// A pixel is an edge when the mean of its clipped 3 x 3 block exceeds it by at
+// least 6 in red, 4 in green or 7 in blue (32 times the excess reaches 180, 128
+// or 205). With n pixels in the block, mean >= c + t is sum >= n (c + t), which
+// needs no division.
+constexpr unsigned kEdgeBlue = 7, kEdgeGreen = 4, kEdgeRed = 6;
+
+// The edge flag of pixel x of row y, whose block spans rows y0 .. y1.
+template <class Rows>
+std::uint8_t edgeAt(const Rows& src, unsigned x, unsigned y, unsigned y0, unsigned y1, unsigned width) {
+    const unsigned x0 = x > 0 ? x - 1 : x, x1 = x + 1 < width ? x + 1 : x;
+    ColourSum sum;
+    for (unsigned xx = x0; xx <= x1; ++xx) sum += columnSum(src, xx, y0, y1);
+    const unsigned n = (x1 - x0 + 1) * (y1 - y0 + 1);
+    const std::uint8_t* c = src.at(x, y);
+    return sum.r >= n * (c[2] + kEdgeRed) || sum.g >= n * (c[1] + kEdgeGreen) || sum.b >= n * (c[0] + kEdgeBlue);
+}
+
+// Per byte of a block of pixels, the excess that makes an edge; an alpha byte never does.
+template <unsigned Step>
+struct EdgeThresholds {
+    std::uint16_t t[256 * Step];
+    constexpr EdgeThresholds() : t{} {
+        for (unsigned i = 0; i < 256; ++i) {
+            t[Step * i] = kEdgeBlue, t[Step * i + 1] = kEdgeGreen, t[Step * i + 2] = kEdgeRed;
+            if (Step == 4) t[Step * i + 3] = 2000;   // n (255 + 2000) stays above any sum of 9 bytes
+        }
+    }
+};
+template <unsigned Step>
+inline constexpr EdgeThresholds<Step> kEdgeThresholds{};
+
+// Edge flags of pixels 1 .. width - 2 of row y of a 24- or 32-bit picture, in
+// blocks: per byte the column sums over rows y0 .. y1, the sum of three
+// neighbouring columns and the test against n (centre + threshold) as plain
+// loops the compiler vectorises; then per pixel any of its three channels.
+template <bool Alpha>
+void edgeFlagsInner(const std::uint8_t* const* rows, unsigned y, unsigned y0, unsigned y1, unsigned width,
+                    std::uint8_t* flags) {
+    constexpr unsigned kStep = Alpha ? 4 : 3, kBlock = 256;
+    const std::uint16_t n = static_cast<std::uint16_t>(3 * (y1 - y0 + 1));
+    const std::uint16_t* threshold = kEdgeThresholds<kStep>.t;
+    std::uint16_t column[(kBlock + 2) * kStep];
+    std::uint8_t hit[kBlock * kStep + 2], any[kBlock * kStep];
+    for (unsigned x0 = 1; x0 + 1 < width; x0 += kBlock) {
+        const unsigned count = width - 1 - x0 < kBlock ? width - 1 - x0 : kBlock, bytes = count * kStep;
+        const unsigned first = kStep * (x0 - 1), columnBytes = bytes + 2 * kStep;   // columns x0 - 1 .. x0 + count
+        const std::uint8_t* r0 = rows[y0] + first;
+        for (unsigned j = 0; j < columnBytes; ++j) column[j] = r0[j];
+        for (unsigned yy = y0 + 1; yy <= y1; ++yy) {
+            const std::uint8_t* r = rows[yy] + first;
+            for (unsigned j = 0; j < columnBytes; ++j) column[j] = static_cast<std::uint16_t>(column[j] + r[j]);
+        }
+        const std::uint8_t* centre = rows[y] + kStep * x0;
+        for (unsigned j = 0; j < bytes; ++j) {
+            const std::uint16_t sum = static_cast<std::uint16_t>(column[j] + column[j + kStep] + column[j + 2 * kStep]);
+            const std::uint16_t bound = static_cast<std::uint16_t>(n * (centre[j] + threshold[j]));
+            hit[j] = sum >= bound;
+        }
+        // A byte and the next two, which at a pixel's first byte are its three channels.
+        hit[bytes] = hit[bytes + 1] = 0;
+        for (unsigned j = 0; j < bytes; ++j) any[j] = static_cast<std::uint8_t>(hit[j] | hit[j + 1] | hit[j + 2]);
+        for (unsigned i = 0; i < count; ++i) flags[x0 + i] = any[kStep * i];
+    }
+}
+
+// Edge flags of the whole of row y.
+template <class Rows>
+void edgeFlags(const Rows& src, unsigned y, unsigned width, unsigned height, bool alpha, std::uint8_t* flags) {
+    const unsigned y0 = y > 0 ? y - 1 : y, y1 = y + 1 < height ? y + 1 : y;
+    if constexpr (std::is_same_v<Rows, DirectRows>) {
+        if (width > 2) {
+            flags[0] = edgeAt(src, 0, y, y0, y1, width);
+            flags[width - 1] = edgeAt(src, width - 1, y, y0, y1, width);
+            if (alpha)
+                edgeFlagsInner<true>(src.rows, y, y0, y1, width, flags);
+            else
+                edgeFlagsInner<false>(src.rows, y, y0, y1, width, flags);
+            return;
+        }
+    }
+    (void)alpha;
+    for (unsigned x = 0; x < width; ++x) flags[x] = edgeAt(src, x, y, y0, y1, width);
+}
+
+// Find Edges: edge pixels keep their colour, and so do their right, upper and
+// upper-right neighbours; everything else is painted. Row y's flags go to its
+// own buffer; those of row y - 1 are in the other.
 template <class Rows>
 void findEdgesRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, std::uint8_t* out, bool alpha) {
-    const unsigned width = frame.width, height = frame.height;
+    const unsigned width = frame.width;
+    if (width == 0) return;
     std::uint8_t* current = carry.line[y & 1u];
     const std::uint8_t* previous = carry.line[(y & 1u) ^ 1u];
     const Colour paint = effectColour(frame.colour);
     const unsigned step = alpha ? 4 : 3;
-    const unsigned y0 = y > 0 ? y - 1 : y, y1 = y + 1 < height ? y + 1 : y;
-    const unsigned blockRows = y1 - y0 + 1;
+    edgeFlags(src, y, width, frame.height, alpha, current);
 
-    ColourSum left, middle = columnSum(src, 0, y0, y1);
-    ColourSum right = width > 1 ? columnSum(src, 1, y0, y1) : ColourSum{};
-    for (unsigned x = 0; x < width; ++x, out += step) {
-        const unsigned n = blockRows * (1u + (x > 0) + (x + 1 < width));
-        ColourSum sum = left;
-        sum += middle;
-        sum += right;
-        const std::uint8_t* c = src.at(x, y);
-        const int dr = int(blockMean(sum.r, n)) - c[2], dg = int(blockMean(sum.g, n)) - c[1],
-                  db = int(blockMean(sum.b, n)) - c[0];
-        const bool edge = 32 * dr >= 180 || 32 * dg >= 128 || 32 * db >= 205;
-        const bool neighbour =
-            x == 0 ? previous[0] != 0 : (current[x - 1] != 0 || previous[x] != 0 || previous[x - 1] != 0);
-        current[x] = edge ? 1 : 0;
-        if (edge || neighbour)
-            keepPixel(out, c, alpha);
-        else
-            putPixel(out, c, paint.b, paint.g, paint.r, alpha);
-        left = middle;
-        middle = right;
-        right = x + 2 < width ? columnSum(src, x + 2, y0, y1) : ColourSum{};
+    constexpr unsigned kBlock = 512;
+    std::uint8_t keep[kBlock];
+    for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
+        const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
+        // Pixel 0 has no left neighbour and no upper-right one.
+        const unsigned start = x0 == 0 ? 1 : 0;
+        if (start) keep[0] = current[0] | (previous[0] != 0);
+        const std::uint8_t *c = current + x0 + start, *p = previous + x0 + start;
+        const std::uint8_t *cLeft = c - 1, *pLeft = p - 1;
+        std::uint8_t* k = keep + start;
+        for (unsigned i = 0; i < count - start; ++i) k[i] = (c[i] | cLeft[i] | p[i] | pLeft[i]) != 0;
+        std::uint8_t* o = out + step * x0;
+        if constexpr (std::is_same_v<Rows, DirectRows>) {
+            const std::uint8_t* s = src.at(x0, y);
+            if (alpha)
+                keepOrPaint<true>(s, o, keep, count, paint);
+            else
+                keepOrPaint<false>(s, o, keep, count, paint);
+        } else {
+            keepOrPaint(src, x0, y, o, keep, count, paint);
+        }
     }
+}
+
+// Per byte of a block of pixels, masks that pick the blue, green or red term
+// of the luminance; an alpha byte takes none.
+template <unsigned Step>
+struct ChannelMasks {
+    static constexpr unsigned kBytes = 512 * Step;
+    std::uint8_t blue[kBytes], green[kBytes], red[kBytes];
+    constexpr ChannelMasks() : blue{}, green{}, red{} {
+        for (unsigned j = 0; j < kBytes; ++j) {
+            blue[j] = j % Step == 0 ? 0xFF : 0;
+            green[j] = j % Step == 1 ? 0xFF : 0;
+            red[j] = j % Step == 2 ? 0xFF : 0;
+        }
+    }
+};
+template <unsigned Step>
+inline constexpr ChannelMasks<Step> kChannelMasks{};
+
+// Luminance of `count` (at most 512) pixels of a 24- or 32-bit row: each byte's
+// own term and the sum of a byte with the next two as plain loops, then every
+// pixel's first sum.
+template <unsigned Step>
+void luminanceBlock(const std::uint8_t* s, unsigned count, std::uint8_t* l) {
+    constexpr ChannelMasks<Step> const& m = kChannelMasks<Step>;
+    std::uint8_t term[ChannelMasks<Step>::kBytes + 2], sum[ChannelMasks<Step>::kBytes];
+    const unsigned bytes = count * Step;
+    for (unsigned j = 0; j < bytes; ++j) {
+        const std::uint8_t v = s[j];
+        const std::uint8_t b = static_cast<std::uint8_t>((v >> 3) - (v >> 6));
+        const std::uint8_t g = static_cast<std::uint8_t>((v >> 1) + (v >> 4) + (v >> 5));
+        const std::uint8_t r = static_cast<std::uint8_t>((v >> 2) + (v >> 4) - (v >> 6) + (v >> 7));
+        term[j] = static_cast<std::uint8_t>((b & m.blue[j]) | (g & m.green[j]) | (r & m.red[j]));
+    }
+    term[bytes] = term[bytes + 1] = 0;
+    for (unsigned j = 0; j < bytes; ++j) sum[j] = static_cast<std::uint8_t>(term[j] + term[j + 1] + term[j + 2]);
+    for (unsigned i = 0; i < count; ++i) l[i] = sum[Step * i];
 }
 
 // Contours: luminance smoothed with the values to the left and below; a pixel
 // whose smoothed value changes its band of 32 levels against either keeps its
-// colour from row `firstKeptRow` on, everything else is painted.
+// colour from row `firstKeptRow` on, everything else is painted. Per block of
+// pixels: the luminance, then the smoothing (a chain from left to right), then
+// the band test and the output as plain loops.
 template <class Rows>
 void contoursRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, std::uint8_t* out, bool alpha,
                  unsigned firstKeptRow) {
@@ -131,20 +310,62 @@ void contoursRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, 
     const unsigned step = alpha ? 4 : 3;
     const bool smooth = y >= 2, mayKeep = y >= firstKeptRow;
 
-    const std::uint8_t* first = src.at(0, y);
-    int left = px::luminance(first[0], first[1], first[2]);
-    for (unsigned x = 0; x < width; ++x, out += step) {
-        const std::uint8_t* c = src.at(x, y);
-        const int below = previous[x];
-        const int l = px::luminance(c[0], c[1], c[2]);
-        const int s = smooth ? (left + l + below) / 3 : l;
-        const bool contour = ((s ^ left) & 0xE0) != 0 || ((below ^ s) & 0xE0) != 0;
-        if (contour && mayKeep)
-            keepPixel(out, c, alpha);
-        else
-            putPixel(out, c, paint.b, paint.g, paint.r, alpha);
-        left = s;
-        next[x] = static_cast<std::uint8_t>(s);
+    constexpr unsigned kBlock = 512;
+    std::uint8_t l[kBlock], keep[kBlock];
+    const unsigned first = luminanceAt(src.at(0, y));
+    unsigned left = first;
+    for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
+        const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
+        if constexpr (std::is_same_v<Rows, DirectRows>) {
+            if (alpha)
+                luminanceBlock<4>(src.at(x0, y), count, l);
+            else
+                luminanceBlock<3>(src.at(x0, y), count, l);
+        } else {
+            for (unsigned i = 0; i < count; ++i) l[i] = static_cast<std::uint8_t>(luminanceAt(src.at(x0 + i, y)));
+        }
+        std::uint8_t* s = next + x0;
+        const std::uint8_t* below = previous + x0;
+        if (smooth) {
+            // (floor(u / 3) + b) / 3 = (u + 3 b) / 9 in truncating division, so
+            // four steps of the chain take one division after the value before
+            // them, and the three values between come from it alongside.
+            unsigned i = 0;
+            for (; i + 4 <= count; i += 4) {
+                const unsigned a0 = l[i] + below[i], a1 = l[i + 1] + below[i + 1];
+                const unsigned a2 = l[i + 2] + below[i + 2], a3 = l[i + 3] + below[i + 3];
+                const unsigned w1 = a0 + 3 * a1, w2 = w1 + 9 * a2, w3 = w2 + 27 * a3;
+                s[i] = static_cast<std::uint8_t>((left + a0) / 3);
+                s[i + 1] = static_cast<std::uint8_t>((left + w1) / 9);
+                s[i + 2] = static_cast<std::uint8_t>((left + w2) / 27);
+                left = (left + w3) / 81;
+                s[i + 3] = static_cast<std::uint8_t>(left);
+            }
+            for (; i < count; ++i) {
+                left = (left + l[i] + below[i]) / 3;
+                s[i] = static_cast<std::uint8_t>(left);
+            }
+        } else {
+            for (unsigned i = 0; i < count; ++i) s[i] = l[i];
+        }
+        if (!mayKeep) {
+            std::memset(keep, 0, count);
+        } else {
+            unsigned i = 0;
+            if (x0 == 0) keep[i++] = (((s[0] ^ first) | (below[0] ^ s[0])) & 0xE0) != 0;
+            const std::uint8_t* leftOf = s - 1;   // at block starts after the first, the last value of the block before
+            for (; i < count; ++i) keep[i] = (((s[i] ^ leftOf[i]) | (below[i] ^ s[i])) & 0xE0) != 0;
+        }
+        std::uint8_t* o = out + step * x0;
+        if constexpr (std::is_same_v<Rows, DirectRows>) {
+            const std::uint8_t* p = src.at(x0, y);
+            if (alpha)
+                keepOrPaint<true>(p, o, keep, count, paint);
+            else
+                keepOrPaint<false>(p, o, keep, count, paint);
+        } else {
+            keepOrPaint(src, x0, y, o, keep, count, paint);
+        }
     }
 }
 
@@ -232,6 +453,17 @@ void charcoalRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, 
 }
 
 }  // namespace
+
+void FindEdgesBandStart(const Frame& frame, Carry& carry, std::uint16_t y) {
+    // Row y reads the flags row y - 1 wrote; below row 0 the fresh buffers' 255s stand.
+    if (y == 0 || frame.width == 0) return;
+    std::uint8_t* flags = carry.line[(y - 1u) & 1u];
+    if (frame.colourTable)
+        edgeFlags(PaletteRows{frame.rows, frame.colourTable}, y - 1u, frame.width, frame.height, false, flags);
+    else
+        edgeFlags(DirectRows{frame.rows, frame.hasAlpha ? 4u : 3u}, y - 1u, frame.width, frame.height,
+                  frame.hasAlpha, flags);
+}
 
 FLR_ROW(FindEdgesLine1) { findEdgesRow(frame, carry, y, PaletteRows{frame.rows, frame.colourTable}, out, false); }
 FLR_ROW(FindEdgesLine2) {
