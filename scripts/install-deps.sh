@@ -13,7 +13,8 @@ case "${1:-}" in
   *) echo "usage: install-deps.sh [--aarch64]" >&2; exit 2 ;;
 esac
 
-required=(build-essential cmake pkg-config libpng-dev libgtest-dev nettle-dev libtbb-dev)
+required=(build-essential cmake pkg-config libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libwebp-dev libtiff-dev
+          libgtest-dev nettle-dev libtbb-dev)
 optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
           g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
           python3-pefile xvfb xauth wine wine64 wine32:i386
