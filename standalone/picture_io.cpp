@@ -176,6 +176,12 @@ HGLOBAL parsePng(const std::vector<unsigned char>& data, std::string& error) {
     png_uint_32 width = 0, height = 0;
     int bitDepth = 0, colourType = 0, interlace = 0;
     png_get_IHDR(r.png, r.info, &width, &height, &bitDepth, &colourType, &interlace, nullptr, nullptr);
+    // Deflate packs at most 1032 bytes into one, so a size the data cannot
+    // hold is refused before the picture is allocated.
+    if (std::uint64_t(png_get_rowbytes(r.png, r.info) + 1) * height / 1032 > data.size()) {
+        error = "file is truncated";
+        return nullptr;
+    }
 
     unsigned bits = 24;
     std::uint32_t entries = 0;
@@ -670,7 +676,7 @@ HGLOBAL parseTiff(const std::vector<unsigned char>& data, std::string& error) {
     const bool alpha = extraCount > 0 && (extra[0] == EXTRASAMPLE_ASSOCALPHA || extra[0] == EXTRASAMPLE_UNASSALPHA);
     const bool premultiplied = alpha && extra[0] == EXTRASAMPLE_ASSOCALPHA;
     const int colours = photometric == PHOTOMETRIC_RGB ? 3 : 1;
-    const bool palette = photometric == PHOTOMETRIC_PALETTE && samples == 1 && bits <= 8 && !(bits & (bits - 1));
+    const bool palette = photometric == PHOTOMETRIC_PALETTE && samples == 1 && bits >= 1 && bits <= 8 && !(bits & (bits - 1));
     const bool direct = !TIFFIsTiled(t.tif) && planar == PLANARCONFIG_CONTIG && format == SAMPLEFORMAT_UINT &&
                         (palette || ((photometric == PHOTOMETRIC_RGB || photometric == PHOTOMETRIC_MINISBLACK) &&
                                      (bits == 8 || bits == 16) && samples == colours + (alpha ? 1 : 0)));
