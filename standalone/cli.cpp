@@ -51,7 +51,7 @@ const char* const kUsage =
     "\n"
     "directions: Backward, Cycle, Forward, \"Reverse Cycle\"\n"
     "--threads N: threads a render uses (default: all cores; 1: one thread); the pictures are the same\n"
-    "--quality N: 1..100 for JPEG (default 90) and lossy WebP (default: lossless WebP); other formats ignore it\n"
+    "--quality N: 1..100 for JPEG (default 90) and lossy WebP (default: lossless WebP); other formats warn and ignore it\n"
     "exit status: 0 done; 1 the render failed (out of memory included); 2 bad input, bad usage, or an output\n"
     "that cannot be written\n";
 

@@ -102,7 +102,11 @@ std::string folderOf(const std::string& path) {
 }  // namespace
 
 bool check(const std::string& path, std::string& error) {
-    if (path == "-") return true;
+    if (path == "-") {
+        if (!::isatty(STDOUT_FILENO)) return true;
+        error = "standard output is a terminal, not a file or a pipe";
+        return false;
+    }
     const std::string target = resolveLinks(path);
     struct stat st {};
     if (::stat(target.c_str(), &st) == 0) {
@@ -134,11 +138,11 @@ bool check(const std::string& path, std::string& error) {
 File::~File() { discard(); }
 
 bool File::open(const std::string& path, std::string& error) {
+    if (!check(path, error)) return false;
     if (path == "-") {
         fd_ = STDOUT_FILENO;
         return true;
     }
-    if (!check(path, error)) return false;
     installHandler();
     target_ = resolveLinks(path);
     struct stat st {};

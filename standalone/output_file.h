@@ -8,7 +8,8 @@
 namespace output {
 
 // Whether `path` can take an output file: not a folder, not read-only, in a
-// folder that exists and can be written. "-" (standard output) always can.
+// folder that exists and can be written. "-" (standard output) can unless it
+// is a terminal.
 // On refusal `error` is a short reason ("is read-only").
 bool check(const std::string& path, std::string& error);
 
