@@ -574,17 +574,30 @@ bool writeWebP(int fd, const dib::Source& pic, int quality, std::string& error) 
 
 // ---------------------------------------------------------------- TIFF
 
-int tiffError(TIFF*, void* user, const char* module, const char* format, va_list args) {
+// libtiff's first error becomes the reason; nothing goes to stderr.
+int tiffError(TIFF*, void* user, const char*, const char* format, va_list args) {
     auto* error = static_cast<std::string*>(user);
     if (error && error->empty()) {
         char text[256];
         std::vsnprintf(text, sizeof text, format, args);
-        *error = text;
-        (void)module;
+        *error = std::strncmp(text, "tiff: ", 6) == 0 ? text + 6 : text;   // the name given to libtiff
     }
-    return 1;   // handled: nothing goes to stderr
+    return 1;
 }
-int tiffQuiet(TIFF*, void*, const char*, const char*, va_list) { return 1; }
+// Warnings stay quiet, except that a tag libtiff could not read from the file
+// (a file cut short) is kept: libtiff goes on without the tag, but the picture
+// would not be the one the file meant (a palette picture read as grey).
+int tiffWarning(TIFF*, void* user, const char*, const char* format, va_list args) {
+    auto* lost = static_cast<std::string*>(user);
+    char text[256];
+    std::vsnprintf(text, sizeof text, format, args);
+    if (lost && lost->empty() && std::strstr(text, "IO error")) {
+        *lost = text;
+        const std::size_t ignored = lost->find("; tag ignored");
+        if (ignored != std::string::npos) lost->erase(ignored);
+    }
+    return 1;
+}
 
 struct TiffMemory {
     const unsigned char* data;
@@ -627,9 +640,10 @@ toff_t tiffFdSize(thandle_t h) {
 struct Tiff {
     TIFF* tif = nullptr;
     TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+    std::string lostTag;
     explicit Tiff(std::string& error) {
         TIFFOpenOptionsSetErrorHandlerExtR(options, tiffError, &error);
-        TIFFOpenOptionsSetWarningHandlerExtR(options, tiffQuiet, nullptr);
+        TIFFOpenOptionsSetWarningHandlerExtR(options, tiffWarning, &lostTag);
     }
     ~Tiff() {
         if (tif) TIFFClose(tif);
@@ -650,8 +664,8 @@ HGLOBAL parseTiff(const std::vector<unsigned char>& data, std::string& error) {
     Tiff t(error);
     t.tif = TIFFClientOpenExt("tiff", "rm", &memory, tiffMemRead, tiffNoWrite, tiffMemSeek, tiffNoClose, tiffMemSize,
                               tiffNoMap, tiffNoUnmap, t.options);
-    if (!t.tif) {
-        if (error.empty()) error = "not a readable TIFF file";
+    if (!t.tif || !t.lostTag.empty()) {
+        if (error.empty()) error = t.tif ? t.lostTag : "not a readable TIFF file";
         return nullptr;
     }
     std::uint32_t width = 0, height = 0;

@@ -161,6 +161,13 @@ TEST(PictureFiles, RoundTripsThroughEveryFormat) {
                 ASSERT_EQ(b.a, c.backBits == 32 ? a.a : 255) << what << " alpha at " << x << "," << y;
             }
         EXPECT_LE(worst, c.tolerance) << what;
+        // The same file cut in half is refused with a reason, never read in part.
+        auto half = fileBytes(path);
+        half.resize(half.size() / 2);
+        putFile(path, half);
+        error.clear();
+        EXPECT_EQ(pictures::read(path, error), nullptr) << what;
+        EXPECT_FALSE(error.empty()) << what;
     }
 }
 
