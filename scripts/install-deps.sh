@@ -15,7 +15,8 @@ case "${1:-}" in
   *) echo "usage: install-deps.sh [--test|--aarch64]" >&2; exit 2 ;;
 esac
 
-required=(build-essential cmake pkg-config libpng-dev libtbb-dev)
+required=(build-essential cmake pkg-config libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libwebp-dev libtiff-dev
+          libtbb-dev)
 optional=(help2man frei0r-plugins-dev)
 if [ $tests -eq 1 ]; then
   required+=(libgtest-dev nettle-dev)

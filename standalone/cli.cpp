@@ -24,6 +24,7 @@
 #include "platform/threads.h"
 #include "resources/string_ids.h"
 #include "standalone/help.h"
+#include "standalone/output_file.h"
 #include "standalone/picture_io.h"
 #include "standalone/sheet.h"
 
@@ -105,6 +106,7 @@ struct Options {
     long columns = 6;
     std::map<std::string, long> named;   // sliders by label ("Amount") as given
     std::vector<std::string> given;      // the options given, for the warnings
+    long quality = 0;   // the format's default
     std::string settings;
     bool filterOnly = false;
     bool tsv = false;
@@ -174,6 +176,8 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             o.settings = value;
         } else if (arg == "--threads") {
             o.threads = parseNumber(arg, v, 1, 1024);
+        } else if (arg == "--quality") {
+            o.quality = parseNumber(arg, v, 1, 100);
         } else if (arg == "--columns") {
             o.columns = parseNumber(arg, v, 1, 64);
         } else {   // a slider by its label
@@ -251,14 +255,23 @@ void readInput(const std::string& path, Picture& pic) {
     if (!pic.h) throw UsageError{path + ": " + error};
 }
 
-void checkOutputName(const std::string& path) {
-    if (!pictures::hasExtension(path, ".bmp") && !pictures::hasExtension(path, ".png"))
-        throw UsageError{path + ": unknown picture format (use .bmp or .png)"};
+// Refuses an output before the render: its format and whether it can be written.
+void checkOutputName(const std::string& path, long quality = 0) {
+    const pictures::Format format = pictures::formatOf(path);
+    if (format == pictures::Format::Unknown)
+        throw UsageError{path + ": unknown picture format (use " + pictures::kKnownExtensions + ")"};
+    std::string error;
+    if (!output::check(path, error)) throw UsageError{path + ": " + error};
+    if (quality && !pictures::takesQuality(format))
+        std::fprintf(stderr, "flairize: warning: --quality applies to JPEG and WebP only; %s is written without it\n",
+                     path.c_str());
 }
 
-void writeOutput(const std::string& path, HGLOBAL picture) {
+void writeOutput(const std::string& path, HGLOBAL picture, long quality = 0) {
     std::string error;
-    if (!pictures::write(path, picture, error)) throw Failure{path + ": " + error};
+    pictures::WriteOptions options;
+    options.quality = int(quality);
+    if (!pictures::write(path, picture, error, options)) throw UsageError{path + ": " + error};
 }
 
 // A render's picture, or the failure that names the input and the reason.
@@ -306,11 +319,11 @@ void onRowTick(void* user) {
 }
 
 int cmdRender(int argc, char** argv) {
-    Options o = parse(argc, argv, with(kEffectOptions, {"--progress", "--filter-only", "--threads"}));
+    Options o = parse(argc, argv, with(kEffectOptions, {"--progress", "--filter-only", "--threads", "--quality"}));
     if (o.positional.size() != 2) usage("render needs IN and OUT");
     SettingsRecord record = buildRecord(o);
     record.progress = std::uint32_t(o.progress);
-    checkOutputName(o.positional[1]);
+    checkOutputName(o.positional[1], o.quality);
     Picture source;
     readInput(o.positional[0], source);
 
@@ -328,7 +341,7 @@ int cmdRender(int argc, char** argv) {
     bar.done();
     Picture result;
     result.h = pictureOf(r, o.positional[0]);
-    writeOutput(o.positional[1], result.h);
+    writeOutput(o.positional[1], result.h, o.quality);
     return 0;
 }
 
@@ -363,12 +376,12 @@ std::string frameName(const std::string& pattern, long i) {
 }
 
 int cmdSequence(int argc, char** argv) {
-    Options o = parse(argc, argv, with(kEffectOptions, {"--frames", "--direction", "--speed", "--threads"}));
+    Options o = parse(argc, argv, with(kEffectOptions, {"--frames", "--direction", "--speed", "--threads", "--quality"}));
     if (o.positional.size() != 2) usage("sequence needs IN and OUTPATTERN");
     if (o.frames < 1) usage("sequence needs --frames N");
     const std::string pattern = o.positional[1];
     frameName(pattern, 0);
-    checkOutputName(frameName(pattern, 0));
+    checkOutputName(frameName(pattern, 0), o.quality);
     SettingsRecord record = buildRecord(o);
     Picture source;
     readInput(o.positional[0], source);
@@ -400,7 +413,7 @@ int cmdSequence(int argc, char** argv) {
                     flairize::render(host, source.h, flairize::settingsOf(frameRecord), flairize::Mix::Always);
                 Picture frame;
                 frame.h = pictureOf(r, o.positional[0]);
-                writeOutput(frameName(pattern, i), frame.h);
+                writeOutput(frameName(pattern, i), frame.h, o.quality);
                 out.written = true;
             } catch (const UsageError& e) {
                 out.status = 2, out.message = e.message;
@@ -451,18 +464,13 @@ int cmdSettings(int argc, char** argv) {
     if (o.positional.size() != 1) usage("settings needs OUT.flr");
     const SettingsRecord record = buildRecord(o);
     const std::string path = o.positional[0];
-    std::string temp = path + ".XXXXXX";
-    const int fd = mkstemp(temp.data());
-    if (fd < 0) throw Failure{path + ": " + std::strerror(errno)};
     std::uint8_t block[kSettingsBlockSize];
     flairize::encodeSettingsBlock(record, block);
-    bool ok = ::write(fd, block, sizeof block) == ssize_t(sizeof block);
-    fchmod(fd, 0644);
-    ok = ::close(fd) == 0 && ok;
-    if (!ok || std::rename(temp.c_str(), path.c_str()) != 0) {
-        ::unlink(temp.c_str());
-        throw Failure{path + ": cannot write the settings block"};
-    }
+    output::File file;
+    std::string error;
+    if (!file.open(path, error)) throw UsageError{path + ": " + error};
+    if (::write(file.fd(), block, sizeof block) != ssize_t(sizeof block) || !file.commit(error))
+        throw UsageError{path + ": cannot write the settings block"};
     return 0;
 }
 

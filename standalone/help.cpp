@@ -26,6 +26,10 @@ const char* const kTimingOptions =
     "  --speed S             -124..127: bends the progress along a power curve; positive\n"
     "                        speeds start slowly, negative ones quickly (default 0)\n";
 
+const char* const kQuality =
+    "  --quality N           1..100 for JPEG (default 90) and WebP (default: lossless);\n"
+    "                        other formats warn and ignore it\n";
+
 const char* const kThreads =
     "  --threads N           threads to render on (default: all cores; 1: one); the\n"
     "                        pictures are the same for every count\n";
@@ -34,14 +38,15 @@ const char* const kThreads =
 
 const std::vector<CommandHelp>& commands() {
     static const std::vector<CommandHelp> list = {
-        {"render", "IN OUT [effect options] [--progress P] [--filter-only] [--threads N]",
+        {"render", "IN OUT [effect options] [--progress P] [--filter-only] [--threads N] [--quality N]",
          "render one picture with an effect",
-         "IN and OUT are BMP or PNG pictures (the extension decides).\n"
+         "IN and OUT are BMP, PNG, JPEG, WebP or TIFF pictures; OUT's format follows its\n"
+         "extension. IN \"-\" reads standard input; OUT \"-\" writes PNG to standard output.\n"
          "  --progress P          how far the effect has advanced: 0..16384, a fraction such as\n"
          "                        0.5, or a percentage such as 50% (default: the full effect)\n"
          "  --filter-only         the effect's own result, without the mix with the source by\n"
          "                        the progress that effects which fade in get\n"},
-        {"sequence", "IN OUTPATTERN --frames N [effect options] [--direction D] [--speed S] [--threads N]",
+        {"sequence", "IN OUTPATTERN --frames N [effect options] [--direction D] [--speed S] [--threads N] [--quality N]",
          "render N frames across the effect's stretch",
          "Frame i is at position i x 16384 / (N - 1), through the speed curve and the\n"
          "direction, as `flairize timing` prints. OUTPATTERN holds one %d conversion,\n"
@@ -98,6 +103,7 @@ std::string commandHelp(const CommandHelp& c) {
     const std::string synopsis = c.synopsis;
     if (synopsis.find("--direction") != std::string::npos) s += kTimingOptions;
     if (synopsis.find("--threads") != std::string::npos) s += kThreads;
+    if (synopsis.find("--quality") != std::string::npos) s += kQuality;
     if (synopsis.find("effect options") != std::string::npos) s += std::string("\n") + kEffectOptions;
     return s;
 }

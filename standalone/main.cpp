@@ -1,5 +1,11 @@
 #include <malloc.h>
 
+#include <cstdio>
+#include <exception>
+#include <new>
+
+#include "platform/strings.h"
+#include "resources/string_ids.h"
 #include "standalone/cli.h"
 
 int main(int argc, char** argv) {
@@ -7,5 +13,13 @@ int main(int argc, char** argv) {
     // does not fault fresh pages in for every picture.
     mallopt(M_MMAP_THRESHOLD, 256 * 1024 * 1024);
     mallopt(M_TRIM_THRESHOLD, 512 * 1024 * 1024);
-    return cli::run(argc, argv);
+    // Whatever escapes the commands ends the run with one line, never an abort.
+    try {
+        return cli::run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "flairize: %s\n", plat::loadString(ids::kNoMemory).c_str());
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "flairize: %s\n", e.what());
+    }
+    return 1;
 }

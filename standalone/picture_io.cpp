@@ -1,13 +1,18 @@
 #include "standalone/picture_io.h"
 
 #include <png.h>
+#include <zlib.h>
+#include <tiffio.h>
+#include <turbojpeg.h>
+#include <webp/decode.h>
+#include <webp/encode.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csetjmp>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -18,15 +23,40 @@
 
 #include "engine/dib.h"
 #include "platform/global_memory.h"
+#include "standalone/output_file.h"
 
 namespace pictures {
+
+const char* const kKnownExtensions = ".bmp, .png, .jpg, .jpeg, .webp, .tif or .tiff";
+
 namespace {
 
 constexpr std::uint32_t kBiBitfields = 3;
+constexpr int kDefaultJpegQuality = 90;
+constexpr std::uint32_t kWebPMaxSide = 16383;   // the WebP format's own limit
 
 std::uint16_t le16(const unsigned char* p) { return std::uint16_t(p[0] | (p[1] << 8)); }
 std::uint32_t le32(const unsigned char* p) {
     return std::uint32_t(p[0]) | (std::uint32_t(p[1]) << 8) | (std::uint32_t(p[2]) << 16) | (std::uint32_t(p[3]) << 24);
+}
+void putLe32(unsigned char* p, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i) p[i] = static_cast<unsigned char>(v >> (8 * i));
+}
+
+std::uint8_t to8(std::uint32_t v16) { return std::uint8_t((v16 * 255 + 32767) / 65535); }
+
+bool sideOk(std::uint64_t width, std::uint64_t height) {
+    return width >= 1 && height >= 1 && width <= dib::kMaxSide && height <= dib::kMaxSide;
+}
+
+// A V5 header's colour space may name a profile stored after the pixels (or a
+// file); the picture carries no profile, so the header must not claim one.
+void dropProfile(unsigned char* header, std::uint32_t headerSize) {
+    if (headerSize < 124) return;
+    constexpr std::uint32_t kEmbedded = 0x4D424544, kLinked = 0x4C494E4B, kSrgb = 0x73524742;
+    const std::uint32_t space = le32(header + 56);
+    if (space == kEmbedded || space == kLinked) putLe32(header + 56, kSrgb);
+    std::memset(header + 112, 0, 8);   // bV5ProfileData, bV5ProfileSize
 }
 
 // A new bottom-up DIB: `header` (headerSize bytes), `tableEntries` colour entries, rows.
@@ -65,18 +95,41 @@ struct NewDib {
     }
 };
 
+bool readAll(int fd, std::vector<unsigned char>& data, std::size_t expected, std::string& error) {
+    data.resize(expected ? expected + 1 : 1 << 16);
+    std::size_t used = 0;
+    for (;;) {
+        if (used == data.size()) data.resize(data.size() * 2);
+        const ssize_t n = ::read(fd, data.data() + used, data.size() - used);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            error = std::strerror(errno);
+            return false;
+        }
+        if (n == 0) break;
+        used += std::size_t(n);
+    }
+    data.resize(used);
+    return true;
+}
+
 bool readFile(const std::string& path, std::vector<unsigned char>& data, std::string& error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
+    if (path == "-") return readAll(STDIN_FILENO, data, 0, error);
+    const int fd = ::open(path.c_str(), O_RDONLY);
+    if (fd < 0) {
         error = std::strerror(errno);
         return false;
     }
-    data.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    if (in.bad()) {
-        error = "cannot read the file";
-        return false;
+    struct stat st {};
+    bool ok = ::fstat(fd, &st) == 0;
+    if (!ok) error = std::strerror(errno);
+    if (ok && S_ISDIR(st.st_mode)) {
+        error = "is a folder";
+        ok = false;
     }
-    return true;
+    ok = ok && readAll(fd, data, S_ISREG(st.st_mode) ? std::size_t(st.st_size) : 0, error);
+    ::close(fd);
+    return ok;
 }
 
 // ---------------------------------------------------------------- PNG reading
@@ -123,6 +176,12 @@ HGLOBAL parsePng(const std::vector<unsigned char>& data, std::string& error) {
     png_uint_32 width = 0, height = 0;
     int bitDepth = 0, colourType = 0, interlace = 0;
     png_get_IHDR(r.png, r.info, &width, &height, &bitDepth, &colourType, &interlace, nullptr, nullptr);
+    // Deflate packs at most 1032 bytes into one, so a size the data cannot
+    // hold is refused before the picture is allocated.
+    if (std::uint64_t(png_get_rowbytes(r.png, r.info) + 1) * height / 1032 > data.size()) {
+        error = "file is truncated";
+        return nullptr;
+    }
 
     unsigned bits = 24;
     std::uint32_t entries = 0;
@@ -144,7 +203,7 @@ HGLOBAL parsePng(const std::vector<unsigned char>& data, std::string& error) {
             out.table[4 * i + 2] = palette[i].red;
         }
     } else {
-        png_set_strip_16(r.png);
+        png_set_scale_16(r.png);   // 16-bit channels rounded: (v * 255 + 32767) / 65535
         png_set_expand(r.png);   // low-depth grey to 8 bits, tRNS to alpha
         if (colourType == PNG_COLOR_TYPE_GRAY || colourType == PNG_COLOR_TYPE_GRAY_ALPHA) png_set_gray_to_rgb(r.png);
         png_set_bgr(r.png);
@@ -211,14 +270,19 @@ bool writePng(int fd, const dib::Source& pic, std::string& error) {
         }
         png_set_PLTE(w.png, w.info, palette.data(), int(palette.size()));
     }
+    // Speed first: the left-neighbour filter with run-length deflate costs little
+    // on any picture and still packs flat and smooth areas well; noise, which no
+    // setting packs, goes through without a costly search for matches.
+    png_set_compression_level(w.png, 1);
+    png_set_compression_strategy(w.png, Z_RLE);
+    png_set_filter(w.png, PNG_FILTER_TYPE_BASE, l.bitCount == 8 ? PNG_FILTER_NONE : PNG_FILTER_SUB);
+    png_set_compression_buffer_size(w.png, 256 * 1024);
     png_write_info(w.png, w.info);
     if (l.bitCount != 8) png_set_bgr(w.png);
     for (std::uint32_t y = l.height; y-- > 0;) png_write_row(w.png, const_cast<png_bytep>(pic.row(y)));
     png_write_end(w.png, w.info);
     return true;
 }
-
-// ---------------------------------------------------------------- BMP writing
 
 bool writeAll(int fd, const void* data, std::size_t size, std::string& error) {
     const auto* p = static_cast<const unsigned char*>(data);
@@ -235,7 +299,7 @@ bool writeAll(int fd, const void* data, std::size_t size, std::string& error) {
     return true;
 }
 
-// The engine's DIB unchanged, behind a 14-byte file header.
+// The engine's DIB, behind a 14-byte file header.
 bool writeBmp(int fd, const dib::Source& pic, std::string& error) {
     const dib::Layout& l = pic.layout();
     const std::uint32_t dibSize = l.headerSize + l.colourTableSize + l.imageSize;
@@ -244,18 +308,12 @@ bool writeBmp(int fd, const dib::Source& pic, std::string& error) {
     const std::uint32_t fileSize = 14 + dibSize;
     for (int i = 0; i < 4; ++i) fileHeader[2 + i] = static_cast<unsigned char>(fileSize >> (8 * i));
     for (int i = 0; i < 4; ++i) fileHeader[10 + i] = static_cast<unsigned char>(offBits >> (8 * i));
-    return writeAll(fd, fileHeader, sizeof fileHeader, error) && writeAll(fd, pic.block(), dibSize, error);
+    // The header goes out with any profile reference dropped (nothing follows the pixels).
+    std::vector<unsigned char> header(pic.block(), pic.block() + l.headerSize);
+    dropProfile(header.data(), l.headerSize);
+    return writeAll(fd, fileHeader, sizeof fileHeader, error) && writeAll(fd, header.data(), header.size(), error) &&
+           writeAll(fd, pic.block() + l.headerSize, dibSize - l.headerSize, error);
 }
-
-}  // namespace
-
-bool hasExtension(const std::string& path, const char* ext) {
-    const std::size_t n = std::strlen(ext);
-    if (path.size() < n) return false;
-    return strcasecmp(path.c_str() + path.size() - n, ext) == 0;
-}
-
-namespace {
 
 HGLOBAL parseBmp(const unsigned char* data, std::size_t size, std::string& error) {
     if (size < 14 + 40 || data[0] != 'B' || data[1] != 'M') {
@@ -328,6 +386,7 @@ HGLOBAL parseBmp(const unsigned char* data, std::size_t size, std::string& error
         error = "picture too large";
         return nullptr;
     }
+    dropProfile(out.base, headerSize);   // a profile after the pixels is not kept
     std::memcpy(out.table, data + tableStart, entries * 4);
     for (std::int32_t y = 0; y < height; ++y) {
         const std::int32_t fileRow = topDown ? height - 1 - y : y;
@@ -336,22 +395,477 @@ HGLOBAL parseBmp(const unsigned char* data, std::size_t size, std::string& error
     return out.release();
 }
 
+// ---------------------------------------------------------------- JPEG
+
+struct Turbo {
+    tjhandle h;
+    explicit Turbo(bool compress) : h(compress ? tjInitCompress() : tjInitDecompress()) {}
+    ~Turbo() {
+        if (h) tjDestroy(h);
+    }
+};
+
+HGLOBAL parseJpeg(const std::vector<unsigned char>& data, std::string& error) {
+    Turbo t(false);
+    int width = 0, height = 0, subsampling = 0, space = 0;
+    if (!t.h || tjDecompressHeader3(t.h, data.data(), static_cast<unsigned long>(data.size()), &width, &height,
+                                    &subsampling, &space) != 0) {
+        error = t.h ? tjGetErrorStr2(t.h) : "cannot start the JPEG decoder";
+        return nullptr;
+    }
+    if (!sideOk(std::uint64_t(width), std::uint64_t(height))) {
+        error = "unsupported picture size";
+        return nullptr;
+    }
+    NewDib out;
+    if (!out.create(nullptr, 40, width, height, 24, 0)) {
+        error = "picture too large";
+        return nullptr;
+    }
+    // A damaged or cut-off file is refused rather than shown half grey.
+    if (tjDecompress2(t.h, data.data(), static_cast<unsigned long>(data.size()), out.pixels, width, int(out.stride),
+                      height, TJPF_BGR, TJFLAG_BOTTOMUP | TJFLAG_STOPONWARNING) != 0) {
+        error = tjGetErrorStr2(t.h);
+        return nullptr;
+    }
+    return out.release();
+}
+
+// A picture's rows as BGR or BGRA bytes: its own rows, or for an 8-bit picture
+// its colours looked up in the table. top points at the top row, down steps
+// to the row below.
+struct Rows {
+    const unsigned char* top = nullptr;
+    std::ptrdiff_t down = 0;
+    int channels = 3;
+    std::vector<unsigned char> expanded;
+};
+
+Rows rowsOf(const dib::Source& pic) {
+    const dib::Layout& l = pic.layout();
+    Rows r;
+    if (l.bitCount != 8) {
+        r.top = pic.row(l.height - 1u);
+        r.down = -pic.step();
+        r.channels = l.bitCount / 8;
+        return r;
+    }
+    const std::size_t stride = std::size_t(l.width) * 3;
+    r.expanded.resize(stride * l.height);
+    for (std::uint32_t y = 0; y < l.height; ++y) {
+        const unsigned char* in = pic.row(l.height - 1 - y);
+        unsigned char* o = r.expanded.data() + y * stride;
+        for (std::uint32_t x = 0; x < l.width; ++x) std::memcpy(o + 3 * x, pic.colourTable() + 4 * in[x], 3);
+    }
+    r.top = r.expanded.data();
+    r.down = std::ptrdiff_t(stride);
+    return r;
+}
+
+bool writeJpeg(int fd, const dib::Source& pic, int quality, std::string& error) {
+    const dib::Layout& l = pic.layout();
+    const Rows rows = rowsOf(pic);
+    Turbo t(true);
+    unsigned char* jpeg = nullptr;
+    unsigned long size = 0;
+    // Fine colour detail is kept at high qualities, halved below them.
+    const int subsampling = quality >= 90 ? TJSAMP_444 : TJSAMP_420;
+    const bool bottomUp = rows.down < 0;
+    const unsigned char* first = bottomUp ? rows.top + rows.down * (l.height - 1) : rows.top;
+    const int ok = t.h ? tjCompress2(t.h, first, l.width, int(bottomUp ? -rows.down : rows.down), l.height,
+                                     rows.channels == 4 ? TJPF_BGRX : TJPF_BGR, &jpeg, &size, subsampling, quality,
+                                     bottomUp ? TJFLAG_BOTTOMUP : 0)
+                       : -1;
+    if (ok != 0) {
+        error = t.h ? tjGetErrorStr2(t.h) : "cannot start the JPEG encoder";
+        tjFree(jpeg);
+        return false;
+    }
+    const bool written = writeAll(fd, jpeg, size, error);
+    tjFree(jpeg);
+    return written;
+}
+
+// ---------------------------------------------------------------- WebP
+
+HGLOBAL parseWebP(const std::vector<unsigned char>& data, std::string& error) {
+    WebPDecoderConfig config;
+    if (!WebPInitDecoderConfig(&config)) {
+        error = "cannot start the WebP decoder";
+        return nullptr;
+    }
+    if (WebPGetFeatures(data.data(), data.size(), &config.input) != VP8_STATUS_OK) {
+        error = "not a readable WebP file";
+        return nullptr;
+    }
+    if (config.input.has_animation) {
+        error = "animated WebP files are not supported";
+        return nullptr;
+    }
+    const int width = config.input.width, height = config.input.height;
+    if (!sideOk(std::uint64_t(width), std::uint64_t(height))) {
+        error = "unsupported picture size";
+        return nullptr;
+    }
+    const bool alpha = config.input.has_alpha != 0;
+    NewDib out;
+    if (!out.create(nullptr, 40, width, height, alpha ? 32 : 24, 0)) {
+        error = "picture too large";
+        return nullptr;
+    }
+    config.output.colorspace = alpha ? MODE_BGRA : MODE_BGR;
+    config.output.is_external_memory = 1;
+    config.output.u.RGBA.rgba = out.pixels;
+    config.output.u.RGBA.stride = int(out.stride);
+    config.output.u.RGBA.size = std::size_t(out.stride) * std::size_t(height);
+    config.options.flip = 1;   // bottom row first
+    const VP8StatusCode status = WebPDecode(data.data(), data.size(), &config);
+    WebPFreeDecBuffer(&config.output);
+    if (status != VP8_STATUS_OK) {
+        error = status == VP8_STATUS_NOT_ENOUGH_DATA ? "file is truncated" : "damaged WebP data";
+        return nullptr;
+    }
+    return out.release();
+}
+
+struct WebPSink {
+    int fd;
+    std::string* error;
+};
+int webpWrite(const std::uint8_t* data, std::size_t size, const WebPPicture* picture) {
+    auto* sink = static_cast<WebPSink*>(picture->custom_ptr);
+    return writeAll(sink->fd, data, size, *sink->error) ? 1 : 0;
+}
+
+bool writeWebP(int fd, const dib::Source& pic, int quality, std::string& error) {
+    const dib::Layout& l = pic.layout();
+    if (l.width > kWebPMaxSide || l.height > kWebPMaxSide) {
+        error = "WebP holds at most 16383 pixels a side";
+        return false;
+    }
+    WebPConfig config;
+    WebPPicture picture;
+    if (!WebPConfigInit(&config) || !WebPPictureInit(&picture)) {
+        error = "cannot start the WebP encoder";
+        return false;
+    }
+    config.lossless = quality == 0;
+    if (quality) config.quality = float(quality);
+    config.exact = 1;   // the colours under transparent pixels are kept: the effects see them
+    picture.use_argb = config.lossless;
+    picture.width = l.width;
+    picture.height = l.height;
+    const Rows rows = rowsOf(pic);
+    const int ok = rows.channels == 4 ? WebPPictureImportBGRA(&picture, rows.top, int(rows.down))
+                                      : WebPPictureImportBGR(&picture, rows.top, int(rows.down));
+    if (!ok) {
+        WebPPictureFree(&picture);
+        error = "not enough memory for the WebP encoder";
+        return false;
+    }
+    WebPSink sink{fd, &error};
+    picture.writer = webpWrite;
+    picture.custom_ptr = &sink;
+    const bool encoded = WebPEncode(&config, &picture) != 0;
+    if (!encoded && error.empty()) error = "WebP encoding failed (error " + std::to_string(int(picture.error_code)) + ")";
+    WebPPictureFree(&picture);
+    return encoded;
+}
+
+// ---------------------------------------------------------------- TIFF
+
+// libtiff's first error becomes the reason; nothing goes to stderr.
+int tiffError(TIFF*, void* user, const char*, const char* format, va_list args) {
+    auto* error = static_cast<std::string*>(user);
+    if (error && error->empty()) {
+        char text[256];
+        std::vsnprintf(text, sizeof text, format, args);
+        *error = std::strncmp(text, "tiff: ", 6) == 0 ? text + 6 : text;   // the name given to libtiff
+    }
+    return 1;
+}
+// Warnings stay quiet, except that a tag libtiff could not read from the file
+// (a file cut short) is kept: libtiff goes on without the tag, but the picture
+// would not be the one the file meant (a palette picture read as grey).
+int tiffWarning(TIFF*, void* user, const char*, const char* format, va_list args) {
+    auto* lost = static_cast<std::string*>(user);
+    char text[256];
+    std::vsnprintf(text, sizeof text, format, args);
+    if (lost && lost->empty() && std::strstr(text, "IO error")) {
+        *lost = text;
+        const std::size_t ignored = lost->find("; tag ignored");
+        if (ignored != std::string::npos) lost->erase(ignored);
+    }
+    return 1;
+}
+
+struct TiffMemory {
+    const unsigned char* data;
+    toff_t size;
+    toff_t pos;
+};
+tmsize_t tiffMemRead(thandle_t h, void* buf, tmsize_t n) {
+    auto* m = static_cast<TiffMemory*>(h);
+    if (n <= 0 || m->pos >= m->size) return 0;
+    const toff_t count = std::min<toff_t>(toff_t(n), m->size - m->pos);
+    std::memcpy(buf, m->data + m->pos, count);
+    m->pos += count;
+    return tmsize_t(count);
+}
+tmsize_t tiffNoWrite(thandle_t, void*, tmsize_t) { return -1; }
+toff_t tiffMemSeek(thandle_t h, toff_t off, int whence) {
+    auto* m = static_cast<TiffMemory*>(h);
+    const toff_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? m->pos : m->size;
+    m->pos = base + off;   // past the end reads nothing
+    return m->pos;
+}
+int tiffNoClose(thandle_t) { return 0; }
+toff_t tiffMemSize(thandle_t h) { return static_cast<TiffMemory*>(h)->size; }
+int tiffNoMap(thandle_t, void**, toff_t*) { return 0; }
+void tiffNoUnmap(thandle_t, void*, toff_t) {}
+
+tmsize_t tiffFdRead(thandle_t h, void* buf, tmsize_t n) { return ::read(*static_cast<int*>(h), buf, std::size_t(n)); }
+tmsize_t tiffFdWrite(thandle_t h, void* buf, tmsize_t n) {
+    std::string ignored;
+    return writeAll(*static_cast<int*>(h), buf, std::size_t(n), ignored) ? n : -1;
+}
+toff_t tiffFdSeek(thandle_t h, toff_t off, int whence) {
+    return toff_t(::lseek(*static_cast<int*>(h), off_t(off), whence));
+}
+toff_t tiffFdSize(thandle_t h) {
+    struct stat st {};
+    return ::fstat(*static_cast<int*>(h), &st) == 0 ? toff_t(st.st_size) : 0;
+}
+
+struct Tiff {
+    TIFF* tif = nullptr;
+    TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+    std::string lostTag;
+    explicit Tiff(std::string& error) {
+        TIFFOpenOptionsSetErrorHandlerExtR(options, tiffError, &error);
+        TIFFOpenOptionsSetWarningHandlerExtR(options, tiffWarning, &lostTag);
+    }
+    ~Tiff() {
+        if (tif) TIFFClose(tif);
+        TIFFOpenOptionsFree(options);
+    }
+};
+
+void unpremultiply(unsigned char* bgra) {
+    const unsigned a = bgra[3];
+    for (int c = 0; c < 3; ++c) bgra[c] = a ? std::uint8_t(std::min(255u, (bgra[c] * 255u + a / 2) / a)) : 0;
+}
+
+// Strips of 8- or 16-bit RGB(A), grey(+alpha) and palette samples are read
+// directly; anything else (tiles, planes, YCbCr, CMYK, bilevel) goes through
+// libtiff's RGBA reader, whose 16-bit channels are rounded in the same way.
+HGLOBAL parseTiff(const std::vector<unsigned char>& data, std::string& error) {
+    TiffMemory memory{data.data(), toff_t(data.size()), 0};
+    Tiff t(error);
+    t.tif = TIFFClientOpenExt("tiff", "rm", &memory, tiffMemRead, tiffNoWrite, tiffMemSeek, tiffNoClose, tiffMemSize,
+                              tiffNoMap, tiffNoUnmap, t.options);
+    if (!t.tif || !t.lostTag.empty()) {
+        if (error.empty()) error = t.tif ? t.lostTag : "not a readable TIFF file";
+        return nullptr;
+    }
+    std::uint32_t width = 0, height = 0;
+    std::uint16_t photometric = 0, bits = 1, samples = 1, planar = PLANARCONFIG_CONTIG, format = SAMPLEFORMAT_UINT;
+    std::uint16_t extraCount = 0;
+    std::uint16_t* extra = nullptr;
+    TIFFGetField(t.tif, TIFFTAG_IMAGEWIDTH, &width);
+    TIFFGetField(t.tif, TIFFTAG_IMAGELENGTH, &height);
+    TIFFGetFieldDefaulted(t.tif, TIFFTAG_BITSPERSAMPLE, &bits);
+    TIFFGetFieldDefaulted(t.tif, TIFFTAG_SAMPLESPERPIXEL, &samples);
+    TIFFGetFieldDefaulted(t.tif, TIFFTAG_PLANARCONFIG, &planar);
+    TIFFGetFieldDefaulted(t.tif, TIFFTAG_SAMPLEFORMAT, &format);
+    TIFFGetFieldDefaulted(t.tif, TIFFTAG_EXTRASAMPLES, &extraCount, &extra);
+    if (!TIFFGetField(t.tif, TIFFTAG_PHOTOMETRIC, &photometric)) {
+        error = "TIFF file without a colour interpretation";
+        return nullptr;
+    }
+    if (!sideOk(width, height)) {
+        error = "unsupported picture size";
+        return nullptr;
+    }
+    const bool alpha = extraCount > 0 && (extra[0] == EXTRASAMPLE_ASSOCALPHA || extra[0] == EXTRASAMPLE_UNASSALPHA);
+    const bool premultiplied = alpha && extra[0] == EXTRASAMPLE_ASSOCALPHA;
+    const int colours = photometric == PHOTOMETRIC_RGB ? 3 : 1;
+    const bool palette = photometric == PHOTOMETRIC_PALETTE && samples == 1 && bits >= 1 && bits <= 8 && !(bits & (bits - 1));
+    const bool direct = !TIFFIsTiled(t.tif) && planar == PLANARCONFIG_CONTIG && format == SAMPLEFORMAT_UINT &&
+                        (palette || ((photometric == PHOTOMETRIC_RGB || photometric == PHOTOMETRIC_MINISBLACK) &&
+                                     (bits == 8 || bits == 16) && samples == colours + (alpha ? 1 : 0)));
+    const unsigned dibBits = palette ? 8 : alpha ? 32 : 24;
+    NewDib out;
+    if (!out.create(nullptr, 40, std::int32_t(width), std::int32_t(height), dibBits, palette ? 1u << bits : 0)) {
+        error = "picture too large";
+        return nullptr;
+    }
+    const unsigned bpp = dibBits / 8;
+    if (!direct) {
+        std::vector<std::uint32_t> raster(std::size_t(width) * height);
+        if (!TIFFReadRGBAImageOriented(t.tif, width, height, raster.data(), ORIENTATION_BOTLEFT, 1)) {
+            if (error.empty()) error = "unsupported TIFF layout";
+            return nullptr;
+        }
+        for (std::uint32_t y = 0; y < height; ++y)
+            for (std::uint32_t x = 0; x < width; ++x) {
+                const std::uint32_t p = raster[std::size_t(y) * width + x];
+                unsigned char* o = out.pixels + std::size_t(y) * out.stride + x * bpp;
+                o[0] = std::uint8_t(TIFFGetB(p)), o[1] = std::uint8_t(TIFFGetG(p)), o[2] = std::uint8_t(TIFFGetR(p));
+                if (bpp == 4) {
+                    o[3] = std::uint8_t(TIFFGetA(p));
+                    unpremultiply(o);   // the RGBA reader always premultiplies
+                }
+            }
+        return out.release();
+    }
+    if (palette) {
+        std::uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
+        if (!TIFFGetField(t.tif, TIFFTAG_COLORMAP, &red, &green, &blue)) {
+            error = "palette TIFF without a colour map";
+            return nullptr;
+        }
+        // Some writers store 8-bit colour maps; a map with no value above 255 is one.
+        const std::uint32_t entries = 1u << bits;
+        bool eightBit = true;
+        for (std::uint32_t i = 0; i < entries; ++i) eightBit = eightBit && red[i] < 256 && green[i] < 256 && blue[i] < 256;
+        for (std::uint32_t i = 0; i < entries; ++i) {
+            out.table[4 * i + 0] = eightBit ? std::uint8_t(blue[i]) : to8(blue[i]);
+            out.table[4 * i + 1] = eightBit ? std::uint8_t(green[i]) : to8(green[i]);
+            out.table[4 * i + 2] = eightBit ? std::uint8_t(red[i]) : to8(red[i]);
+        }
+    }
+    std::vector<unsigned char> line(std::size_t(TIFFScanlineSize(t.tif)));
+    const std::size_t needed = palette ? (std::size_t(width) * bits + 7) / 8 : std::size_t(width) * samples * (bits / 8);
+    if (line.size() < needed) {
+        error = "unsupported TIFF layout";
+        return nullptr;
+    }
+    for (std::uint32_t y = 0; y < height; ++y) {
+        if (TIFFReadScanline(t.tif, line.data(), y, 0) < 0) {
+            if (error.empty()) error = "damaged TIFF data";
+            return nullptr;
+        }
+        unsigned char* o = out.pixels + std::size_t(height - 1 - y) * out.stride;
+        if (palette) {
+            for (std::uint32_t x = 0; x < width; ++x) {
+                const std::uint32_t bit = x * bits;
+                o[x] = std::uint8_t((line[bit / 8] >> (8 - bits - bit % 8)) & ((1u << bits) - 1));
+            }
+            continue;
+        }
+        const auto* wide = reinterpret_cast<const std::uint16_t*>(line.data());   // libtiff gives host order
+        auto sample = [&](std::size_t i) { return bits == 16 ? to8(wide[i]) : line[i]; };
+        for (std::uint32_t x = 0; x < width; ++x, o += bpp) {
+            const std::size_t s = std::size_t(x) * samples;
+            if (colours == 3) {
+                o[2] = sample(s), o[1] = sample(s + 1), o[0] = sample(s + 2);
+            } else {
+                o[0] = o[1] = o[2] = sample(s);
+            }
+            if (alpha) {
+                o[3] = sample(s + std::size_t(colours));
+                if (premultiplied) unpremultiply(o);
+            }
+        }
+    }
+    return out.release();
+}
+
+bool writeTiff(int fd, const dib::Source& pic, std::string& error) {
+    const dib::Layout& l = pic.layout();
+    Tiff t(error);
+    int handle = fd;
+    t.tif = TIFFClientOpenExt("tiff", "w", &handle, tiffFdRead, tiffFdWrite, tiffFdSeek, tiffNoClose, tiffFdSize,
+                              tiffNoMap, tiffNoUnmap, t.options);
+    if (!t.tif) {
+        if (error.empty()) error = "cannot start the TIFF writer";
+        return false;
+    }
+    const bool palette = l.bitCount == 8;
+    const std::uint16_t samples = palette ? 1 : std::uint16_t(l.bitCount / 8);
+    TIFFSetField(t.tif, TIFFTAG_IMAGEWIDTH, std::uint32_t(l.width));
+    TIFFSetField(t.tif, TIFFTAG_IMAGELENGTH, std::uint32_t(l.height));
+    TIFFSetField(t.tif, TIFFTAG_BITSPERSAMPLE, 8);
+    TIFFSetField(t.tif, TIFFTAG_SAMPLESPERPIXEL, samples);
+    TIFFSetField(t.tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(t.tif, TIFFTAG_PHOTOMETRIC, palette ? PHOTOMETRIC_PALETTE : PHOTOMETRIC_RGB);
+    TIFFSetField(t.tif, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
+    if (!palette) TIFFSetField(t.tif, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+    TIFFSetField(t.tif, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(t.tif, 0));
+    if (samples == 4) {
+        const std::uint16_t extra[1] = {EXTRASAMPLE_UNASSALPHA};
+        TIFFSetField(t.tif, TIFFTAG_EXTRASAMPLES, 1, extra);
+    }
+    std::vector<std::uint16_t> map(3 * 256);
+    if (palette) {
+        for (std::size_t i = 0; i < 256; ++i) {
+            const std::uint8_t* e = pic.colourTable() + 4 * i;
+            map[i] = std::uint16_t(e[2] * 257), map[256 + i] = std::uint16_t(e[1] * 257),
+            map[512 + i] = std::uint16_t(e[0] * 257);
+        }
+        TIFFSetField(t.tif, TIFFTAG_COLORMAP, map.data(), map.data() + 256, map.data() + 512);
+    }
+    std::vector<unsigned char> line(std::size_t(l.width) * samples);
+    for (std::uint32_t y = 0; y < l.height; ++y) {
+        const unsigned char* in = pic.row(l.height - 1 - y);
+        std::memcpy(line.data(), in, line.size());
+        if (!palette)
+            for (std::size_t x = 0; x < line.size(); x += samples) std::swap(line[x], line[x + 2]);   // BGR to RGB
+        if (TIFFWriteScanline(t.tif, line.data(), y, 0) < 0) {
+            if (error.empty()) error = "cannot write the TIFF data";
+            return false;
+        }
+    }
+    if (!TIFFWriteDirectory(t.tif)) {
+        if (error.empty()) error = "cannot write the TIFF directory";
+        return false;
+    }
+    TIFFClose(t.tif);
+    t.tif = nullptr;
+    return error.empty();
+}
+
 }  // namespace
+
+bool hasExtension(const std::string& path, const char* ext) {
+    const std::size_t n = std::strlen(ext);
+    if (path.size() < n) return false;
+    return strcasecmp(path.c_str() + path.size() - n, ext) == 0;
+}
+
+Format formatOf(const std::string& path) {
+    if (path == "-" || hasExtension(path, ".png")) return Format::Png;
+    if (hasExtension(path, ".bmp")) return Format::Bmp;
+    if (hasExtension(path, ".jpg") || hasExtension(path, ".jpeg")) return Format::Jpeg;
+    if (hasExtension(path, ".webp")) return Format::WebP;
+    if (hasExtension(path, ".tif") || hasExtension(path, ".tiff")) return Format::Tiff;
+    return Format::Unknown;
+}
+
+bool takesQuality(Format format) { return format == Format::Jpeg || format == Format::WebP; }
 
 HGLOBAL read(const std::string& path, std::string& error) {
     std::vector<unsigned char> data;
     if (!readFile(path, data, error)) return nullptr;
+    const unsigned char* d = data.data();
+    const std::size_t n = data.size();
     static const unsigned char kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-    if (data.size() >= 8 && std::memcmp(data.data(), kPngSignature, 8) == 0) return parsePng(data, error);
-    if (data.size() >= 2 && data[0] == 'B' && data[1] == 'M') return parseBmp(data.data(), data.size(), error);
-    error = data.empty() ? "file is empty" : "not a BMP or PNG picture";
+    if (n >= 8 && std::memcmp(d, kPngSignature, 8) == 0) return parsePng(data, error);
+    if (n >= 2 && d[0] == 'B' && d[1] == 'M') return parseBmp(d, n, error);
+    if (n >= 3 && d[0] == 0xFF && d[1] == 0xD8 && d[2] == 0xFF) return parseJpeg(data, error);
+    if (n >= 12 && std::memcmp(d, "RIFF", 4) == 0 && std::memcmp(d + 8, "WEBP", 4) == 0) return parseWebP(data, error);
+    if (n >= 4 && ((d[0] == 'I' && d[1] == 'I' && (d[2] == 42 || d[2] == 43) && d[3] == 0) ||
+                   (d[0] == 'M' && d[1] == 'M' && d[2] == 0 && (d[3] == 42 || d[3] == 43))))
+        return parseTiff(data, error);
+    error = n == 0 ? "file is empty" : "not a BMP, PNG, JPEG, WebP or TIFF picture";
     return nullptr;
 }
 
-bool write(const std::string& path, HGLOBAL picture, std::string& error) {
-    const bool png = hasExtension(path, ".png");
-    if (!png && !hasExtension(path, ".bmp")) {
-        error = "unknown picture format (use .bmp or .png)";
+bool write(const std::string& path, HGLOBAL picture, std::string& error, const WriteOptions& options) {
+    const Format format = formatOf(path);
+    if (format == Format::Unknown) {
+        error = std::string("unknown picture format (use ") + kKnownExtensions + ")";
         return false;
     }
     dib::Source pic(picture);
@@ -359,24 +873,19 @@ bool write(const std::string& path, HGLOBAL picture, std::string& error) {
         error = "the picture cannot be written";
         return false;
     }
-    std::string temp = path + ".XXXXXX";
-    int fd = mkstemp(temp.data());
-    if (fd < 0) {
-        error = std::strerror(errno);
-        return false;
+    output::File file;
+    if (!file.open(path, error)) return false;
+    const int quality = options.quality;
+    bool ok = false;
+    switch (format) {
+    case Format::Png: ok = writePng(file.fd(), pic, error); break;
+    case Format::Bmp: ok = writeBmp(file.fd(), pic, error); break;
+    case Format::Jpeg: ok = writeJpeg(file.fd(), pic, quality ? quality : kDefaultJpegQuality, error); break;
+    case Format::WebP: ok = writeWebP(file.fd(), pic, quality, error); break;
+    case Format::Tiff: ok = writeTiff(file.fd(), pic, error); break;
+    case Format::Unknown: break;
     }
-    bool ok = png ? writePng(fd, pic, error) : writeBmp(fd, pic, error);
-    if (ok) fchmod(fd, 0644);
-    if (::close(fd) != 0 && ok) {
-        error = std::strerror(errno);
-        ok = false;
-    }
-    if (ok && std::rename(temp.c_str(), path.c_str()) != 0) {
-        error = std::strerror(errno);
-        ok = false;
-    }
-    if (!ok) ::unlink(temp.c_str());
-    return ok;
+    return ok && file.commit(error);
 }
 
 }  // namespace pictures
