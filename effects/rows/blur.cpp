@@ -12,31 +12,21 @@
 
 #include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
+#include "effects/rows/vector_loops.h"
 #include "effects/rows/walk.h"
 #include "engine/pixel.h"
-
-// Wide-vector clones of the byte loops where the compiler and the object
-// format support them; plain code elsewhere. Kept out of line so the callers
-// stay small.
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__ELF__)
-#define FLR_BLUR_LOOP __attribute__((target_clones("avx2", "default"), noinline))
-#elif defined(__GNUC__)
-#define FLR_BLUR_LOOP __attribute__((noinline))
-#else
-#define FLR_BLUR_LOOP
-#endif
 
 namespace {
 
 using namespace rowpx;
 
 // sum[i] += bytes[i] for i < count.
-FLR_BLUR_LOOP void addBytes(std::uint16_t* sum, const std::uint8_t* bytes, unsigned count) {
+FLR_VECTOR_LOOP void addBytes(std::uint16_t* sum, const std::uint8_t* bytes, unsigned count) {
     for (unsigned i = 0; i < count; ++i) sum[i] = static_cast<std::uint16_t>(sum[i] + bytes[i]);
 }
 
 // out[i] = sum[i] / (n + 1) for i < count, by the mean's multiply and shift.
-FLR_BLUR_LOOP void meanBytes(const std::uint16_t* sum, std::uint32_t multiplier, unsigned count,
+FLR_VECTOR_LOOP void meanBytes(const std::uint16_t* sum, std::uint32_t multiplier, unsigned count,
                              std::uint8_t* out) {
     for (unsigned i = 0; i < count; ++i) out[i] = static_cast<std::uint8_t>((sum[i] * multiplier) >> 18);
 }
