@@ -1,6 +1,10 @@
 // Painterly effects: Dark Strokes, Fresco and Stamp.
+#include <cstddef>
+#include <type_traits>
+
 #include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
+#include "effects/rows/vector_loops.h"
 #include "engine/pixel.h"
 
 namespace {
@@ -180,11 +184,43 @@ constexpr const PickPart* kPickParts[3] = {&kPickLastAbove, &kPickLastEqual, &kP
 
 // Source forms for the interior fast path: the key and the colour bytes of
 // pixel x of a row.
+// keys[i] = L of pixel i of `count` pixels of Step bytes, from the shifted
+// channels themselves so that the loop vectorises.
+template <unsigned Step>
+inline void luminanceRun(const std::uint8_t* __restrict p, unsigned count, std::uint8_t* __restrict keys) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const unsigned b = p[Step * i], g = p[Step * i + 1], r = p[Step * i + 2];
+        keys[i] = static_cast<std::uint8_t>((b >> 3) - (b >> 6) + (g >> 1) + (g >> 4) + (g >> 5) + (r >> 2) +
+                                            (r >> 4) - (r >> 6) + (r >> 7));
+    }
+}
+FLR_VECTOR_LOOP void luminance3(const std::uint8_t* p, unsigned count, std::uint8_t* keys) {
+    luminanceRun<3>(p, count, keys);
+}
+FLR_VECTOR_LOOP void luminance4(const std::uint8_t* p, unsigned count, std::uint8_t* keys) {
+    luminanceRun<4>(p, count, keys);
+}
+
+// out[i] = (quantised[i] x shown + own[i] x kept) >> 14 for i < count.
+FLR_VECTOR_LOOP void fadeIn(const std::uint8_t* __restrict quantised, const std::uint8_t* __restrict own,
+                            std::uint32_t shown, std::uint32_t kept, unsigned count, std::uint8_t* __restrict out) {
+    for (std::size_t i = 0; i < count; ++i)
+        out[i] = static_cast<std::uint8_t>((quantised[i] * shown + own[i] * kept) >> 14);
+}
+
+// Source forms for the interior fast path: the key and the colour bytes of
+// pixel x of a row, and the keys of `count` pixels from x on.
 template <unsigned Step>
 struct DirectKeys {
     const std::uint8_t* pixel(const std::uint8_t* row, unsigned x) const { return row + Step * x; }
     std::uint8_t key(const std::uint8_t* row, unsigned x) const {
         return static_cast<std::uint8_t>(luminanceAt(row + Step * x));
+    }
+    void keys(const std::uint8_t* row, unsigned x, unsigned count, std::uint8_t* k) const {
+        if constexpr (Step == 3)
+            luminance3(row + 3 * x, count, k);
+        else
+            luminance4(row + 4 * x, count, k);
     }
 };
 // The keys of a palette's colours come from the frame's table (PaletteKeysInit).
@@ -193,6 +229,9 @@ struct PaletteKeys {
     const std::uint8_t* keyOfIndex;
     const std::uint8_t* pixel(const std::uint8_t* row, unsigned x) const { return table + 4u * row[x]; }
     std::uint8_t key(const std::uint8_t* row, unsigned x) const { return keyOfIndex[row[x]]; }
+    void keys(const std::uint8_t* row, unsigned x, unsigned count, std::uint8_t* k) const {
+        for (unsigned i = 0; i < count; ++i) k[i] = keyOfIndex[row[x + i]];
+    }
 };
 
 inline std::uint16_t digit(std::uint8_t key, std::uint8_t picked) {
@@ -212,11 +251,9 @@ void frescoInterior(const Keys& src, const std::uint8_t* const* rows, unsigned y
     std::uint8_t last[kBlock];   // digit of list position 8
     for (unsigned x0 = 1; x0 + 1 < width; x0 += kBlock) {
         const unsigned count = width - 1 - x0 < kBlock ? width - 1 - x0 : kBlock;
-        for (unsigned i = 0; i < count + 2; ++i) {
-            k0[i] = src.key(line[0], x0 - 1 + i);
-            k1[i] = src.key(line[1], x0 - 1 + i);
-            k2[i] = src.key(line[2], x0 - 1 + i);
-        }
+        src.keys(line[0], x0 - 1, count + 2, k0);
+        src.keys(line[1], x0 - 1, count + 2, k1);
+        src.keys(line[2], x0 - 1, count + 2, k2);
         for (unsigned i = 0; i < count; ++i) {
             const std::uint8_t picked =
                 sixthSmallest(k0[i], k0[i + 1], k0[i + 2], k1[i], k1[i + 1], k1[i + 2], k2[i], k2[i + 1], k2[i + 2]);
@@ -227,6 +264,19 @@ void frescoInterior(const Keys& src, const std::uint8_t* const* rows, unsigned y
             last[i] = static_cast<std::uint8_t>(digit(k2[i + 2], picked));
         }
         std::uint8_t* o = out + kOutStep * x0;
+        if constexpr (std::is_same_v<Keys, DirectKeys<3>>) {
+            // The picked colours' top bits, then the fade over the block's bytes.
+            std::uint8_t quantised[3 * kBlock];
+            for (unsigned i = 0; i < count; ++i) {
+                const unsigned place = kPickParts[last[i]]->place[code[i]];
+                const std::uint8_t* chosen = src.pixel(line[place >> 2], x0 + i - 1 + (place & 3));
+                quantised[3 * i] = chosen[0] & 192u;
+                quantised[3 * i + 1] = chosen[1] & 192u;
+                quantised[3 * i + 2] = chosen[2] & 192u;
+            }
+            fadeIn(quantised, src.pixel(line[1], x0), shown, kept, 3 * count, o);
+            continue;
+        }
         for (unsigned i = 0; i < count; ++i, o += kOutStep) {
             const unsigned x = x0 + i, place = kPickParts[last[i]]->place[code[i]];
             const std::uint8_t* chosen = src.pixel(line[place >> 2], x - 1 + (place & 3));
