@@ -329,18 +329,19 @@ void stampRow(const Frame& frame, unsigned y, const Keys& src, std::uint8_t* out
         const unsigned first = x0 > 0 ? 0 : 1, end = x0 + count < width ? count + 2 : count + 1;
         dark[0] = dark[count + 1] = 0;
         const std::uint8_t *bottom = rows[y0], *middle = rows[y0 + rowCount / 2], *top = rows[y0 + rowCount - 1];
+        // The keys of the rows that exist: bottom, middle (of three), top (of two or three).
+        std::uint8_t keys[3][kBlock + 2];
+        src.keys(bottom, x0 - 1 + first, end - first, keys[0] + first);
+        if (rowCount == 3) src.keys(middle, x0 - 1 + first, end - first, keys[1] + first);
+        if (rowCount >= 2) src.keys(top, x0 - 1 + first, end - first, keys[2] + first);
         if (rowCount == 3)
-            for (unsigned i = first; i < end; ++i) {
-                const unsigned x = x0 - 1 + i;
-                dark[i] = static_cast<std::uint8_t>((src.key(bottom, x) < 128) + (src.key(middle, x) < 128) +
-                                                    (src.key(top, x) < 128));
-            }
-        else  // one or two rows: bottom and top (the same row for one)
-            for (unsigned i = first; i < end; ++i) {
-                const unsigned x = x0 - 1 + i;
-                dark[i] = static_cast<std::uint8_t>((src.key(bottom, x) < 128) +
-                                                    (rowCount == 2 && src.key(top, x) < 128));
-            }
+            for (unsigned i = first; i < end; ++i)
+                dark[i] = static_cast<std::uint8_t>((keys[0][i] < 128) + (keys[1][i] < 128) + (keys[2][i] < 128));
+        else if (rowCount == 2)
+            for (unsigned i = first; i < end; ++i)
+                dark[i] = static_cast<std::uint8_t>((keys[0][i] < 128) + (keys[2][i] < 128));
+        else
+            for (unsigned i = first; i < end; ++i) dark[i] = static_cast<std::uint8_t>(keys[0][i] < 128);
         std::uint8_t* o = out + kOutStep * x0;
         for (unsigned i = 0; i < count; ++i, o += kOutStep) {
             const unsigned x = x0 + i;
