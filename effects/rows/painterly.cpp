@@ -234,6 +234,35 @@ struct PaletteKeys {
     }
 };
 
+// out[i] = own[i] + shift[i] clamped to 0 .. 255, for i < count.
+FLR_VECTOR_LOOP void shiftBytes(const std::uint8_t* __restrict own, const std::int8_t* __restrict shift,
+                                unsigned count, std::uint8_t* __restrict out) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const int v = own[i] + shift[i];
+        out[i] = static_cast<std::uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+    }
+}
+
+// Dark Strokes on a 24-bit row, in blocks: the keys (vectorised), each
+// pixel's shift repeated for its three bytes, then the shifted bytes.
+void darkStrokesRow24(const std::uint8_t* row, std::uint32_t progress, unsigned width, std::uint8_t* out) {
+    std::int8_t shiftOf[254];
+    for (int l = 0; l < 254; ++l)
+        shiftOf[l] = static_cast<std::int8_t>((std::int64_t(l - 127) * progress) / 16384);
+    constexpr unsigned kBlock = 256;
+    std::uint8_t keys[kBlock];
+    std::int8_t shift[3 * kBlock];
+    for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
+        const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
+        luminance3(row + 3 * x0, count, keys);
+        for (unsigned i = 0; i < count; ++i) {
+            const std::int8_t d = shiftOf[keys[i]];
+            shift[3 * i] = d, shift[3 * i + 1] = d, shift[3 * i + 2] = d;
+        }
+        shiftBytes(row + 3 * x0, shift, 3 * count, out + 3 * x0);
+    }
+}
+
 inline std::uint16_t digit(std::uint8_t key, std::uint8_t picked) {
     return static_cast<std::uint16_t>((key == picked) + 2 * (key < picked));
 }
@@ -374,7 +403,7 @@ FLR_ROW(DarkStrokesLine2) {
     if (frame.hasAlpha)
         darkStrokesRow<true>(y, frame.progress, frame.width, DirectRows{frame.rows, 4}, out);
     else
-        darkStrokesRow<false>(y, frame.progress, frame.width, DirectRows{frame.rows, 3}, out);
+        darkStrokesRow24(frame.rows[y], frame.progress, frame.width, out);
 }
 
 FLR_ROW(FrescoLine1) {
