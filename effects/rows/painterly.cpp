@@ -184,16 +184,6 @@ constexpr const PickPart* kPickParts[3] = {&kPickLastAbove, &kPickLastEqual, &kP
 
 // Source forms for the interior fast path: the key and the colour bytes of
 // pixel x of a row.
-// keys[i] = L of pixel i of `count` pixels of Step bytes, from the shifted
-// channels themselves so that the loop vectorises.
-template <unsigned Step>
-inline void luminanceRun(const std::uint8_t* __restrict p, unsigned count, std::uint8_t* __restrict keys) {
-    for (std::size_t i = 0; i < count; ++i) {
-        const unsigned b = p[Step * i], g = p[Step * i + 1], r = p[Step * i + 2];
-        keys[i] = static_cast<std::uint8_t>((b >> 3) - (b >> 6) + (g >> 1) + (g >> 4) + (g >> 5) + (r >> 2) +
-                                            (r >> 4) - (r >> 6) + (r >> 7));
-    }
-}
 FLR_VECTOR_LOOP void luminance3(const std::uint8_t* p, unsigned count, std::uint8_t* keys) {
     luminanceRun<3>(p, count, keys);
 }
