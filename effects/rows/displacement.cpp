@@ -1,10 +1,12 @@
 // Displacement effects: Shake, Frazzle, Reflection and Kaleidoscope. Each output
 // pixel comes from source pixels found at other places of the picture.
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
 #include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
+#include "effects/rows/vector_loops.h"
 #include "effects/rows/walk.h"
 #include "engine/pixel.h"
 
@@ -28,6 +30,20 @@ inline void putShake(std::uint8_t* out, const std::uint8_t* s, unsigned ab, unsi
     const unsigned l = luminanceAt(ab, ag, ar), d = 255u - l;
     put<Alpha>(out, s, Alpha ? s[3] : 255u, (s[0] * l + ab * d) / 255u, (s[1] * l + ag * d) / 255u,
                (s[2] * l + ar * d) / 255u);
+}
+
+// The luminance of `count` smeared 24-bit colours.
+FLR_VECTOR_LOOP void smearLuminance(const std::uint8_t* smear, unsigned count, std::uint8_t* keys) {
+    luminanceRun<3>(smear, count, keys);
+}
+
+// out[i] = (own[i] l[i] + smear[i] (255 - l[i])) / 255 for i < count.
+FLR_VECTOR_LOOP void keepLight(const std::uint8_t* __restrict own, const std::uint8_t* __restrict smear,
+                               const std::uint8_t* __restrict l, unsigned count, std::uint8_t* __restrict out) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const unsigned light = l[i];
+        out[i] = static_cast<std::uint8_t>((own[i] * light + smear[i] * (255u - light)) / 255u);
+    }
 }
 
 // Pixels lo .. hi - 1 of a 24- or 32-bit row whose walks never leave the
@@ -58,6 +74,13 @@ void shakeBlocks(const std::uint8_t* own, const WalkStep* steps, unsigned n, uns
             for (unsigned i = 0; i < bytes; ++i) acc[i] = static_cast<std::uint8_t>((sample[i] + 7u * acc[i]) >> 3);
         }
         std::uint8_t* o = out + kStep * x0;
+        if constexpr (!Alpha) {   // the blend over the block's bytes, each with its pixel's luminance
+            std::uint8_t keys[kBlock], light[3 * kBlock];
+            smearLuminance(acc, count, keys);
+            for (unsigned i = 0; i < count; ++i) light[3 * i] = light[3 * i + 1] = light[3 * i + 2] = keys[i];
+            keepLight(start, acc, light, bytes, o);
+            continue;
+        }
         for (unsigned i = 0; i < count; ++i, o += kStep) {
             const std::uint8_t* a = acc + kStep * i;
             putShake<Alpha>(o, start + kStep * i, a[0], a[1], a[2]);

@@ -1,6 +1,10 @@
 // Painterly effects: Dark Strokes, Fresco and Stamp.
+#include <cstddef>
+#include <type_traits>
+
 #include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
+#include "effects/rows/vector_loops.h"
 #include "engine/pixel.h"
 
 namespace {
@@ -180,11 +184,33 @@ constexpr const PickPart* kPickParts[3] = {&kPickLastAbove, &kPickLastEqual, &kP
 
 // Source forms for the interior fast path: the key and the colour bytes of
 // pixel x of a row.
+FLR_VECTOR_LOOP void luminance3(const std::uint8_t* p, unsigned count, std::uint8_t* keys) {
+    luminanceRun<3>(p, count, keys);
+}
+FLR_VECTOR_LOOP void luminance4(const std::uint8_t* p, unsigned count, std::uint8_t* keys) {
+    luminanceRun<4>(p, count, keys);
+}
+
+// out[i] = (quantised[i] x shown + own[i] x kept) >> 14 for i < count.
+FLR_VECTOR_LOOP void fadeIn(const std::uint8_t* __restrict quantised, const std::uint8_t* __restrict own,
+                            std::uint32_t shown, std::uint32_t kept, unsigned count, std::uint8_t* __restrict out) {
+    for (std::size_t i = 0; i < count; ++i)
+        out[i] = static_cast<std::uint8_t>((quantised[i] * shown + own[i] * kept) >> 14);
+}
+
+// Source forms for the interior fast path: the key and the colour bytes of
+// pixel x of a row, and the keys of `count` pixels from x on.
 template <unsigned Step>
 struct DirectKeys {
     const std::uint8_t* pixel(const std::uint8_t* row, unsigned x) const { return row + Step * x; }
     std::uint8_t key(const std::uint8_t* row, unsigned x) const {
         return static_cast<std::uint8_t>(luminanceAt(row + Step * x));
+    }
+    void keys(const std::uint8_t* row, unsigned x, unsigned count, std::uint8_t* k) const {
+        if constexpr (Step == 3)
+            luminance3(row + 3 * x, count, k);
+        else
+            luminance4(row + 4 * x, count, k);
     }
 };
 // The keys of a palette's colours come from the frame's table (PaletteKeysInit).
@@ -193,7 +219,39 @@ struct PaletteKeys {
     const std::uint8_t* keyOfIndex;
     const std::uint8_t* pixel(const std::uint8_t* row, unsigned x) const { return table + 4u * row[x]; }
     std::uint8_t key(const std::uint8_t* row, unsigned x) const { return keyOfIndex[row[x]]; }
+    void keys(const std::uint8_t* row, unsigned x, unsigned count, std::uint8_t* k) const {
+        for (unsigned i = 0; i < count; ++i) k[i] = keyOfIndex[row[x + i]];
+    }
 };
+
+// out[i] = own[i] + shift[i] clamped to 0 .. 255, for i < count.
+FLR_VECTOR_LOOP void shiftBytes(const std::uint8_t* __restrict own, const std::int8_t* __restrict shift,
+                                unsigned count, std::uint8_t* __restrict out) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const int v = own[i] + shift[i];
+        out[i] = static_cast<std::uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+    }
+}
+
+// Dark Strokes on a 24-bit row, in blocks: the keys (vectorised), each
+// pixel's shift repeated for its three bytes, then the shifted bytes.
+void darkStrokesRow24(const std::uint8_t* row, std::uint32_t progress, unsigned width, std::uint8_t* out) {
+    std::int8_t shiftOf[254];
+    for (int l = 0; l < 254; ++l)
+        shiftOf[l] = static_cast<std::int8_t>((std::int64_t(l - 127) * progress) / 16384);
+    constexpr unsigned kBlock = 256;
+    std::uint8_t keys[kBlock];
+    std::int8_t shift[3 * kBlock];
+    for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
+        const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
+        luminance3(row + 3 * x0, count, keys);
+        for (unsigned i = 0; i < count; ++i) {
+            const std::int8_t d = shiftOf[keys[i]];
+            shift[3 * i] = d, shift[3 * i + 1] = d, shift[3 * i + 2] = d;
+        }
+        shiftBytes(row + 3 * x0, shift, 3 * count, out + 3 * x0);
+    }
+}
 
 inline std::uint16_t digit(std::uint8_t key, std::uint8_t picked) {
     return static_cast<std::uint16_t>((key == picked) + 2 * (key < picked));
@@ -212,11 +270,9 @@ void frescoInterior(const Keys& src, const std::uint8_t* const* rows, unsigned y
     std::uint8_t last[kBlock];   // digit of list position 8
     for (unsigned x0 = 1; x0 + 1 < width; x0 += kBlock) {
         const unsigned count = width - 1 - x0 < kBlock ? width - 1 - x0 : kBlock;
-        for (unsigned i = 0; i < count + 2; ++i) {
-            k0[i] = src.key(line[0], x0 - 1 + i);
-            k1[i] = src.key(line[1], x0 - 1 + i);
-            k2[i] = src.key(line[2], x0 - 1 + i);
-        }
+        src.keys(line[0], x0 - 1, count + 2, k0);
+        src.keys(line[1], x0 - 1, count + 2, k1);
+        src.keys(line[2], x0 - 1, count + 2, k2);
         for (unsigned i = 0; i < count; ++i) {
             const std::uint8_t picked =
                 sixthSmallest(k0[i], k0[i + 1], k0[i + 2], k1[i], k1[i + 1], k1[i + 2], k2[i], k2[i + 1], k2[i + 2]);
@@ -227,6 +283,19 @@ void frescoInterior(const Keys& src, const std::uint8_t* const* rows, unsigned y
             last[i] = static_cast<std::uint8_t>(digit(k2[i + 2], picked));
         }
         std::uint8_t* o = out + kOutStep * x0;
+        if constexpr (std::is_same_v<Keys, DirectKeys<3>>) {
+            // The picked colours' top bits, then the fade over the block's bytes.
+            std::uint8_t quantised[3 * kBlock];
+            for (unsigned i = 0; i < count; ++i) {
+                const unsigned place = kPickParts[last[i]]->place[code[i]];
+                const std::uint8_t* chosen = src.pixel(line[place >> 2], x0 + i - 1 + (place & 3));
+                quantised[3 * i] = chosen[0] & 192u;
+                quantised[3 * i + 1] = chosen[1] & 192u;
+                quantised[3 * i + 2] = chosen[2] & 192u;
+            }
+            fadeIn(quantised, src.pixel(line[1], x0), shown, kept, 3 * count, o);
+            continue;
+        }
         for (unsigned i = 0; i < count; ++i, o += kOutStep) {
             const unsigned x = x0 + i, place = kPickParts[last[i]]->place[code[i]];
             const std::uint8_t* chosen = src.pixel(line[place >> 2], x - 1 + (place & 3));
@@ -279,18 +348,19 @@ void stampRow(const Frame& frame, unsigned y, const Keys& src, std::uint8_t* out
         const unsigned first = x0 > 0 ? 0 : 1, end = x0 + count < width ? count + 2 : count + 1;
         dark[0] = dark[count + 1] = 0;
         const std::uint8_t *bottom = rows[y0], *middle = rows[y0 + rowCount / 2], *top = rows[y0 + rowCount - 1];
+        // The keys of the rows that exist: bottom, middle (of three), top (of two or three).
+        std::uint8_t keys[3][kBlock + 2];
+        src.keys(bottom, x0 - 1 + first, end - first, keys[0] + first);
+        if (rowCount == 3) src.keys(middle, x0 - 1 + first, end - first, keys[1] + first);
+        if (rowCount >= 2) src.keys(top, x0 - 1 + first, end - first, keys[2] + first);
         if (rowCount == 3)
-            for (unsigned i = first; i < end; ++i) {
-                const unsigned x = x0 - 1 + i;
-                dark[i] = static_cast<std::uint8_t>((src.key(bottom, x) < 128) + (src.key(middle, x) < 128) +
-                                                    (src.key(top, x) < 128));
-            }
-        else  // one or two rows: bottom and top (the same row for one)
-            for (unsigned i = first; i < end; ++i) {
-                const unsigned x = x0 - 1 + i;
-                dark[i] = static_cast<std::uint8_t>((src.key(bottom, x) < 128) +
-                                                    (rowCount == 2 && src.key(top, x) < 128));
-            }
+            for (unsigned i = first; i < end; ++i)
+                dark[i] = static_cast<std::uint8_t>((keys[0][i] < 128) + (keys[1][i] < 128) + (keys[2][i] < 128));
+        else if (rowCount == 2)
+            for (unsigned i = first; i < end; ++i)
+                dark[i] = static_cast<std::uint8_t>((keys[0][i] < 128) + (keys[2][i] < 128));
+        else
+            for (unsigned i = first; i < end; ++i) dark[i] = static_cast<std::uint8_t>(keys[0][i] < 128);
         std::uint8_t* o = out + kOutStep * x0;
         for (unsigned i = 0; i < count; ++i, o += kOutStep) {
             const unsigned x = x0 + i;
@@ -323,7 +393,7 @@ FLR_ROW(DarkStrokesLine2) {
     if (frame.hasAlpha)
         darkStrokesRow<true>(y, frame.progress, frame.width, DirectRows{frame.rows, 4}, out);
     else
-        darkStrokesRow<false>(y, frame.progress, frame.width, DirectRows{frame.rows, 3}, out);
+        darkStrokesRow24(frame.rows[y], frame.progress, frame.width, out);
 }
 
 FLR_ROW(FrescoLine1) {
