@@ -105,30 +105,130 @@ void shakeRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, uns
 
 // ---- Frazzle ----------------------------------------------------------------
 
+// Helper loops stay out of line: inlined into one body they grew too large for
+// the 32-bit build.
+#if defined(__GNUC__)
+#define FLR_NOINLINE __attribute__((noinline))
+#define FLR_RESTRICT __restrict__
+#define FLR_PREFETCH(p) __builtin_prefetch(p)
+#else
+#define FLR_NOINLINE
+#define FLR_RESTRICT
+#define FLR_PREFETCH(p) ((void)(p))
+#endif
+// On x86-64 ELF builds with GCC the plain loops are also compiled for AVX2,
+// chosen at load time; other builds compile them once.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__ELF__)
+#define FLR_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define FLR_CLONES
+#endif
+
+// r mod d for r in 0 .. 32767 and d in 1 .. 65535, as a multiply and shift:
+// with 2^b >= d, shift = 15 + b and m = ceil(2^shift / d) <= 2^16, r x m stays
+// below 2^31 and its error r x (m d - 2^shift) < 2^15 x d <= 2^shift is too
+// small to change the quotient.
+struct SmallModulo {
+    std::uint32_t d, m, shift;
+    explicit SmallModulo(unsigned divisor) : d(divisor) {
+        unsigned b = 0;
+        while ((1u << b) < divisor) ++b;
+        shift = 15 + b;
+        m = std::uint32_t(((std::uint64_t(1) << shift) + divisor - 1) / divisor);
+    }
+    std::uint32_t operator()(std::uint32_t r) const { return r - ((r * m) >> shift) * d; }
+};
+
+constexpr unsigned kFrazzleChunk = 256;   // pixels whose draws and sources are worked out together
+constexpr unsigned kLanes = 16;           // draws in flight, each lane 16 draws ahead of the last
+
+// The generator's state after each of the next 2 x kFrazzleChunk draws, in
+// order; lane l holds the state of draw l of the chunk and moves on by kLanes
+// draws a step, so the multiplies are independent.
+FLR_NOINLINE FLR_CLONES void frazzleDraws(std::uint32_t* FLR_RESTRICT lanes, std::uint32_t a, std::uint32_t c,
+                                           std::uint32_t* FLR_RESTRICT states) {
+    for (unsigned k = 0; k < 2 * kFrazzleChunk; k += kLanes)
+        for (unsigned l = 0; l < kLanes; ++l) {
+            states[k + l] = lanes[l];
+            lanes[l] = lanes[l] * a + c;
+        }
+}
+
+// Source column and row of pixels x0 .. x0 + count - 1 of row y from their
+// draws. Products of the progress (at most 16384) and an offset (below 2^15)
+// fit 32 bits; division truncates toward zero.
+FLR_NOINLINE FLR_CLONES void frazzleSources(const std::uint32_t* FLR_RESTRICT states, unsigned count, int x0,
+                                             int y, int progress, SmallModulo modW, SmallModulo modH,
+                                             std::int32_t* FLR_RESTRICT xs, std::int32_t* FLR_RESTRICT ys) {
+    const std::uint32_t w = modW.d, mw = modW.m, sw = modW.shift, h = modH.d, mh = modH.m, sh = modH.shift;
+    const int halfWidth = int(w >> 1), halfHeight = int(h >> 1), lastColumn = int(w) - 1, lastRow = int(h) - 1;
+    for (unsigned i = 0; i < count; ++i) {
+        const std::uint32_t r1 = (states[2 * i] >> 16) & 0x7FFF, r2 = (states[2 * i + 1] >> 16) & 0x7FFF;
+        const int dx = int(r1 - ((r1 * mw) >> sw) * w) - halfWidth, dy = int(r2 - ((r2 * mh) >> sh) * h) - halfHeight;
+        const int xs0 = x0 + int(i) + progress * dx / 16384, ys0 = y + progress * dy / 16384;
+        xs[i] = xs0 < 0 ? 0 : (xs0 > lastColumn ? lastColumn : xs0);
+        ys[i] = ys0 < 0 ? 0 : (ys0 > lastRow ? lastRow : ys0);
+    }
+}
+
 template <bool Alpha, class Source>
-void frazzleRow(const Frame& frame, Carry& carry, unsigned y, std::uint8_t* out, Source src, unsigned outStep) {
+void frazzleRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, unsigned sourceStep,
+                unsigned outStep) {
     const unsigned width = frame.width, height = frame.height;
     const std::uint8_t* const* rows = frame.rows;
-    (void)carry;
     if (width == 0 || height == 0) return;
-    const std::int64_t p = frame.progress;
-    const int halfWidth = int(width >> 1), halfHeight = int(height >> 1);
-    const int lastColumn = int(width) - 1, lastRow = int(height) - 1;
     // The generator restarts at row 0 and draws twice per pixel, so row y
     // starts where 2 x width x y draws have left it.
     plat::Random random;
     random.srand(0);
     random.skip(2u * std::uint64_t(width) * y);
     const std::uint8_t* own = rows[y];
-    for (unsigned x = 0; x < width; ++x, out += outStep) {
-        const int r1 = random.rand();
-        const int r2 = random.rand();
-        const int dx = r1 % int(width) - halfWidth;
-        const int dy = r2 % int(height) - halfHeight;
-        const int xs = clampTo(int(x) + int(p * dx / 16384), lastColumn);
-        const int ys = clampTo(int(y) + int(p * dy / 16384), lastRow);
-        const std::uint8_t* v = src(rows[ys], unsigned(xs));
-        put<Alpha>(out, src(own, x), Alpha ? v[3] : 255u, v[0], v[1], v[2]);
+    if (frame.progress > 16384) {   // beyond the full effect: the products need 64 bits
+        const std::int64_t p = frame.progress;
+        const int halfWidth = int(width >> 1), halfHeight = int(height >> 1);
+        for (unsigned x = 0; x < width; ++x, out += outStep) {
+            const int dx = random.rand() % int(width) - halfWidth;
+            const int dy = random.rand() % int(height) - halfHeight;
+            const int xs = clampTo(int(x) + int(p * dx / 16384), int(width) - 1);
+            const int ys = clampTo(int(y) + int(p * dy / 16384), int(height) - 1);
+            const std::uint8_t* v = src(rows[ys], unsigned(xs));
+            put<Alpha>(out, src(own, x), Alpha ? v[3] : 255u, v[0], v[1], v[2]);
+        }
+        return;
+    }
+    plat::Random lane = random, step;
+    std::uint32_t lanes[kLanes];
+    for (unsigned l = 0; l < kLanes; ++l) {
+        lane.rand();
+        lanes[l] = lane.state;
+    }
+    step.srand(0);   // x -> a x + c for kLanes draws at once: its c is the state kLanes draws after 0
+    step.skip(kLanes);
+    const std::uint32_t c = step.state;
+    step.srand(1);
+    step.skip(kLanes);
+    const std::uint32_t a = step.state - c;
+    const SmallModulo modW(width), modH(height);
+
+    // Sources of the next chunk are worked out and fetched ahead while the
+    // current chunk is written.
+    std::uint32_t states[2 * kFrazzleChunk];
+    std::int32_t xs[2][kFrazzleChunk], ys[2][kFrazzleChunk];
+    auto prepare = [&](unsigned x0, unsigned slot) {
+        const unsigned count = width - x0 < kFrazzleChunk ? width - x0 : kFrazzleChunk;
+        frazzleDraws(lanes, a, c, states);
+        frazzleSources(states, count, int(x0), int(y), int(frame.progress), modW, modH, xs[slot], ys[slot]);
+        for (unsigned i = 0; i < count; ++i) FLR_PREFETCH(rows[ys[slot][i]] + sourceStep * unsigned(xs[slot][i]));
+    };
+    prepare(0, 0);
+    for (unsigned x0 = 0, slot = 0; x0 < width; x0 += kFrazzleChunk, slot ^= 1) {
+        const unsigned count = width - x0 < kFrazzleChunk ? width - x0 : kFrazzleChunk;
+        if (x0 + kFrazzleChunk < width) prepare(x0 + kFrazzleChunk, slot ^ 1);
+        const std::int32_t *cx = xs[slot], *cy = ys[slot];
+        for (unsigned i = 0; i < count; ++i, out += outStep) {
+            const std::uint8_t* v = src(rows[cy[i]], unsigned(cx[i]));
+            put<Alpha>(out, src(own, x0 + i), Alpha ? v[3] : 255u, v[0], v[1], v[2]);
+        }
     }
 }
 
@@ -237,12 +337,16 @@ FLR_ROW(ShakeLine2) {
         shakeRow<false>(frame, y, out, DirectSource{3}, 3);
 }
 
-FLR_ROW(FrazzleLine1) { frazzleRow<false>(frame, carry, y, out, PaletteSource{frame.colourTable}, 3); }
+FLR_ROW(FrazzleLine1) {
+    (void)carry;
+    frazzleRow<false>(frame, y, out, PaletteSource{frame.colourTable}, 1, 3);
+}
 FLR_ROW(FrazzleLine2) {
+    (void)carry;
     if (frame.hasAlpha)
-        frazzleRow<true>(frame, carry, y, out, DirectSource{4}, 4);
+        frazzleRow<true>(frame, y, out, DirectSource{4}, 4, 4);
     else
-        frazzleRow<false>(frame, carry, y, out, DirectSource{3}, 3);
+        frazzleRow<false>(frame, y, out, DirectSource{3}, 3, 3);
 }
 
 // Line2 moves whole pixels, alpha included.
