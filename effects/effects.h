@@ -31,6 +31,8 @@ FLR_ROW_PAIR(Stamp);
 // Displacement
 FLR_ROW_PAIR(Shake);
 FLR_ROW_PAIR(Frazzle);
+bool ReflectionInit(Frame& frame, Carry& carry);
+void ReflectionDone(Carry& carry);
 FLR_ROW_PAIR(Reflection);
 FLR_ROW_PAIR(Kaleidoscope);
 

@@ -70,7 +70,8 @@ constexpr EffectRecord kRecords[] = {
     imageEffect(27, MC, meanMapFilter, &kRainMarks, kMarks),           // Rain
     imageEffect(28, MC, meanMapFilter, &kTrianglesMarks, kMarks),      // Triangles
     imageEffect(29, MC, meanMapFilter, &kSmudgeMarks, kMarks),         // Smudge
-    rowEffect(30, 0, kSerial, ReflectionLine1, ReflectionLine2, nullptr, nullptr, {kLabelAmount, 0, 128, 0}),
+    rowEffect(30, 0, kIndependent, ReflectionLine1, ReflectionLine2, ReflectionInit, ReflectionDone,
+              {kLabelAmount, 0, 128, 0}),
     rowEffect(31, M, kSerial, CharcoalLine1, CharcoalLine2, EdgeBuffersInit, EdgeBuffersDone),   // Charcoal
     rowEffect(32, M, kIndependent, PosterizeLine1, PosterizeLine2, PosterizeInit, nullptr, {kLabelColors, 0, 128, 0}),
     rowEffect(33, MC, kIndependent, SamplerLine1, SamplerLine2, nullptr, nullptr, {kLabelSize, 0, 128, 0}),

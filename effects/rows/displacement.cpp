@@ -1,12 +1,14 @@
 // Displacement effects: Shake, Frazzle, Reflection and Kaleidoscope. Each output
 // pixel comes from source pixels found at other places of the picture.
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 #include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
 #include "effects/rows/walk.h"
 #include "engine/pixel.h"
+#include "platform/global_memory.h"
 
 namespace {
 
@@ -242,55 +244,113 @@ inline int rowShift(std::int64_t wave, std::int64_t progress, int width) {
     return s > width ? width : (s < -width ? -width : int(s));
 }
 
+// Pixel x of the output row takes `bytes` bytes from `from`.
 template <class Source>
-void reflectionRow(const Frame& frame, Carry& carry, unsigned y, std::uint8_t* out, Source src, unsigned bytes) {
-    const unsigned width = frame.width;
-    std::int32_t& wave = carry.waveOffset;
-    if (y == 0) {
-        wave = 0;
-        carry.random.srand(0);
-    }
-    const std::int32_t prev = wave;
-    const int a = frame.p1 >> 4;
-    const int r = carry.random.rand();   // one draw per row, whatever the amount
-    std::int64_t next = std::int64_t(prev) + a - r % (2 * a + 1);
-    if (next > INT32_MAX) next = INT32_MAX;   // unreachable within 65535 rows
-    if (next < INT32_MIN) next = INT32_MIN;
-    wave = static_cast<std::int32_t>(next);
-    if (width == 0) return;
-
-    const std::int64_t p = frame.progress;
-    const int w = int(width), last = w - 1;
-    const std::uint8_t* row = frame.rows[y];
-    auto copy = [&](int x, int from) {
+struct RowWriter {
+    const std::uint8_t* row;
+    std::uint8_t* out;
+    Source src;
+    unsigned bytes;
+    void copy(int x, int from) const {
         const std::uint8_t* s = src(row, unsigned(from));
         std::uint8_t* o = out + unsigned(x) * bytes;
         for (unsigned i = 0; i < bytes; ++i) o[i] = s[i];
-    };
-    auto average = [&](int x, int from) {
-        const std::uint8_t* s = src(row, unsigned(from));
-        std::uint8_t* o = out + unsigned(x) * bytes;
-        for (unsigned i = 0; i < bytes; ++i) o[i] = static_cast<std::uint8_t>((o[i] + s[i]) / 2u);
-    };
+    }
+    void fill(int begin, int end, int from) const {
+        for (int x = begin; x < end; ++x) copy(x, from);
+    }
+};
 
-    // Pass 0: the row shifted by the mean of the previous and the new offset,
-    // the uncovered end repeating the end pixel.
-    const int s0 = rowShift((std::int64_t(prev) + wave) / 2, p, w);
-    for (int x = 0; x < w; ++x) copy(x, clampTo(x - s0, last));
+// Output bytes o[i] = (o[i] + s[i]) / 2 for i < n.
+FLR_NOINLINE void averageInto(std::uint8_t* FLR_RESTRICT o, const std::uint8_t* FLR_RESTRICT s, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) o[i] = static_cast<std::uint8_t>((o[i] + s[i]) >> 1);
+}
 
-    // Pass 1: averaged with the row shifted by the new offset; the uncovered end
-    // (for a positive shift including pixel s itself) is overwritten.
-    const int s1 = rowShift(wave, p, w);
+// One row from its two shifts: pass 0 shifts the row by s0, the uncovered end
+// repeating the end pixel; pass 1 averages it with the row shifted by s1 and
+// overwrites the uncovered end (for a positive shift including pixel s1 itself).
+template <class Source>
+void reflectionRow(const Frame& frame, const std::int32_t* shifts, unsigned y, std::uint8_t* out, Source src,
+                   unsigned bytes) {
+    const int w = int(frame.width), last = w - 1;
+    if (w == 0) return;
+    const int s0 = shifts[2 * y], s1 = shifts[2 * y + 1];
+    const RowWriter<Source> row{frame.rows[y], out, src, bytes};
+    constexpr bool kDirect = std::is_same_v<Source, DirectSource>;
+    auto shifted = [&](int begin, int end, int s) {   // output begin .. end - 1 from source x - s
+        if constexpr (kDirect)
+            std::memcpy(out + std::size_t(begin) * bytes, row.row + std::size_t(begin - s) * bytes,
+                        std::size_t(end - begin) * bytes);
+        else
+            for (int x = begin; x < end; ++x) row.copy(x, x - s);
+    };
+    auto averaged = [&](int begin, int end, int s) {
+        if constexpr (kDirect) {
+            averageInto(out + std::size_t(begin) * bytes, row.row + std::size_t(begin - s) * bytes,
+                        std::size_t(end - begin) * bytes);
+        } else {
+            for (int x = begin; x < end; ++x) {
+                const std::uint8_t* p = src(row.row, unsigned(x - s));
+                std::uint8_t* o = out + unsigned(x) * bytes;
+                for (unsigned i = 0; i < bytes; ++i) o[i] = static_cast<std::uint8_t>((o[i] + p[i]) / 2u);
+            }
+        }
+    };
+    if (s0 >= 0) {
+        row.fill(0, s0 < w ? s0 : w, 0);
+        shifted(s0 < w ? s0 : w, w, s0);
+    } else {
+        shifted(0, w + s0, s0);
+        row.fill(w + s0, w, last);
+    }
     if (s1 > 0) {
         const int fillEnd = s1 + 1 < w ? s1 + 1 : w;
-        for (int x = 0; x < fillEnd; ++x) copy(x, 0);
-        for (int x = fillEnd; x < w; ++x) average(x, x - s1);
+        row.fill(0, fillEnd, 0);
+        averaged(fillEnd, w, s1);
     } else {
-        const int avgEnd = w + s1;   // s1 <= 0, bounded to -width
-        for (int x = 0; x < avgEnd; ++x) average(x, x - s1);
-        for (int x = avgEnd; x < w; ++x) copy(x, last);
+        averaged(0, w + s1, s1);   // s1 <= 0, bounded to -width
+        row.fill(w + s1, w, last);
     }
 }
+
+}  // namespace
+
+// The wave offset starts at 0 with the generator at seed 0 and moves once per
+// row by a - (rand() mod (2a + 1)); every row's two shifts are worked out here,
+// so the rows themselves depend on nothing but the frame.
+bool ReflectionInit(Frame& frame, Carry& carry) {
+    const unsigned height = frame.height;
+    HGLOBAL block = plat::globalAlloc(2u * sizeof(std::int32_t) * (height ? height : 1u));
+    if (!block) return false;
+    auto* shifts = static_cast<std::int32_t*>(plat::globalLock(block));
+    plat::Random random;
+    random.srand(0);
+    const int a = frame.p1 >> 4, w = int(frame.width);
+    const std::int64_t p = frame.progress;
+    std::int32_t wave = 0;
+    for (unsigned y = 0; y < height; ++y) {
+        const std::int32_t prev = wave;
+        const int r = random.rand();   // one draw per row, whatever the amount
+        std::int64_t next = std::int64_t(prev) + a - r % (2 * a + 1);
+        if (next > INT32_MAX) next = INT32_MAX;   // unreachable within 65535 rows
+        if (next < INT32_MIN) next = INT32_MIN;
+        wave = static_cast<std::int32_t>(next);
+        shifts[2 * y] = rowShift((std::int64_t(prev) + wave) / 2, p, w);
+        shifts[2 * y + 1] = rowShift(wave, p, w);
+    }
+    carry.shiftBlock = block;
+    carry.shifts = shifts;
+    return true;
+}
+
+void ReflectionDone(Carry& carry) {
+    plat::globalUnlock(carry.shiftBlock);
+    plat::globalFree(carry.shiftBlock);
+    carry.shiftBlock = nullptr;
+    carry.shifts = nullptr;
+}
+
+namespace {
 
 // ---- Kaleidoscope -------------------------------------------------------------
 
@@ -350,10 +410,10 @@ FLR_ROW(FrazzleLine2) {
 }
 
 // Line2 moves whole pixels, alpha included.
-FLR_ROW(ReflectionLine1) { reflectionRow(frame, carry, y, out, PaletteSource{frame.colourTable}, 3); }
+FLR_ROW(ReflectionLine1) { reflectionRow(frame, carry.shifts, y, out, PaletteSource{frame.colourTable}, 3); }
 FLR_ROW(ReflectionLine2) {
     const unsigned bytes = frame.hasAlpha ? 4 : 3;
-    reflectionRow(frame, carry, y, out, DirectSource{bytes}, bytes);
+    reflectionRow(frame, carry.shifts, y, out, DirectSource{bytes}, bytes);
 }
 
 FLR_ROW(KaleidoscopeLine1) {
