@@ -32,7 +32,8 @@ FLR_ROW_PAIR(Stamp);
 FLR_ROW_PAIR(Shake);
 FLR_ROW_PAIR(Frazzle);
 bool ReflectionInit(Frame& frame, Carry& carry);
-void ReflectionDone(Carry& carry);
+bool KaleidoscopeInit(Frame& frame, Carry& carry);
+void LookupDone(Carry& carry);   // frees the carry's lookup
 FLR_ROW_PAIR(Reflection);
 FLR_ROW_PAIR(Kaleidoscope);
 

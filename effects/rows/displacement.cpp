@@ -338,24 +338,37 @@ bool ReflectionInit(Frame& frame, Carry& carry) {
         shifts[2 * y] = rowShift((std::int64_t(prev) + wave) / 2, p, w);
         shifts[2 * y + 1] = rowShift(wave, p, w);
     }
-    carry.shiftBlock = block;
-    carry.shifts = shifts;
+    carry.lookupBlock = block;
+    carry.lookup = shifts;
     return true;
 }
 
-void ReflectionDone(Carry& carry) {
-    plat::globalUnlock(carry.shiftBlock);
-    plat::globalFree(carry.shiftBlock);
-    carry.shiftBlock = nullptr;
-    carry.shifts = nullptr;
+void LookupDone(Carry& carry) {
+    plat::globalUnlock(carry.lookupBlock);
+    plat::globalFree(carry.lookupBlock);
+    carry.lookupBlock = nullptr;
+    carry.lookup = nullptr;
 }
 
 namespace {
 
 // ---- Kaleidoscope -------------------------------------------------------------
 
+// Pixels begin .. width - 1 of a 3-byte output row take the pixels of columns
+// width - 1 - begin down to 0 (the row's left part mirrored).
+FLR_NOINLINE void mirrorPixels(std::uint8_t* FLR_RESTRICT row, unsigned begin, unsigned width) {
+    std::uint8_t* o = row + 3u * begin;
+    const std::uint8_t* s = row + 3u * (width - 1 - begin);
+    for (unsigned x = begin; x < width; ++x, o += 3, s -= 3) {
+        o[0] = s[0];
+        o[1] = s[1];
+        o[2] = s[2];
+    }
+}
+
 template <bool Alpha, class Source>
-void kaleidoscopeRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, unsigned outStep) {
+void kaleidoscopeRow(const Frame& frame, const std::int32_t* diagonalRows, unsigned y, std::uint8_t* out,
+                     Source src, unsigned outStep) {
     const unsigned width = frame.width, height = frame.height;
     const std::uint8_t* const* rows = frame.rows;
     if (width == 0 || height == 0) return;
@@ -367,12 +380,31 @@ void kaleidoscopeRow(const Frame& frame, unsigned y, std::uint8_t* out, Source s
     // one pixel high has no diagonal to scale by: it takes column 0.
     const unsigned xDiagonal = height > 1 ? unsigned(std::uint64_t(width - 1) * yFold / (height - 1)) : 0;
     const std::uint8_t* own = rows[y];
+    if (!Alpha && q == 0) {
+        // The full effect depends on the folded column only: columns 0 .. k
+        // are row yFold itself, the rest of the left half the diagonal column,
+        // and the right half mirrors the left (x and width - 1 - x fold alike).
+        const unsigned leftEnd = halfWidth + 1 < width ? halfWidth + 1 : width;
+        const unsigned sameEnd = k + 1 < leftEnd ? k + 1 : leftEnd;
+        const std::uint8_t* folded = rows[yFold];
+        auto copy = [&](unsigned x, const std::uint8_t* v) {
+            std::uint8_t* o = out + 3u * x;
+            o[0] = v[0], o[1] = v[1], o[2] = v[2];
+        };
+        if constexpr (std::is_same_v<Source, DirectSource>)
+            std::memcpy(out, folded, 3u * sameEnd);
+        else
+            for (unsigned x = 0; x < sameEnd; ++x) copy(x, src(folded, x));
+        for (unsigned x = sameEnd; x < leftEnd; ++x) copy(x, src(rows[diagonalRows[x]], xDiagonal));
+        mirrorPixels(out, leftEnd, width);
+        return;
+    }
     for (unsigned x = 0; x < width; ++x, out += outStep) {
         const unsigned xFold = x <= halfWidth ? x : width - 1 - x;
         unsigned xs = xFold, ys = yFold;
         if (xFold > k) {   // xFold >= 1 here, so width >= 2
             xs = xDiagonal;
-            ys = unsigned(std::uint64_t(height - 1) * xFold / (width - 1));
+            ys = unsigned(diagonalRows[xFold]);
         }
         // Moves from (x, y) toward (xs, ys) with the progress, truncating toward zero.
         const int xf = int(xs) + (int(x) - int(xs)) * q / 16384;
@@ -384,6 +416,20 @@ void kaleidoscopeRow(const Frame& frame, unsigned y, std::uint8_t* out, Source s
 }
 
 }  // namespace
+
+// Row of every folded column reflected across the diagonal: (height - 1) x
+// column / (width - 1), the same in every output row.
+bool KaleidoscopeInit(Frame& frame, Carry& carry) {
+    const unsigned width = frame.width, height = frame.height, columns = (width >> 1) + 1;
+    HGLOBAL block = plat::globalAlloc(sizeof(std::int32_t) * columns);
+    if (!block) return false;
+    auto* diagonalRows = static_cast<std::int32_t*>(plat::globalLock(block));
+    for (unsigned x = 0; x < columns; ++x)
+        diagonalRows[x] = width > 1 && height > 0 ? std::int32_t(std::uint64_t(height - 1) * x / (width - 1)) : 0;
+    carry.lookupBlock = block;
+    carry.lookup = diagonalRows;
+    return true;
+}
 
 FLR_ROW(ShakeLine1) {
     (void)carry;
@@ -410,20 +456,18 @@ FLR_ROW(FrazzleLine2) {
 }
 
 // Line2 moves whole pixels, alpha included.
-FLR_ROW(ReflectionLine1) { reflectionRow(frame, carry.shifts, y, out, PaletteSource{frame.colourTable}, 3); }
+FLR_ROW(ReflectionLine1) { reflectionRow(frame, carry.lookup, y, out, PaletteSource{frame.colourTable}, 3); }
 FLR_ROW(ReflectionLine2) {
     const unsigned bytes = frame.hasAlpha ? 4 : 3;
-    reflectionRow(frame, carry.shifts, y, out, DirectSource{bytes}, bytes);
+    reflectionRow(frame, carry.lookup, y, out, DirectSource{bytes}, bytes);
 }
 
 FLR_ROW(KaleidoscopeLine1) {
-    (void)carry;
-    kaleidoscopeRow<false>(frame, y, out, PaletteSource{frame.colourTable}, 3);
+    kaleidoscopeRow<false>(frame, carry.lookup, y, out, PaletteSource{frame.colourTable}, 3);
 }
 FLR_ROW(KaleidoscopeLine2) {
-    (void)carry;
     if (frame.hasAlpha)
-        kaleidoscopeRow<true>(frame, y, out, DirectSource{4}, 4);
+        kaleidoscopeRow<true>(frame, carry.lookup, y, out, DirectSource{4}, 4);
     else
-        kaleidoscopeRow<false>(frame, y, out, DirectSource{3}, 3);
+        kaleidoscopeRow<false>(frame, carry.lookup, y, out, DirectSource{3}, 3);
 }
