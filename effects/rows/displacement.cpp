@@ -220,14 +220,16 @@ void frazzleRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, u
         const unsigned count = width - x0 < kFrazzleChunk ? width - x0 : kFrazzleChunk;
         frazzleDraws(lanes, a, c, states);
         frazzleSources(states, count, int(x0), int(y), int(frame.progress), modW, modH, xs[slot], ys[slot]);
-        for (unsigned i = 0; i < count; ++i) FLR_PREFETCH(rows[ys[slot][i]] + sourceStep * unsigned(xs[slot][i]));
+        return count;
     };
-    prepare(0, 0);
+    auto fetch = [&](unsigned slot, unsigned i) { FLR_PREFETCH(rows[ys[slot][i]] + sourceStep * unsigned(xs[slot][i])); };
+    for (unsigned i = 0, count = prepare(0, 0); i < count; ++i) fetch(0, i);
     for (unsigned x0 = 0, slot = 0; x0 < width; x0 += kFrazzleChunk, slot ^= 1) {
         const unsigned count = width - x0 < kFrazzleChunk ? width - x0 : kFrazzleChunk;
-        if (x0 + kFrazzleChunk < width) prepare(x0 + kFrazzleChunk, slot ^ 1);
+        const unsigned ahead = x0 + kFrazzleChunk < width ? prepare(x0 + kFrazzleChunk, slot ^ 1) : 0;
         const std::int32_t *cx = xs[slot], *cy = ys[slot];
         for (unsigned i = 0; i < count; ++i, out += outStep) {
+            if (i < ahead) fetch(slot ^ 1, i);   // the next chunk's source, one chunk ahead
             const std::uint8_t* v = src(rows[cy[i]], unsigned(cx[i]));
             put<Alpha>(out, src(own, x0 + i), Alpha ? v[3] : 255u, v[0], v[1], v[2]);
         }
