@@ -411,7 +411,15 @@ void kaleidoscopeRow(const Frame& frame, const std::int32_t* diagonalRows, unsig
             std::memcpy(out, folded, 3u * sameEnd);
         else
             for (unsigned x = 0; x < sameEnd; ++x) copy(x, src(folded, x));
-        for (unsigned x = sameEnd; x < leftEnd; ++x) copy(x, src(rows[diagonalRows[x]], xDiagonal));
+        unsigned x = sameEnd;
+        if constexpr (std::is_same_v<Source, DirectSource>) {
+            // Four bytes a pixel where the fourth is read inside the source row
+            // and lands on the next pixel, which is written after it.
+            const std::size_t column = 3u * std::size_t(xDiagonal);
+            if (xDiagonal + 1 < width)
+                for (; x + 1 < leftEnd; ++x) std::memcpy(out + 3u * x, rows[diagonalRows[x]] + column, 4);
+        }
+        for (; x < leftEnd; ++x) copy(x, src(rows[diagonalRows[x]], xDiagonal));
         mirrorPixels(out, leftEnd, width);
         return;
     }
