@@ -32,6 +32,9 @@ FLR_ROW_PAIR(Stamp);
 // Displacement
 FLR_ROW_PAIR(Shake);
 FLR_ROW_PAIR(Frazzle);
+bool ReflectionInit(Frame& frame, Carry& carry);
+bool KaleidoscopeInit(Frame& frame, Carry& carry);
+void LookupDone(Carry& carry);   // frees the carry's lookup
 FLR_ROW_PAIR(Reflection);
 FLR_ROW_PAIR(Kaleidoscope);
 

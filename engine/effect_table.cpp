@@ -77,7 +77,8 @@ constexpr EffectRecord kRecords[] = {
     imageEffect(27, MC, meanMapFilter, &kRainMarks, kMarks),           // Rain
     imageEffect(28, MC, meanMapFilter, &kTrianglesMarks, kMarks),      // Triangles
     imageEffect(29, MC, meanMapFilter, &kSmudgeMarks, kMarks),         // Smudge
-    rowEffect(30, 0, kSerial, ReflectionLine1, ReflectionLine2, nullptr, nullptr, {kLabelAmount, 0, 128, 0}),
+    rowEffect(30, 0, kIndependent, ReflectionLine1, ReflectionLine2, ReflectionInit, LookupDone,
+              {kLabelAmount, 0, 128, 0}),
     // Charcoal averages each output value with three output values of the row
     // below, so every row depends on all rows under it: serial.
     rowEffect(31, M, kSerial, CharcoalLine1, CharcoalLine2, EdgeBuffersInit, EdgeBuffersDone),   // Charcoal
@@ -86,7 +87,7 @@ constexpr EffectRecord kRecords[] = {
     rowEffect(34, MC, kIndependent, CrosshairLine1, CrosshairLine2, nullptr, nullptr, {kLabelSize, 0, 255, 0}),
     imageEffect(35, M, colorPencilFilter, &kColorPencilCharcoal),      // Color Pencil
     imageEffect(36, M, bubblesFilter, nullptr, {kLabelNumber, kLabelRandomness, 128, 0}),   // *Bubbles
-    rowEffect(37, 0, kIndependent, KaleidoscopeLine1, KaleidoscopeLine2),                        // Kaleidoscope
+    rowEffect(37, 0, kIndependent, KaleidoscopeLine1, KaleidoscopeLine2, KaleidoscopeInit, LookupDone),  // Kaleidoscope
     EffectRecord{},                                                    // terminating record
 };
 

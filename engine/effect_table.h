@@ -51,8 +51,8 @@ struct Frame {
 struct Carry {
     HGLOBAL lineBlock[2];              // the edge effects' two line buffers
     std::uint8_t* line[2];
-    std::int32_t waveOffset;           // Reflection
-    plat::Random random;               // Reflection
+    HGLOBAL lookupBlock;               // values per row or column an init function works out
+    const std::int32_t* lookup;        // (Reflection's shifts, Kaleidoscope's diagonal rows)
 };
 // Prepares the frame and the carry before the first row; false when its memory cannot be had.
 using InitFunction = bool (*)(Frame& frame, Carry& carry);
