@@ -17,7 +17,8 @@ required=(build-essential cmake pkg-config libpng-dev libgtest-dev nettle-dev li
 optional=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
           g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
           python3-pefile xvfb xauth wine wine64 wine32:i386
-          frei0r-plugins-dev ffmpeg melt)
+          frei0r-plugins-dev ffmpeg melt
+          libavformat-dev libavcodec-dev libswscale-dev libavutil-dev)
 # The aarch64 cross build runs statically linked under qemu; Nettle comes from
 # Debian's arm64 architecture.
 if [ $aarch64 -eq 1 ]; then

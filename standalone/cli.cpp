@@ -22,6 +22,7 @@
 #include "platform/threads.h"
 #include "resources/string_ids.h"
 #include "standalone/picture_io.h"
+#include "standalone/video.h"
 
 namespace cli {
 namespace {
@@ -34,6 +35,8 @@ const char* const kUsage =
     "                       render one frame (BMP or PNG in and out)\n"
     "  sequence IN OUTPATTERN --frames N [--direction D] [--speed S] [--threads N] [effect options]\n"
     "                       render N frames across the effect's stretch, e.g. out/frame%04d.png\n"
+    "  video IN OUT [--direction D] [--speed S] [--threads N] [--codec NAME] [effect options]\n"
+    "                       render every frame of a video across the effect's stretch, audio copied\n"
     "  timing --frames N [--speed S] [--direction D]\n"
     "                       print \"frame position progress\" for N frames\n"
     "  settings OUT.flr [effect options] [--direction D]\n"
@@ -107,6 +110,7 @@ struct Options {
     long speed = 0;
     long threads = 0;   // all cores
     std::string settings;
+    std::string codec;
     bool filterOnly = false;
     bool tsv = false;
 };
@@ -163,6 +167,8 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             o.settings = value;
         } else if (arg == "--threads") {
             o.threads = parseNumber(arg, v, 1, 1024);
+        } else if (arg == "--codec") {
+            o.codec = value;
         }
     }
     return o;
@@ -390,6 +396,16 @@ int cmdSequence(int argc, char** argv) {
     return 0;
 }
 
+int cmdVideo(int argc, char** argv) {
+    Options o = parse(argc, argv, with(kEffectOptions, {"--direction", "--speed", "--threads", "--codec"}));
+    if (o.positional.size() != 2) usage("video needs IN and OUT");
+    const video::Outcome r = video::convert(
+        {o.positional[0], o.positional[1], o.codec, buildRecord(o), static_cast<std::int8_t>(o.speed), unsigned(o.threads)});
+    if (r.status == 2) throw UsageError{r.message};
+    if (r.status != 0) throw Failure{r.message};
+    return 0;
+}
+
 int cmdTiming(int argc, char** argv) {
     Options o = parse(argc, argv, {"--frames", "--speed", "--direction"});
     if (!o.positional.empty()) usage("timing takes no file names");
@@ -480,6 +496,7 @@ int run(int argc, char** argv) {
     try {
         if (command == "render") return cmdRender(argc - 2, argv + 2);
         if (command == "sequence") return cmdSequence(argc - 2, argv + 2);
+        if (command == "video") return cmdVideo(argc - 2, argv + 2);
         if (command == "timing") return cmdTiming(argc - 2, argv + 2);
         if (command == "settings") return cmdSettings(argc - 2, argv + 2);
         if (command == "list") return cmdList(argc - 2, argv + 2);
