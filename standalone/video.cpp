@@ -190,10 +190,11 @@ const AVCodec* chooseEncoder(const Job& job, const AVOutputFormat* format) {
     return codec;
 }
 
-// The encoder's pixel format: yuv420p for H.264 (what players take); else the
+// The encoder's pixel format: yuv420p for H.264 (what players take; yuv444p
+// when a side is odd, which 4:2:0 cannot hold); else the
 // engine's own layout, or the nearest layout that keeps every bit of it (FFV1
 // takes bgr0 and bgra), or failing that FFmpeg's least lossy choice.
-AVPixelFormat choosePixelFormat(const AVCodec* codec, AVPixelFormat engine) {
+AVPixelFormat choosePixelFormat(const AVCodec* codec, AVPixelFormat engine, int width, int height) {
     const AVPixelFormat* list = codec->pix_fmts;
     if (!list) return engine;
     auto offered = [&](AVPixelFormat f) {
@@ -201,7 +202,10 @@ AVPixelFormat choosePixelFormat(const AVCodec* codec, AVPixelFormat engine) {
             if (*p == f) return true;
         return false;
     };
-    if (!std::strcmp(codec->name, "libx264") && offered(AV_PIX_FMT_YUV420P)) return AV_PIX_FMT_YUV420P;
+    if (!std::strcmp(codec->name, "libx264")) {
+        const AVPixelFormat yuv = (width | height) & 1 ? AV_PIX_FMT_YUV444P : AV_PIX_FMT_YUV420P;
+        if (offered(yuv)) return yuv;
+    }
     const bool alpha = engine == AV_PIX_FMT_BGRA;
     const AVPixelFormat lossless[] = {engine, alpha ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR0,
                                       alpha ? AV_PIX_FMT_GBRAP : AV_PIX_FMT_GBRP};
@@ -342,7 +346,7 @@ Outcome run(const Job& job) {
     if (!enc) throw std::bad_alloc();
     enc->width = width;
     enc->height = height;
-    enc->pix_fmt = choosePixelFormat(encoder, engineLayout);
+    enc->pix_fmt = choosePixelFormat(encoder, engineLayout, width, height);
     enc->time_base = inVideo->time_base;
     enc->framerate = av_guess_frame_rate(in.get(), inVideo, nullptr);
     enc->sample_aspect_ratio = av_guess_sample_aspect_ratio(in.get(), inVideo, nullptr);
@@ -362,39 +366,49 @@ Outcome run(const Job& job) {
         fail(2, job.output + ": the " + encoder->name + " encoder refuses " + av_get_pix_fmt_name(enc->pix_fmt) +
                     " at " + std::to_string(width) + " x " + std::to_string(height) + ": " + avError(e));
 
-    // The output: the video, then the audio streams the container takes.
+    // The output: the video, then the audio streams the container takes. A
+    // muxer that refuses its header with the audio in it is tried again without.
     Temporary temporary(job.output);
     Output out;
-    {
-        AVFormatContext* raw = nullptr;
-        e = avformat_alloc_output_context2(&raw, format, nullptr, job.output.c_str());
-        if (e < 0) fail(2, job.output + ": " + avError(e));
-        out.reset(raw);
-    }
-    AVStream* outVideo = avformat_new_stream(out.get(), nullptr);
-    if (!outVideo) throw std::bad_alloc();
-    if ((e = avcodec_parameters_from_context(outVideo->codecpar, enc.get())) < 0) throw std::bad_alloc();
-    outVideo->time_base = enc->time_base;
-    outVideo->avg_frame_rate = enc->framerate;
-    outVideo->sample_aspect_ratio = enc->sample_aspect_ratio;
+    AVStream* outVideo = nullptr;
     std::vector<int> audioMap(in->nb_streams, -1);   // input stream -> output stream
-    for (unsigned s = 0; s < in->nb_streams; ++s) {
-        const AVStream* a = in->streams[s];
-        if (a->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
-        if (avformat_query_codec(format, a->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) {
-            std::fprintf(stderr, "flairize: %s: the %s container does not take the %s audio of stream %u; it is left out\n",
-                         job.output.c_str(), format->name, avcodec_get_name(a->codecpar->codec_id), s);
-            continue;
+    auto openOutput = [&](bool withAudio) {
+        out.reset();
+        AVFormatContext* raw = nullptr;
+        int r = avformat_alloc_output_context2(&raw, format, nullptr, job.output.c_str());
+        if (r < 0) fail(2, job.output + ": " + avError(r));
+        out.reset(raw);
+        outVideo = avformat_new_stream(out.get(), nullptr);
+        if (!outVideo || avcodec_parameters_from_context(outVideo->codecpar, enc.get()) < 0) throw std::bad_alloc();
+        outVideo->time_base = enc->time_base;
+        outVideo->avg_frame_rate = enc->framerate;
+        outVideo->sample_aspect_ratio = enc->sample_aspect_ratio;
+        bool audio = false;
+        for (unsigned s = 0; s < in->nb_streams; ++s) {
+            const AVStream* a = in->streams[s];
+            audioMap[s] = -1;
+            if (!withAudio || a->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
+            if (avformat_query_codec(format, a->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) {
+                std::fprintf(stderr, "flairize: %s: the %s container does not take the %s audio of stream %u; it is left out\n",
+                             job.output.c_str(), format->name, avcodec_get_name(a->codecpar->codec_id), s);
+                continue;
+            }
+            AVStream* o = avformat_new_stream(out.get(), nullptr);
+            if (!o || avcodec_parameters_copy(o->codecpar, a->codecpar) < 0) throw std::bad_alloc();
+            o->codecpar->codec_tag = 0;
+            o->time_base = a->time_base;
+            audioMap[s] = o->index;
+            audio = true;
         }
-        AVStream* o = avformat_new_stream(out.get(), nullptr);
-        if (!o || avcodec_parameters_copy(o->codecpar, a->codecpar) < 0) throw std::bad_alloc();
-        o->codecpar->codec_tag = 0;
-        o->time_base = a->time_base;
-        audioMap[s] = o->index;
-    }
-    if ((e = avio_open(&out->pb, temporary.path().c_str(), AVIO_FLAG_WRITE)) < 0)
-        fail(2, job.output + ": " + avError(e));
-    if ((e = avformat_write_header(out.get(), nullptr)) < 0) fail(2, job.output + ": " + avError(e));
+        if ((r = avio_open(&out->pb, temporary.path().c_str(), AVIO_FLAG_WRITE)) < 0)
+            fail(2, job.output + ": " + avError(r));
+        if ((r = avformat_write_header(out.get(), nullptr)) >= 0) return true;
+        if (!audio) fail(2, job.output + ": " + avError(r));
+        std::fprintf(stderr, "flairize: %s: the %s container refuses the audio (%s); it is left out\n",
+                     job.output.c_str(), format->name, avError(r).c_str());
+        return false;
+    };
+    if (!openOutput(true)) openOutput(false);
 
     auto write = [&](AVPacket* packet) {
         const int w = av_interleaved_write_frame(out.get(), packet);
@@ -560,7 +574,7 @@ Outcome run(const Job& job) {
 }  // namespace
 
 Outcome convert(const Job& job) {
-    av_log_set_level(AV_LOG_ERROR);
+    av_log_set_level(AV_LOG_FATAL);   // problems reach the user as the one line the outcome carries
     try {
         return run(job);
     } catch (const Error& e) {
