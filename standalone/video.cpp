@@ -268,7 +268,10 @@ struct Scalers {
         sws_freeContext(toEncoder);
     }
 };
-const int kScaleFlags = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
+// Full chroma resolution both ways. SWS_ACCURATE_RND is left out: its plain C
+// paths cost about a third more time per 1080p frame for a finer rounding of
+// YUV (RGB to RGB conversions are exact either way).
+const int kScaleFlags = SWS_BICUBIC | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
 
 // A YUV frame is read with its own matrix and range.
 void convert(SwsContext*& context, const AVFrame* from, AVFrame* to, const std::string& what) {
@@ -437,7 +440,7 @@ Outcome run(const Job& job) {
     // and encoding (in order) overlap; the frames never depend on the thread count.
     const unsigned threads = job.threads ? job.threads : hostops::availableThreads();
     const flairize::HostServices host = hostops::threadedServices(1);
-    const std::size_t tokens = std::size_t(threads) * 2 + 1;
+    const std::size_t tokens = std::size_t(threads) + 2;   // a frame decoding and one encoding beside the renders
     std::vector<std::unique_ptr<Item>> items;
     for (std::size_t k = 0; k < tokens; ++k) {
         items.push_back(std::make_unique<Item>());
@@ -482,7 +485,7 @@ Outcome run(const Job& job) {
             if (s == vs) {
                 const int sent = avcodec_send_packet(dec.get(), packet.get());
                 av_packet_unref(packet.get());
-                if (sent < 0 && sent != AVERROR(EAGAIN))
+                if (sent < 0)   // never EAGAIN: the decoder's frames were all taken first
                     fail(2, job.input + ": damaged video near frame " + std::to_string(decodedFrames) + ": " + avError(sent));
             } else if (s >= 0 && std::size_t(s) < audioMap.size() && audioMap[std::size_t(s)] >= 0) {
                 Packet copy = newPacket();
