@@ -27,6 +27,7 @@ extern "C" {
 #include <tbb/task_arena.h>
 
 #include <algorithm>
+#include <iterator>
 #include <cctype>
 #include <cerrno>
 #include <chrono>
@@ -259,37 +260,43 @@ flairize::PictureView viewOf(const AVFrame* f, std::uint8_t bytesPerPixel) {
     return {f->data[0], f->linesize[0], std::uint16_t(f->width), std::uint16_t(f->height), bytesPerPixel};
 }
 
-// Colour conversions; each thread keeps its own scaler contexts.
-struct Scalers {
-    SwsContext* toEngine = nullptr;
-    SwsContext* toEncoder = nullptr;
-    ~Scalers() {
-        sws_freeContext(toEngine);
-        sws_freeContext(toEncoder);
+// A colour conversion from frames of one size and layout into another, made
+// anew when the source's size, layout, matrix or range changes.
+class Scaler {
+public:
+    ~Scaler() { sws_freeContext(context_); }
+    void convert(const AVFrame* from, AVFrame* to, const std::string& what) {
+        const int key[] = {from->width, from->height, from->format, from->colorspace, from->color_range};
+        if (!context_ || !std::equal(std::begin(key), std::end(key), key_)) {
+            sws_freeContext(context_);
+            context_ = sws_getContext(from->width, from->height, AVPixelFormat(from->format), to->width, to->height,
+                                      AVPixelFormat(to->format), kFlags, nullptr, nullptr, nullptr);
+            if (!context_)
+                fail(1, what + ": no conversion from " + av_get_pix_fmt_name(AVPixelFormat(from->format)) + " to " +
+                            av_get_pix_fmt_name(AVPixelFormat(to->format)));
+            // YUV is read and written with the frame's own matrix and range.
+            sws_setColorspaceDetails(context_, coefficients(from), from->color_range == AVCOL_RANGE_JPEG,
+                                     coefficients(to), to->color_range == AVCOL_RANGE_JPEG, 0, 1 << 16, 1 << 16);
+            std::copy(std::begin(key), std::end(key), key_);
+        }
+        if (sws_scale(context_, from->data, from->linesize, 0, from->height, to->data, to->linesize) != to->height)
+            fail(1, what + ": the colour conversion failed");
     }
-};
-// Full chroma resolution both ways. SWS_ACCURATE_RND is left out: its plain C
-// paths cost about a third more time per 1080p frame for a finer rounding of
-// YUV (RGB to RGB conversions are exact either way).
-const int kScaleFlags = SWS_BICUBIC | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
 
-// A YUV frame is read with its own matrix and range.
-void convert(SwsContext*& context, const AVFrame* from, AVFrame* to, const std::string& what) {
-    SwsContext* const before = context;
-    context = sws_getCachedContext(context, from->width, from->height, AVPixelFormat(from->format), to->width,
-                                   to->height, AVPixelFormat(to->format), kScaleFlags, nullptr, nullptr, nullptr);
-    if (!context) fail(1, what + ": no conversion from " + av_get_pix_fmt_name(AVPixelFormat(from->format)) +
-                              " to " + av_get_pix_fmt_name(AVPixelFormat(to->format)));
-    if (context != before) {   // a new context: set its matrices and ranges once
-        const int srcSpace = from->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : int(from->colorspace);
-        const int dstSpace = to->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : int(to->colorspace);
-        sws_setColorspaceDetails(context, sws_getCoefficients(srcSpace), from->color_range == AVCOL_RANGE_JPEG,
-                                 sws_getCoefficients(dstSpace), to->color_range == AVCOL_RANGE_JPEG, 0, 1 << 16,
-                                 1 << 16);
+private:
+    // Full chroma resolution both ways. SWS_ACCURATE_RND is left out: its plain C
+    // paths cost about a third more time per 1080p frame for a finer rounding of
+    // YUV (RGB to RGB conversions are exact either way).
+    static constexpr int kFlags = SWS_BICUBIC | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
+    static const int* coefficients(const AVFrame* f) {
+        return sws_getCoefficients(f->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : int(f->colorspace));
     }
-    if (sws_scale(context, from->data, from->linesize, 0, from->height, to->data, to->linesize) != to->height)
-        fail(1, what + ": the colour conversion failed");
-}
+    SwsContext* context_ = nullptr;
+    int key_[5] = {};
+};
+struct Scalers {
+    Scaler toEngine, toEncoder;
+};
 
 // "frame 12/300  41.5 fps  0:07 left", redrawn at most four times a second, on a terminal only.
 struct ProgressLine {
@@ -510,7 +517,7 @@ Outcome run(const Job& job) {
             fail(2, where + " is " + std::to_string(d->width) + " x " + std::to_string(d->height) +
                         ", the video's first frames " + std::to_string(width) + " x " + std::to_string(height));
         Scalers& mine = scalers.local();
-        convert(mine.toEngine, d, item->source.get(), where);
+        mine.toEngine.convert(d, item->source.get(), where);
         if (av_frame_make_writable(item->rendered.get()) < 0) throw std::bad_alloc();   // it may go to the encoder itself
         const flairize::Result r = flairize::renderInto(host, viewOf(item->source.get(), bytesPerPixel),
                                                         settingsFor(item->index), flairize::Mix::Always,
@@ -520,7 +527,7 @@ Outcome run(const Job& job) {
         if (enc->pix_fmt != engineLayout) {
             // The encoder may still hold the last frame written into this item.
             if (av_frame_make_writable(item->encoded.get()) < 0) throw std::bad_alloc();
-            convert(mine.toEncoder, item->rendered.get(), item->encoded.get(), where);
+            mine.toEncoder.convert(item->rendered.get(), item->encoded.get(), where);
         }
         item->pts = d->best_effort_timestamp;
         return item;
