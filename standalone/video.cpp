@@ -215,13 +215,12 @@ AVPixelFormat choosePixelFormat(const AVCodec* codec, AVPixelFormat engine, int 
     return avcodec_find_best_pix_fmt_of_list(list, engine, alpha ? 1 : 0, nullptr);
 }
 
-// The number of frames. A QuickTime/MP4 header lists every sample of the
-// track, so its count is exact; other containers give no count or an estimate
-// (from the duration or a tag), so there the video's packets are counted by
-// reading the file through once, without decoding.
-long countFrames(const std::string& path, AVFormatContext* in, int stream) {
-    const AVStream* st = in->streams[stream];
-    if (std::strstr(in->iformat->name, "mp4") && st->nb_frames > 0) return long(st->nb_frames);
+// The number of frames: the video's packets, counted by reading the file
+// through once without decoding, leaving out those the demuxer marks to be
+// discarded. No container's own count is taken: where there is one at all it
+// is estimated from the duration or a tag, or, as MP4's sample count, still
+// includes the frames an edit list cuts away.
+long countFrames(const std::string& path, int stream) {
     Input again = openInput(path);
     if (unsigned(stream) >= again->nb_streams) fail(2, path + ": the streams differ between two readings");
     Packet packet = newPacket();
@@ -348,7 +347,7 @@ Outcome run(const Job& job) {
     const AVPixelFormat engineLayout = alpha ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR24;
     const std::uint8_t bytesPerPixel = alpha ? 4 : 3;
 
-    const long frames = countFrames(job.input, in.get(), vs);
+    const long frames = countFrames(job.input, vs);
     if (frames < 1) fail(2, job.input + ": the video has no frames");
 
     // The encoder keeps the input's time base and frame rate.
