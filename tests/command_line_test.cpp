@@ -226,6 +226,15 @@ TEST(CommandLine, VideoFramesAreRendersAtTheirTiming) {
         EXPECT_EQ(slurp(d + "/audio"), c.audio ? "flac\n" : "");
     }
 
+    // A clip cut by an edit list: its frames are counted, not the samples the MP4 header lists.
+    const std::string cut = dir() + "/cut.mp4";
+    if (sh(ff + "-f lavfi -i testsrc=size=64x48:rate=10 -t 2 -c:v libx264 -g 10 " + dir() + "/uncut.mp4") == 0 &&
+        sh(ff + "-ss 0.35 -i " + dir() + "/uncut.mp4 -c copy " + cut) == 0) {
+        const CommandRun r = command("video " + cut + " " + dir() + "/cut.mkv --effect solarize");
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.err, "") << "the frame count was not the number of frames";
+    }
+
     // A file that is not a video is refused and leaves nothing behind, not even the temporary.
     std::ofstream(dir() + "/novideo.mkv") << "not a video";
     const CommandRun bad = command("video " + dir() + "/novideo.mkv " + dir() + "/never.mkv");
