@@ -16,7 +16,7 @@ case "${1:-}" in
 esac
 
 required=(build-essential cmake pkg-config libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libwebp-dev libtiff-dev
-          libtbb-dev)
+          libtbb-dev libavformat-dev libavcodec-dev libswscale-dev libavutil-dev)
 optional=(help2man frei0r-plugins-dev)
 if [ $tests -eq 1 ]; then
   required+=(libgtest-dev nettle-dev)

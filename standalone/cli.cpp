@@ -27,6 +27,7 @@
 #include "standalone/output_file.h"
 #include "standalone/picture_io.h"
 #include "standalone/sheet.h"
+#include "standalone/video.h"
 
 namespace cli {
 namespace {
@@ -108,6 +109,7 @@ struct Options {
     std::vector<std::string> given;      // the options given, for the warnings
     long quality = 0;   // the format's default
     std::string settings;
+    std::string codec;
     bool filterOnly = false;
     bool tsv = false;
 };
@@ -176,6 +178,8 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             o.settings = value;
         } else if (arg == "--threads") {
             o.threads = parseNumber(arg, v, 1, 1024);
+        } else if (arg == "--codec") {
+            o.codec = value;
         } else if (arg == "--quality") {
             o.quality = parseNumber(arg, v, 1, 100);
         } else if (arg == "--columns") {
@@ -444,6 +448,16 @@ int cmdSequence(int argc, char** argv) {
     return 0;
 }
 
+int cmdVideo(int argc, char** argv) {
+    Options o = parse(argc, argv, with(kEffectOptions, {"--direction", "--speed", "--threads", "--codec"}));
+    if (o.positional.size() != 2) usage("video needs IN and OUT");
+    const video::Outcome r = video::convert(
+        {o.positional[0], o.positional[1], o.codec, buildRecord(o), static_cast<std::int8_t>(o.speed), unsigned(o.threads)});
+    if (r.status == 2) throw UsageError{r.message};
+    if (r.status != 0) throw Failure{r.message};
+    return 0;
+}
+
 int cmdTiming(int argc, char** argv) {
     Options o = parse(argc, argv, {"--frames", "--speed", "--direction"});
     if (!o.positional.empty()) usage("timing takes no file names");
@@ -597,6 +611,7 @@ int run(int argc, char** argv) {
         if (command == "render") return cmdRender(argc - 2, argv + 2);
         if (command == "sequence") return cmdSequence(argc - 2, argv + 2);
         if (command == "sheet") return cmdSheet(argc - 2, argv + 2);
+        if (command == "video") return cmdVideo(argc - 2, argv + 2);
         if (command == "timing") return cmdTiming(argc - 2, argv + 2);
         if (command == "settings") return cmdSettings(argc - 2, argv + 2);
         return cmdList(argc - 2, argv + 2);

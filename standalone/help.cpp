@@ -52,6 +52,12 @@ const std::vector<CommandHelp>& commands() {
          "direction, as `flairize timing` prints. OUTPATTERN holds one %d conversion,\n"
          "e.g. out/frame%04d.png. Several frames render at once; if one fails, the\n"
          "run stops there, keeping the frames before it.\n"},
+        {"video", "IN OUT [effect options] [--direction D] [--speed S] [--threads N] [--codec NAME]",
+         "render every frame of a video across the effect's stretch",
+         "IN is any video FFmpeg's libraries read. Frame i of N is rendered as `sequence`\n"
+         "renders it. OUT's extension picks the encoder: .mp4 and .mov H.264 (yuv420p), .mkv\n"
+         "FFV1 (lossless: the frames are the rendered pictures bit for bit). Audio is copied.\n"
+         "  --codec NAME          any FFmpeg video encoder instead\n"},
         {"sheet", "IN OUT [--columns N] [--threads N]",
          "every offered effect on one picture, as a labelled contact sheet",
          "Each effect renders IN at its defaults and full progress; the sheet shows the\n"

@@ -6,9 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 
 #include "standalone/cli.h"
@@ -300,4 +302,82 @@ TEST(CommandLine, InterruptLeavesNoTemporary) {
     EXPECT_FALSE(temporaryOf(d, "OUT.png"));
     EXPECT_FALSE(exists(out));
     std::remove(in.c_str());
+}
+
+// Every frame of `flairize video` equals `flairize render` of its source frame
+// at the progress `flairize timing` gives it, on one thread and on three.
+TEST(CommandLine, VideoFramesAreRendersAtTheirTiming) {
+#if !FLAIRIZE_VIDEO
+    GTEST_SKIP() << "flairize was built without FFmpeg's libav* libraries";
+#endif
+    if (std::system("ffmpeg -version >/dev/null 2>&1 && ffprobe -version >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "the ffmpeg and ffprobe commands are not installed";
+    const std::string ff = "ffmpeg -v error -y ";
+    auto sh = [](const std::string& cmd) { return std::system(cmd.c_str()); };
+    struct Case {
+        const char *name, *source, *layout, *effect, *timing;
+        int bytes;
+        bool audio;
+    };
+    const Case cases[] = {
+        {"rgb", "testsrc=size=67x45:rate=10", "bgr24", "--effect solarize", "--speed 25 --direction Cycle", 3, true},
+        {"alpha", "testsrc=size=67x45:rate=10,format=rgba,geq=r='r(X,Y)':g='g(X,Y)':b='b(X,Y)':a='X*4'", "bgra",
+         "--effect find-edges --colour 20c040", "--speed -50 --direction Backward", 4, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string d = dir() + "/video-" + c.name, src = d + "/src.mkv";
+        mkdir(d.c_str(), 0755);
+        ASSERT_EQ(sh(ff + "-f lavfi -i \"" + c.source + "\"" + (c.audio ? " -f lavfi -i sine=sample_rate=8000 -c:a flac" : "") +
+                     " -frames:v 7 -t 0.7 -c:v ffv1 " + src),
+                  0);
+        for (const char* threads : {"1", "3"}) {
+            const std::string out = d + "/out" + threads;
+            const CommandRun r = command("video " + src + " " + out + ".mkv " + c.effect + " " + c.timing + " --threads " + threads);
+            ASSERT_EQ(r.status, 0) << r.err;
+            ASSERT_EQ(sh(ff + "-i " + out + ".mkv -f rawvideo -pix_fmt " + c.layout + " " + out + ".raw"), 0);
+        }
+        const std::string frames = slurp(d + "/out1.raw");
+        EXPECT_TRUE(frames == slurp(d + "/out3.raw")) << "the frames differ between 1 and 3 threads";
+
+        // The same frames one by one through flairize render.
+        ASSERT_EQ(sh(ff + "-i " + src + " -pix_fmt " + (c.bytes == 4 ? "rgba " : "rgb24 ") + d + "/src%d.png"), 0);
+        std::istringstream timing(command(std::string("timing --frames 7 ") + c.timing).out);
+        long frame = 0, position = 0, progress = 0;
+        int rendered = 0;
+        while (timing >> frame >> position >> progress) {
+            const std::string n = std::to_string(frame + 1);
+            ASSERT_EQ(command("render " + d + "/src" + n + ".png " + d + "/r" + n + ".png " + c.effect +
+                              " --progress " + std::to_string(progress))
+                          .status,
+                      0);
+            ++rendered;
+        }
+        ASSERT_EQ(rendered, 7);
+        ASSERT_EQ(sh(ff + "-i " + d + "/r%d.png -f rawvideo -pix_fmt " + c.layout + " " + d + "/expected.raw"), 0);
+        EXPECT_EQ(frames.size(), std::size_t(7 * 67 * 45 * c.bytes));
+        EXPECT_TRUE(frames == slurp(d + "/expected.raw")) << "the frames differ from flairize render's";
+
+        sh("ffprobe -v error -select_streams a -show_entries stream=codec_name -of csv=p=0 " + d + "/out1.mkv >" + d +
+           "/audio");
+        EXPECT_EQ(slurp(d + "/audio"), c.audio ? "flac\n" : "");
+    }
+
+    // A clip cut by an edit list: its frames are counted, not the samples the MP4 header lists.
+    const std::string cut = dir() + "/cut.mp4";
+    if (sh(ff + "-f lavfi -i testsrc=size=64x48:rate=10 -t 2 -c:v libx264 -g 10 " + dir() + "/uncut.mp4") == 0 &&
+        sh(ff + "-ss 0.35 -i " + dir() + "/uncut.mp4 -c copy " + cut) == 0) {
+        const CommandRun r = command("video " + cut + " " + dir() + "/cut.mkv --effect solarize");
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.err, "") << "the frame count was not the number of frames";
+    }
+
+    // A file that is not a video is refused and leaves nothing behind, not even the temporary.
+    std::ofstream(dir() + "/novideo.mkv") << "not a video";
+    const CommandRun bad = command("video " + dir() + "/novideo.mkv " + dir() + "/never.mkv");
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_NE(bad.err.find("novideo.mkv: "), std::string::npos) << bad.err;
+    EXPECT_EQ(std::count(bad.err.begin(), bad.err.end(), '\n'), 1) << bad.err;
+    EXPECT_EQ(command("video " + dir() + "/video-rgb/src.mkv " + dir() + "/never.mkv --codec none-such").status, 2);
+    EXPECT_EQ(sh("ls " + dir() + " | grep -q '^never'"), 256) << "a partial output is left";
 }

@@ -1,0 +1,602 @@
+#include "standalone/video.h"
+
+#if !FLAIRIZE_VIDEO
+
+namespace video {
+
+Outcome convert(const Job& job) {
+    return {2, job.input + ": this flairize was built without FFmpeg's libraries (libavformat, libavcodec, "
+                           "libswscale, libavutil), so it reads and writes no video"};
+}
+
+}  // namespace video
+
+#else
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/pixdesc.h>
+#include <libswscale/swscale.h>
+}
+
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/global_control.h>
+#include <tbb/parallel_pipeline.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <iterator>
+#include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "engine/flairize.h"
+#include "platform/strings.h"
+#include "platform/threads.h"
+#include "resources/string_ids.h"
+
+namespace video {
+namespace {
+
+struct Error {
+    int status;
+    std::string message;
+};
+[[noreturn]] void fail(int status, const std::string& message) { throw Error{status, message}; }
+
+std::string avError(int code) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(code, text, sizeof text);
+    return text;
+}
+
+bool endsWith(const std::string& s, const char* tail) {
+    const std::size_t n = std::strlen(tail);
+    if (s.size() < n) return false;
+    for (std::size_t k = 0; k < n; ++k)
+        if (std::tolower(static_cast<unsigned char>(s[s.size() - n + k])) != tail[k]) return false;
+    return true;
+}
+
+// ---- owners of FFmpeg's objects
+
+struct InputCloser {
+    void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
+};
+struct OutputCloser {
+    void operator()(AVFormatContext* c) const {
+        if (c->pb) avio_closep(&c->pb);
+        avformat_free_context(c);
+    }
+};
+struct CodecCloser {
+    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
+};
+struct FrameFree {
+    void operator()(AVFrame* f) const { av_frame_free(&f); }
+};
+struct PacketFree {
+    void operator()(AVPacket* p) const { av_packet_free(&p); }
+};
+using Input = std::unique_ptr<AVFormatContext, InputCloser>;
+using Output = std::unique_ptr<AVFormatContext, OutputCloser>;
+using Codec = std::unique_ptr<AVCodecContext, CodecCloser>;
+using Frame = std::unique_ptr<AVFrame, FrameFree>;
+using Packet = std::unique_ptr<AVPacket, PacketFree>;
+
+Frame newFrame() {
+    Frame f(av_frame_alloc());
+    if (!f) throw std::bad_alloc();
+    return f;
+}
+Packet newPacket() {
+    Packet p(av_packet_alloc());
+    if (!p) throw std::bad_alloc();
+    return p;
+}
+
+Input openInput(const std::string& path) {
+    AVFormatContext* raw = nullptr;
+    int e = avformat_open_input(&raw, path.c_str(), nullptr, nullptr);
+    if (e < 0) fail(2, path + ": " + avError(e));
+    Input in(raw);
+    e = avformat_find_stream_info(in.get(), nullptr);
+    if (e < 0) fail(2, path + ": " + avError(e));
+    return in;
+}
+
+// ---- the temporary output, removed on failure and on SIGINT or SIGTERM
+
+char gTemporary[4096];
+volatile std::sig_atomic_t gTemporarySet = 0;
+
+void removeTemporaryAndDie(int signal) {
+    if (gTemporarySet) ::unlink(gTemporary);
+    // SA_RESETHAND has put the default action back: the process ends by this signal.
+    ::raise(signal);
+}
+
+class Temporary {
+public:
+    explicit Temporary(const std::string& output) : path_(output + ".XXXXXX") {
+        if (path_.size() >= sizeof gTemporary) fail(2, output + ": the file name is too long");
+        const int fd = ::mkstemp(path_.data());
+        if (fd < 0) fail(2, output + ": " + std::strerror(errno));
+        ::fchmod(fd, 0644);
+        ::close(fd);
+        std::memcpy(gTemporary, path_.c_str(), path_.size() + 1);
+        gTemporarySet = 1;
+        struct sigaction action {};
+        action.sa_handler = removeTemporaryAndDie;
+        action.sa_flags = SA_RESETHAND;
+        sigemptyset(&action.sa_mask);
+        sigaction(SIGINT, &action, &oldInt_);
+        sigaction(SIGTERM, &action, &oldTerm_);
+    }
+    ~Temporary() {
+        sigaction(SIGINT, &oldInt_, nullptr);
+        sigaction(SIGTERM, &oldTerm_, nullptr);
+        gTemporarySet = 0;
+        if (!kept_) ::unlink(path_.c_str());
+    }
+    Temporary(const Temporary&) = delete;
+    Temporary& operator=(const Temporary&) = delete;
+
+    const std::string& path() const { return path_; }
+    void keepAs(const std::string& output) {
+        if (std::rename(path_.c_str(), output.c_str()) != 0) fail(2, output + ": " + std::strerror(errno));
+        kept_ = true;
+    }
+
+private:
+    std::string path_;
+    bool kept_ = false;
+    struct sigaction oldInt_ {}, oldTerm_ {};
+};
+
+// ---- choices made before the first frame
+
+// The encoder: --codec, else H.264 for MP4 and QuickTime, FFV1 (lossless) for
+// Matroska, else the container's own default video codec.
+const AVCodec* chooseEncoder(const Job& job, const AVOutputFormat* format) {
+    const AVCodec* codec = nullptr;
+    std::string name = job.codec;
+    if (!name.empty()) {
+        codec = avcodec_find_encoder_by_name(name.c_str());
+        if (!codec || codec->type != AVMEDIA_TYPE_VIDEO) fail(2, "--codec: FFmpeg has no video encoder named \"" + name + "\"");
+    } else {
+        if (endsWith(job.output, ".mp4") || endsWith(job.output, ".mov") || endsWith(job.output, ".m4v"))
+            name = "libx264";
+        else if (endsWith(job.output, ".mkv"))
+            name = "ffv1";
+        codec = name.empty() ? avcodec_find_encoder(format->video_codec) : avcodec_find_encoder_by_name(name.c_str());
+        if (!codec) {
+            if (name.empty()) fail(2, job.output + ": the container has no default video encoder; choose one with --codec");
+            fail(2, job.output + ": FFmpeg here has no " + name + " encoder; choose another with --codec");
+        }
+    }
+    if (avformat_query_codec(format, codec->id, FF_COMPLIANCE_NORMAL) == 0)
+        fail(2, job.output + ": the " + format->name + " container does not take " + codec->name + " video");
+    return codec;
+}
+
+// The encoder's pixel format: yuv420p for H.264 (what players take; yuv444p
+// when a side is odd, which 4:2:0 cannot hold); else the
+// engine's own layout, or the nearest layout that keeps every bit of it (FFV1
+// takes bgr0 and bgra), or failing that FFmpeg's least lossy choice.
+AVPixelFormat choosePixelFormat(const AVCodec* codec, AVPixelFormat engine, int width, int height) {
+    const AVPixelFormat* list = codec->pix_fmts;
+    if (!list) return engine;
+    auto offered = [&](AVPixelFormat f) {
+        for (const AVPixelFormat* p = list; *p != AV_PIX_FMT_NONE; ++p)
+            if (*p == f) return true;
+        return false;
+    };
+    if (!std::strcmp(codec->name, "libx264")) {
+        const AVPixelFormat yuv = (width | height) & 1 ? AV_PIX_FMT_YUV444P : AV_PIX_FMT_YUV420P;
+        if (offered(yuv)) return yuv;
+    }
+    const bool alpha = engine == AV_PIX_FMT_BGRA;
+    const AVPixelFormat lossless[] = {engine, alpha ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR0,
+                                      alpha ? AV_PIX_FMT_GBRAP : AV_PIX_FMT_GBRP};
+    for (AVPixelFormat f : lossless)
+        if (offered(f)) return f;
+    return avcodec_find_best_pix_fmt_of_list(list, engine, alpha ? 1 : 0, nullptr);
+}
+
+// The number of frames: the video's packets, counted by reading the file
+// through once without decoding, leaving out those the demuxer marks to be
+// discarded. No container's own count is taken: where there is one at all it
+// is estimated from the duration or a tag, or, as MP4's sample count, still
+// includes the frames an edit list cuts away.
+long countFrames(const std::string& path, int stream) {
+    Input again = openInput(path);
+    if (unsigned(stream) >= again->nb_streams) fail(2, path + ": the streams differ between two readings");
+    Packet packet = newPacket();
+    long count = 0;
+    int e;
+    while ((e = av_read_frame(again.get(), packet.get())) >= 0) {
+        if (packet->stream_index == stream && !(packet->flags & AV_PKT_FLAG_DISCARD)) ++count;
+        av_packet_unref(packet.get());
+    }
+    if (e != AVERROR_EOF) fail(2, path + ": " + avError(e));
+    return count;
+}
+
+// ---- the frames in flight
+
+// One frame's way through the stages, with the audio packets read before it.
+// Items are reused in turn; their pictures are allocated once.
+struct Item {
+    long index = -1;                    // the frame's number; -1: no frame (audio at the end)
+    Frame decoded = newFrame();         // as the decoder gave it
+    Frame source = newFrame();          // the engine's layout (BGR or BGRA, top row first)
+    Frame rendered = newFrame();        // the effect's output, same layout
+    Frame encoded = newFrame();         // the encoder's pixel format
+    std::vector<Packet> audio;
+    std::int64_t pts = AV_NOPTS_VALUE;
+};
+
+void allocate(AVFrame* f, AVPixelFormat format, int width, int height) {
+    f->format = format;
+    f->width = width;
+    f->height = height;
+    if (av_frame_get_buffer(f, 0) < 0) throw std::bad_alloc();
+}
+
+flairize::PictureView viewOf(const AVFrame* f, std::uint8_t bytesPerPixel) {
+    return {f->data[0], f->linesize[0], std::uint16_t(f->width), std::uint16_t(f->height), bytesPerPixel};
+}
+
+// A colour conversion from frames of one size and layout into another, made
+// anew when the source's size, layout, matrix or range changes.
+class Scaler {
+public:
+    ~Scaler() { sws_freeContext(context_); }
+    void convert(const AVFrame* from, AVFrame* to, const std::string& what) {
+        const int key[] = {from->width, from->height, from->format, from->colorspace, from->color_range};
+        if (!context_ || !std::equal(std::begin(key), std::end(key), key_)) {
+            sws_freeContext(context_);
+            context_ = sws_getContext(from->width, from->height, AVPixelFormat(from->format), to->width, to->height,
+                                      AVPixelFormat(to->format), kFlags, nullptr, nullptr, nullptr);
+            if (!context_)
+                fail(1, what + ": no conversion from " + av_get_pix_fmt_name(AVPixelFormat(from->format)) + " to " +
+                            av_get_pix_fmt_name(AVPixelFormat(to->format)));
+            // YUV is read and written with the frame's own matrix and range.
+            sws_setColorspaceDetails(context_, coefficients(from), from->color_range == AVCOL_RANGE_JPEG,
+                                     coefficients(to), to->color_range == AVCOL_RANGE_JPEG, 0, 1 << 16, 1 << 16);
+            std::copy(std::begin(key), std::end(key), key_);
+        }
+        if (sws_scale(context_, from->data, from->linesize, 0, from->height, to->data, to->linesize) != to->height)
+            fail(1, what + ": the colour conversion failed");
+    }
+
+private:
+    // Full chroma resolution both ways. SWS_ACCURATE_RND is left out: its plain C
+    // paths cost about a third more time per 1080p frame for a finer rounding of
+    // YUV (RGB to RGB conversions are exact either way).
+    static constexpr int kFlags = SWS_BICUBIC | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
+    static const int* coefficients(const AVFrame* f) {
+        return sws_getCoefficients(f->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : int(f->colorspace));
+    }
+    SwsContext* context_ = nullptr;
+    int key_[5] = {};
+};
+struct Scalers {
+    Scaler toEngine, toEncoder;
+};
+
+// "frame 12/300  41.5 fps  0:07 left", redrawn at most four times a second, on a terminal only.
+struct ProgressLine {
+    bool enabled = ::isatty(STDERR_FILENO) != 0;
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now(), shown{};
+    void show(long done, long total, bool last) {
+        if (!enabled) return;
+        const auto now = std::chrono::steady_clock::now();
+        if (!last && now - shown < std::chrono::milliseconds(250)) return;
+        shown = now;
+        const double seconds = std::chrono::duration<double>(now - start).count();
+        const double fps = seconds > 0 ? double(done) / seconds : 0;
+        const long left = fps > 0 ? long(double(total - std::min(done, total)) / fps + 0.5) : 0;
+        std::fprintf(stderr, "\rframe %ld/%ld  %.1f fps  %ld:%02ld left ", done, total, fps, left / 60, left % 60);
+        if (last) std::fputc('\n', stderr);
+        std::fflush(stderr);
+    }
+};
+
+Outcome run(const Job& job) {
+    // The output's container and encoder come first: a wrong name is a usage error.
+    const AVOutputFormat* format = av_guess_format(nullptr, job.output.c_str(), nullptr);
+    if (!format || (format->flags & AVFMT_NOFILE) || format->video_codec == AV_CODEC_ID_NONE)
+        fail(2, job.output + ": unknown video file type (use .mkv, .mp4, .mov or another video extension FFmpeg writes)");
+    const AVCodec* encoder = chooseEncoder(job, format);
+
+    // The input and its video stream.
+    Input in = openInput(job.input);
+    const AVCodec* decoder = nullptr;
+    const int vs = av_find_best_stream(in.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
+    if (vs == AVERROR_DECODER_NOT_FOUND) fail(2, job.input + ": FFmpeg here has no decoder for its video");
+    if (vs < 0) fail(2, job.input + ": no video stream");
+    AVStream* inVideo = in->streams[vs];
+    Codec dec(avcodec_alloc_context3(decoder));
+    if (!dec) throw std::bad_alloc();
+    int e = avcodec_parameters_to_context(dec.get(), inVideo->codecpar);
+    if (e < 0) fail(2, job.input + ": " + avError(e));
+    dec->pkt_timebase = inVideo->time_base;
+    dec->thread_count = int(job.threads);   // decoded pictures are the same for every count
+    if ((e = avcodec_open2(dec.get(), decoder, nullptr)) < 0) fail(2, job.input + ": " + avError(e));
+    const int width = dec->width, height = dec->height;
+    if (width < 1 || height < 1 || width > 65535 || height > 65535)
+        fail(2, job.input + ": a video of " + std::to_string(width) + " x " + std::to_string(height) +
+                    " pixels (1 to 65535 a side serve)");
+    const AVPixFmtDescriptor* decodedLayout = av_pix_fmt_desc_get(dec->pix_fmt);
+    if (!decodedLayout) fail(2, job.input + ": the video's pixel format is unknown");
+    // Frames with alpha render as 32-bit pictures (alpha is the effect's mask), others as 24-bit.
+    const bool alpha = (decodedLayout->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
+    const AVPixelFormat engineLayout = alpha ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR24;
+    const std::uint8_t bytesPerPixel = alpha ? 4 : 3;
+
+    const long frames = countFrames(job.input, vs);
+    if (frames < 1) fail(2, job.input + ": the video has no frames");
+
+    // The encoder keeps the input's time base and frame rate.
+    Codec enc(avcodec_alloc_context3(encoder));
+    if (!enc) throw std::bad_alloc();
+    enc->width = width;
+    enc->height = height;
+    enc->pix_fmt = choosePixelFormat(encoder, engineLayout, width, height);
+    enc->time_base = inVideo->time_base;
+    enc->framerate = av_guess_frame_rate(in.get(), inVideo, nullptr);
+    enc->sample_aspect_ratio = av_guess_sample_aspect_ratio(in.get(), inVideo, nullptr);
+    const AVPixFmtDescriptor* encodedLayout = av_pix_fmt_desc_get(enc->pix_fmt);
+    const bool encodesYuv = encodedLayout && !(encodedLayout->flags & AV_PIX_FMT_FLAG_RGB);
+    if (encodesYuv) {   // the input's colour tags where it was YUV too, else BT.601 limited range
+        const AVCodecParameters* p = inVideo->codecpar;
+        const bool inputYuv = !(decodedLayout->flags & AV_PIX_FMT_FLAG_RGB);
+        enc->colorspace = inputYuv ? p->color_space : AVCOL_SPC_SMPTE170M;
+        enc->color_primaries = inputYuv ? p->color_primaries : AVCOL_PRI_UNSPECIFIED;
+        enc->color_trc = inputYuv ? p->color_trc : AVCOL_TRC_UNSPECIFIED;
+        enc->color_range = inputYuv && p->color_range == AVCOL_RANGE_JPEG ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    }
+    if (format->flags & AVFMT_GLOBALHEADER) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    // The encoder's own threads are left to FFmpeg, so --threads never changes the bytes it writes.
+    if ((e = avcodec_open2(enc.get(), encoder, nullptr)) < 0)
+        fail(2, job.output + ": the " + encoder->name + " encoder refuses " + av_get_pix_fmt_name(enc->pix_fmt) +
+                    " at " + std::to_string(width) + " x " + std::to_string(height) + ": " + avError(e));
+
+    // The output: the video, then the audio streams the container takes. A
+    // muxer that refuses its header with the audio in it is tried again without.
+    Temporary temporary(job.output);
+    Output out;
+    AVStream* outVideo = nullptr;
+    std::vector<int> audioMap(in->nb_streams, -1);   // input stream -> output stream
+    auto openOutput = [&](bool withAudio) {
+        out.reset();
+        AVFormatContext* raw = nullptr;
+        int r = avformat_alloc_output_context2(&raw, format, nullptr, job.output.c_str());
+        if (r < 0) fail(2, job.output + ": " + avError(r));
+        out.reset(raw);
+        outVideo = avformat_new_stream(out.get(), nullptr);
+        if (!outVideo || avcodec_parameters_from_context(outVideo->codecpar, enc.get()) < 0) throw std::bad_alloc();
+        outVideo->time_base = enc->time_base;
+        outVideo->avg_frame_rate = enc->framerate;
+        outVideo->sample_aspect_ratio = enc->sample_aspect_ratio;
+        bool audio = false;
+        for (unsigned s = 0; s < in->nb_streams; ++s) {
+            const AVStream* a = in->streams[s];
+            audioMap[s] = -1;
+            if (!withAudio || a->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
+            if (avformat_query_codec(format, a->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) {
+                std::fprintf(stderr, "flairize: %s: the %s container does not take the %s audio of stream %u; it is left out\n",
+                             job.output.c_str(), format->name, avcodec_get_name(a->codecpar->codec_id), s);
+                continue;
+            }
+            AVStream* o = avformat_new_stream(out.get(), nullptr);
+            if (!o || avcodec_parameters_copy(o->codecpar, a->codecpar) < 0) throw std::bad_alloc();
+            o->codecpar->codec_tag = 0;
+            o->time_base = a->time_base;
+            audioMap[s] = o->index;
+            audio = true;
+        }
+        if ((r = avio_open(&out->pb, temporary.path().c_str(), AVIO_FLAG_WRITE)) < 0)
+            fail(2, job.output + ": " + avError(r));
+        if ((r = avformat_write_header(out.get(), nullptr)) >= 0) return true;
+        if (!audio) fail(2, job.output + ": " + avError(r));
+        std::fprintf(stderr, "flairize: %s: the %s container refuses the audio (%s); it is left out\n",
+                     job.output.c_str(), format->name, avError(r).c_str());
+        return false;
+    };
+    if (!openOutput(true)) openOutput(false);
+
+    auto write = [&](AVPacket* packet) {
+        const int w = av_interleaved_write_frame(out.get(), packet);
+        if (w < 0) fail(2, job.output + ": " + avError(w));
+    };
+    auto drainEncoder = [&](AVPacket* packet) {
+        int r;
+        while ((r = avcodec_receive_packet(enc.get(), packet)) >= 0) {
+            av_packet_rescale_ts(packet, enc->time_base, outVideo->time_base);
+            packet->stream_index = outVideo->index;
+            write(packet);
+        }
+        if (r != AVERROR(EAGAIN) && r != AVERROR_EOF) fail(1, job.output + ": the encoder failed: " + avError(r));
+    };
+
+    // Frame i renders at the progress the host gives frame i of a sequence of N.
+    auto settingsFor = [&](long i) {
+        SettingsRecord r = job.record;
+        const long last = std::min(i, frames - 1);   // a video that decodes more frames than counted ends at its last
+        r.progress = flairize::frameProgress(flairize::sequencePosition(std::uint64_t(last), std::uint64_t(frames)),
+                                             job.speed, r.direction);
+        return flairize::settingsOf(r);
+    };
+
+    // Decoding (in order), rendering (several frames at once, one thread each)
+    // and encoding (in order) overlap; the frames never depend on the thread count.
+    const unsigned threads = job.threads ? job.threads : hostops::availableThreads();
+    const flairize::HostServices host = hostops::threadedServices(1);
+    const std::size_t tokens = std::size_t(threads) + 2;   // a frame decoding and one encoding beside the renders
+    std::vector<std::unique_ptr<Item>> items;
+    for (std::size_t k = 0; k < tokens; ++k) {
+        items.push_back(std::make_unique<Item>());
+        allocate(items.back()->source.get(), engineLayout, width, height);
+        allocate(items.back()->rendered.get(), engineLayout, width, height);
+        allocate(items.back()->encoded.get(), enc->pix_fmt, width, height);
+        items.back()->encoded->colorspace = enc->colorspace;
+        items.back()->encoded->color_range = enc->color_range;
+    }
+    tbb::enumerable_thread_specific<Scalers> scalers;
+    Packet packet = newPacket();
+    bool inputEnded = false, decoderEnded = false;
+    long decodedFrames = 0, next = 0, encodedFrames = 0;
+    std::int64_t lastPts = AV_NOPTS_VALUE;
+    ProgressLine progress;
+
+    auto decodeStage = [&](tbb::flow_control& flow) -> Item* {
+        Item& item = *items[std::size_t(next++ % long(tokens))];
+        item.index = -1;
+        item.audio.clear();
+        av_frame_unref(item.decoded.get());
+        while (!decoderEnded) {
+            const int r = avcodec_receive_frame(dec.get(), item.decoded.get());
+            if (r >= 0) {
+                item.index = decodedFrames++;
+                return &item;
+            }
+            if (r == AVERROR_EOF) {
+                decoderEnded = true;
+                break;
+            }
+            if (r != AVERROR(EAGAIN)) fail(2, job.input + ": damaged video near frame " + std::to_string(decodedFrames) + ": " + avError(r));
+            if (inputEnded) fail(2, job.input + ": the decoder stopped early");
+            const int got = av_read_frame(in.get(), packet.get());
+            if (got == AVERROR_EOF) {
+                inputEnded = true;
+                avcodec_send_packet(dec.get(), nullptr);   // drain the frames the decoder still holds
+                continue;
+            }
+            if (got < 0) fail(2, job.input + ": " + avError(got));
+            const int s = packet->stream_index;
+            if (s == vs) {
+                const int sent = avcodec_send_packet(dec.get(), packet.get());
+                av_packet_unref(packet.get());
+                if (sent < 0)   // never EAGAIN: the decoder's frames were all taken first
+                    fail(2, job.input + ": damaged video near frame " + std::to_string(decodedFrames) + ": " + avError(sent));
+            } else if (s >= 0 && std::size_t(s) < audioMap.size() && audioMap[std::size_t(s)] >= 0) {
+                Packet copy = newPacket();
+                av_packet_move_ref(copy.get(), packet.get());
+                item.audio.push_back(std::move(copy));
+            } else {
+                av_packet_unref(packet.get());
+            }
+        }
+        if (item.audio.empty()) {
+            flow.stop();
+            return nullptr;
+        }
+        return &item;   // the audio read after the last frame
+    };
+
+    auto renderStage = [&](Item* item) -> Item* {
+        if (item->index < 0) return item;
+        const AVFrame* d = item->decoded.get();
+        const std::string where = job.input + ": frame " + std::to_string(item->index);
+        if (d->width != width || d->height != height)
+            fail(2, where + " is " + std::to_string(d->width) + " x " + std::to_string(d->height) +
+                        ", the video's first frames " + std::to_string(width) + " x " + std::to_string(height));
+        Scalers& mine = scalers.local();
+        mine.toEngine.convert(d, item->source.get(), where);
+        if (av_frame_make_writable(item->rendered.get()) < 0) throw std::bad_alloc();   // it may go to the encoder itself
+        const flairize::Result r = flairize::renderInto(host, viewOf(item->source.get(), bytesPerPixel),
+                                                        settingsFor(item->index), flairize::Mix::Always,
+                                                        viewOf(item->rendered.get(), bytesPerPixel));
+        if (r.status != flairize::Status::Ok)
+            fail(1, where + ": " + plat::loadString(r.messageId ? r.messageId : ids::kNoMemory));
+        if (enc->pix_fmt != engineLayout) {
+            // The encoder may still hold the last frame written into this item.
+            if (av_frame_make_writable(item->encoded.get()) < 0) throw std::bad_alloc();
+            mine.toEncoder.convert(item->rendered.get(), item->encoded.get(), where);
+        }
+        item->pts = d->best_effort_timestamp;
+        return item;
+    };
+
+    Packet encodedPacket = newPacket();
+    auto encodeStage = [&](Item* item) {
+        for (Packet& a : item->audio) {
+            const int s = a->stream_index;
+            av_packet_rescale_ts(a.get(), in->streams[s]->time_base, out->streams[audioMap[std::size_t(s)]]->time_base);
+            a->stream_index = audioMap[std::size_t(s)];
+            write(a.get());
+        }
+        item->audio.clear();
+        if (item->index < 0) return;
+        AVFrame* f = enc->pix_fmt != engineLayout ? item->encoded.get() : item->rendered.get();
+        // Timestamps as decoded; a missing or repeated one follows the one before.
+        std::int64_t pts = item->pts;
+        if (pts == AV_NOPTS_VALUE || (lastPts != AV_NOPTS_VALUE && pts <= lastPts))
+            pts = lastPts == AV_NOPTS_VALUE ? 0 : lastPts + 1;
+        lastPts = f->pts = pts;
+        f->pict_type = AV_PICTURE_TYPE_NONE;
+        const int sent = avcodec_send_frame(enc.get(), f);
+        if (sent < 0) fail(1, job.output + ": the encoder failed: " + avError(sent));
+        drainEncoder(encodedPacket.get());
+        progress.show(++encodedFrames, frames, false);
+    };
+
+    {
+        tbb::global_control allow(tbb::global_control::max_allowed_parallelism,
+                                  std::max<std::size_t>(threads, hostops::availableThreads()));
+        tbb::task_arena arena{int(threads)};
+        arena.execute([&] {
+            tbb::parallel_pipeline(
+                tokens,
+                tbb::make_filter<void, Item*>(tbb::filter_mode::serial_in_order, decodeStage) &
+                    tbb::make_filter<Item*, Item*>(tbb::filter_mode::parallel, renderStage) &
+                    tbb::make_filter<Item*, void>(tbb::filter_mode::serial_in_order, encodeStage));
+        });
+    }
+    if ((e = avcodec_send_frame(enc.get(), nullptr)) < 0) fail(1, job.output + ": the encoder failed: " + avError(e));
+    drainEncoder(encodedPacket.get());
+    if ((e = av_write_trailer(out.get())) < 0) fail(2, job.output + ": " + avError(e));
+    if ((e = avio_closep(&out->pb)) < 0) fail(2, job.output + ": " + avError(e));
+    if (encodedFrames == 0) fail(2, job.input + ": no frame could be decoded");
+    temporary.keepAs(job.output);
+    progress.show(encodedFrames, frames, true);
+    if (encodedFrames != frames)
+        std::fprintf(stderr, "flairize: %s: %ld frames were counted but %ld decoded\n", job.input.c_str(), frames,
+                     encodedFrames);
+    return {};
+}
+
+}  // namespace
+
+Outcome convert(const Job& job) {
+    av_log_set_level(AV_LOG_FATAL);   // problems reach the user as the one line the outcome carries
+    try {
+        return run(job);
+    } catch (const Error& e) {
+        return {e.status, e.message};
+    } catch (const std::bad_alloc&) {
+        return {1, job.input + ": " + plat::loadString(ids::kNoMemory)};
+    } catch (const std::exception& e) {
+        return {1, job.input + ": " + e.what()};
+    } catch (...) {
+        return {1, job.input + ": the video could not be rendered"};
+    }
+}
+
+}  // namespace video
+
+#endif

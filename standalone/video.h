@@ -1,0 +1,29 @@
+// flairize video: every frame of a video file through the effect, frame i of
+// N at the progress the frame timing gives it, audio copied alongside.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "engine/settings_record.h"
+
+namespace video {
+
+struct Job {
+    std::string input, output;
+    std::string codec;         // encoder name; empty: the one the output's extension implies
+    SettingsRecord record;     // effect, sliders, colour and direction
+    std::int8_t speed = 0;     // the speed curve, as for a sequence
+    unsigned threads = 0;      // frames rendered at once; 0: all cores
+};
+
+struct Outcome {
+    int status = 0;            // 0 done, 1 a render or the encoder failed, 2 bad input, usage or unwritable output
+    std::string message;       // one line naming the file and the problem
+};
+
+// Writes job.output, or nothing at all: the file is written under a temporary
+// name beside it and renamed when complete. Never throws.
+Outcome convert(const Job& job);
+
+}  // namespace video
