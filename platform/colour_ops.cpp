@@ -31,6 +31,14 @@
 #include "platform/global_memory.h"
 #include "platform/host_ops.h"
 
+// The row loops are built twice on x86-64 ELF builds with GCC, for AVX2 and
+// for the baseline, and the loader picks one; elsewhere they are plain code.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__ELF__)
+#define ROW_LOOP_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define ROW_LOOP_CLONES
+#endif
+
 namespace {
 
 constexpr unsigned kTaps = 5;
@@ -95,6 +103,11 @@ inline std::uint8_t simplified(std::uint8_t c) {
                                      (c >= k.first[2]) * k.rise[2] + (c >= k.first[3]) * k.rise[3] +
                                      (c >= k.first[4]) * k.rise[4] + (c >= k.first[5]) * k.rise[5] +
                                      (c >= k.first[6]) * k.rise[6]);
+}
+
+// n bytes of a row simplified.
+ROW_LOOP_CLONES void simplifyBytes(const std::uint8_t* s, std::uint8_t* o, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) o[i] = simplified(s[i]);
 }
 
 // Working memory released on every path.
@@ -164,7 +177,7 @@ struct Work {
 // rounded filtered triples, the output row and working rows. False when the
 // working memory cannot be had.
 template <class Kernel, class Finish>
-bool filterBand(const dib::Source& src, const dib::Output& out, std::uint32_t begin, std::uint32_t end,
+ROW_LOOP_CLONES bool filterBand(const dib::Source& src, const dib::Output& out, std::uint32_t begin, std::uint32_t end,
                 const Finish& finish) {
     const std::uint32_t w = src.layout().width, h = src.layout().height;
     const std::size_t rowLen = std::size_t(w) * 3, padLen = rowLen + 12;
@@ -234,40 +247,42 @@ HGLOBAL separableFilter(HGLOBAL picture, ParallelFunction parallel, void* user, 
     return out.release();
 }
 
+// One row of Smooth: each byte of `centre` moved toward `mean` by its pixel's share.
+ROW_LOOP_CLONES void smoothRow(const std::uint8_t* centre, const std::uint8_t* mean, std::uint8_t* out,
+                               const std::uint8_t* srcRow, std::uint32_t w, bool alpha, const Work& work) {
+    // A pixel's share comes from its largest channel difference. Every
+    // byte takes the largest of its own pixel's three differences, the
+    // neighbours of other pixels masked out by the byte's place, so each
+    // loop is a plain one the compiler vectorises.
+    const std::size_t bytes = std::size_t(w) * 3;
+    std::uint8_t* diff = work.spread;
+    diff[-2] = diff[-1] = diff[bytes] = diff[bytes + 1] = 0;
+    for (std::size_t i = 0; i < bytes; ++i)
+        diff[i] = static_cast<std::uint8_t>(mean[i] > centre[i] ? mean[i] - centre[i] : centre[i] - mean[i]);
+    // The share is 256 only where all three differences are 0 and is 0
+    // from 48 on, and below 48 no difference exceeds the largest, so
+    // difference x share stays within 16 bits.
+    const std::uint8_t *before2 = work.places, *before1 = before2 + bytes, *after1 = before1 + 2 * bytes,
+                       *after2 = after1 + bytes;
+    std::uint8_t* smoothed = alpha ? work.triples : out;
+    for (std::size_t i = 0; i < bytes; ++i) {
+        std::uint8_t largest = diff[i];
+        const std::uint8_t others[4] = {std::uint8_t(diff[i - 2] & before2[i]), std::uint8_t(diff[i - 1] & before1[i]),
+                                      std::uint8_t(diff[i + 1] & after1[i]), std::uint8_t(diff[i + 2] & after2[i])};
+        for (const std::uint8_t n : others) largest = n > largest ? n : largest;
+        const int share = shareOf(largest);
+        const auto moved = static_cast<std::int16_t>((mean[i] - centre[i]) * share);
+        smoothed[i] = static_cast<std::uint8_t>(centre[i] + moved / 256);
+    }
+    if (alpha) putTriples(out, smoothed, srcRow, w, true);
+}
+
 }  // namespace
 
 namespace hostops {
 
 HGLOBAL smooth(HGLOBAL picture, ParallelFunction parallel, void* user) {
-    return separableFilter<Box5>(picture, parallel, user, [](const std::uint8_t* centre, const std::uint8_t* mean,
-                                                             std::uint8_t* out, const std::uint8_t* srcRow,
-                                                             std::uint32_t w, bool alpha, const Work& work) {
-        // A pixel's share comes from its largest channel difference. Every
-        // byte takes the largest of its own pixel's three differences, the
-        // neighbours of other pixels masked out by the byte's place, so each
-        // loop is a plain one the compiler vectorises.
-        const std::size_t bytes = std::size_t(w) * 3;
-        std::uint8_t* diff = work.spread;
-        diff[-2] = diff[-1] = diff[bytes] = diff[bytes + 1] = 0;
-        for (std::size_t i = 0; i < bytes; ++i)
-            diff[i] = static_cast<std::uint8_t>(mean[i] > centre[i] ? mean[i] - centre[i] : centre[i] - mean[i]);
-        // The share is 256 only where all three differences are 0 and is 0
-        // from 48 on, and below 48 no difference exceeds the largest, so
-        // difference x share stays within 16 bits.
-        const std::uint8_t *before2 = work.places, *before1 = before2 + bytes, *after1 = before1 + 2 * bytes,
-                           *after2 = after1 + bytes;
-        std::uint8_t* smoothed = alpha ? work.triples : out;
-        for (std::size_t i = 0; i < bytes; ++i) {
-            std::uint8_t largest = diff[i];
-            const std::uint8_t near[4] = {std::uint8_t(diff[i - 2] & before2[i]), std::uint8_t(diff[i - 1] & before1[i]),
-                                          std::uint8_t(diff[i + 1] & after1[i]), std::uint8_t(diff[i + 2] & after2[i])};
-            for (const std::uint8_t n : near) largest = n > largest ? n : largest;
-            const int share = shareOf(largest);
-            const auto moved = static_cast<std::int16_t>((mean[i] - centre[i]) * share);
-            smoothed[i] = static_cast<std::uint8_t>(centre[i] + moved / 256);
-        }
-        if (alpha) putTriples(out, smoothed, srcRow, w, true);
-    });
+    return separableFilter<Box5>(picture, parallel, user, smoothRow);
 }
 
 HGLOBAL soften(HGLOBAL picture, ParallelFunction parallel, void* user) {
@@ -297,14 +312,14 @@ HGLOBAL simplify(HGLOBAL picture, ParallelFunction parallel, void* user) {
             const std::uint8_t* s = src.row(y);
             std::uint8_t* o = out.row(y);
             if (in.bitCount == 24) {   // byte for byte
-                for (std::size_t i = 0; i < 3 * w; ++i) o[i] = simplified(s[i]);
+                simplifyBytes(s, o, 3 * w);
             } else if (in.bitCount == 32) {   // every byte, then the alpha put back
-                for (std::size_t i = 0; i < 4 * w; ++i) o[i] = simplified(s[i]);
+                simplifyBytes(s, o, 4 * w);
                 for (std::size_t x = 3; x < 4 * w; x += 4) o[x] = s[x];
             } else {
                 loadPaddedRow(src, y, row);
                 const std::uint8_t* p = row + 6;
-                for (std::size_t i = 0; i < 3 * w; ++i) o[i] = simplified(p[i]);
+                simplifyBytes(p, o, 3 * w);
             }
         }
     });
