@@ -131,9 +131,16 @@ void paintMark(const Canvas& c, const grid::Area& a, const std::uint32_t* shape,
         const std::uint32_t* w = shape + (y - a.y0) * kShapeSize;
         for (int x = 0; x < a.cols; ++x, s += In, o += outStep) {
             if (In == 4) {
+                // Under alpha 255 the mix gives the blend itself, under 0 the source.
                 const unsigned alpha = s[3];
-                for (unsigned k = 0; k < 3; ++k)
-                    o[k] = px::alphaMix(s[k], blendByWeight(o[k], mean[k], w[x]) & 255, alpha);
+                if (alpha == 255) {
+                    for (unsigned k = 0; k < 3; ++k) o[k] = static_cast<std::uint8_t>(blendByWeight(o[k], mean[k], w[x]));
+                } else if (alpha == 0) {
+                    o[0] = s[0], o[1] = s[1], o[2] = s[2];
+                } else {
+                    for (unsigned k = 0; k < 3; ++k)
+                        o[k] = px::alphaMix(s[k], blendByWeight(o[k], mean[k], w[x]) & 255, alpha);
+                }
                 o[3] = static_cast<std::uint8_t>(alpha);
             } else {
                 for (unsigned k = 0; k < 3; ++k) o[k] = static_cast<std::uint8_t>(blendByWeight(o[k], mean[k], w[x]));
@@ -153,7 +160,14 @@ void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32
         if (src.hasAlpha()) {
             const std::uint8_t* s = src.row(y);
             for (std::uint32_t x = 0; x < in.width; ++x, s += 4, o += 4) {
-                for (unsigned k = 0; k < 3; ++k) o[k] = px::alphaMix(s[k], bgr[k], s[3]);
+                const unsigned alpha = s[3];
+                if (alpha == 255) {
+                    o[0] = bgr[0], o[1] = bgr[1], o[2] = bgr[2];
+                } else if (alpha == 0) {
+                    o[0] = s[0], o[1] = s[1], o[2] = s[2];
+                } else {
+                    for (unsigned k = 0; k < 3; ++k) o[k] = px::alphaMix(s[k], bgr[k], alpha);
+                }
                 o[3] = s[3];
             }
         } else {
