@@ -97,6 +97,7 @@ struct LevelSteps {
             }
     }
 };
+
 inline std::uint8_t simplified(std::uint8_t c) {
     constexpr LevelSteps k{};
     return static_cast<std::uint8_t>((c >= k.first[0]) * k.rise[0] + (c >= k.first[1]) * k.rise[1] +
@@ -123,6 +124,18 @@ private:
     void* p_;
 };
 
+// The triples of w pixels of 4 bytes, and w pixels of 4 bytes from triples
+// with the alpha of `alpha`'s pixels; plain loops kept apart so they vectorise.
+ROW_LOOP_CLONES void dropAlpha(const std::uint8_t* s, std::uint8_t* d, std::size_t w) {
+    for (std::size_t x = 0; x < w; ++x) d[3 * x] = s[4 * x], d[3 * x + 1] = s[4 * x + 1], d[3 * x + 2] = s[4 * x + 2];
+}
+ROW_LOOP_CLONES void addAlpha(const std::uint8_t* triples, const std::uint8_t* alpha, std::uint8_t* out,
+                              std::size_t w) {
+    for (std::size_t x = 0; x < w; ++x)
+        out[4 * x] = triples[3 * x], out[4 * x + 1] = triples[3 * x + 1], out[4 * x + 2] = triples[3 * x + 2],
+                out[4 * x + 3] = alpha[4 * x + 3];
+}
+
 // Source row y as blue, green, red triples, the first and last pixel repeated
 // twice on each side: `pad` holds width + 4 pixels, the row starting at pad + 6.
 void loadPaddedRow(const dib::Source& src, std::uint32_t y, std::uint8_t* pad) {
@@ -139,7 +152,7 @@ void loadPaddedRow(const dib::Source& src, std::uint32_t y, std::uint8_t* pad) {
     } else if (in.bitCount == 24) {
         std::memcpy(d, s, 3 * w);
     } else {
-        for (std::size_t x = 0; x < w; ++x, d += 3, s += 4) d[0] = s[0], d[1] = s[1], d[2] = s[2];
+        dropAlpha(s, d, w);
     }
     d = pad + 6;
     for (unsigned k = 0; k < 3; ++k) {
@@ -156,8 +169,7 @@ inline void putTriples(std::uint8_t* out, const std::uint8_t* triples, const std
         std::memcpy(out, triples, 3 * w);
         return;
     }
-    for (std::size_t x = 0; x < w; ++x, out += 4, triples += 3)
-        out[0] = triples[0], out[1] = triples[1], out[2] = triples[2], out[3] = srcRow[4 * x + 3];
+    addAlpha(triples, srcRow, out, w);
 }
 
 // Working rows a finish function may use: one 16-bit value and one byte per
@@ -267,8 +279,9 @@ ROW_LOOP_CLONES void smoothRow(const std::uint8_t* centre, const std::uint8_t* m
     std::uint8_t* smoothed = alpha ? work.triples : out;
     for (std::size_t i = 0; i < bytes; ++i) {
         std::uint8_t largest = diff[i];
-        const std::uint8_t others[4] = {std::uint8_t(diff[i - 2] & before2[i]), std::uint8_t(diff[i - 1] & before1[i]),
-                                      std::uint8_t(diff[i + 1] & after1[i]), std::uint8_t(diff[i + 2] & after2[i])};
+        const std::uint8_t others[4] = {
+            std::uint8_t(diff[i - 2] & before2[i]), std::uint8_t(diff[i - 1] & before1[i]),
+            std::uint8_t(diff[i + 1] & after1[i]), std::uint8_t(diff[i + 2] & after2[i])};
         for (const std::uint8_t n : others) largest = n > largest ? n : largest;
         const int share = shareOf(largest);
         const auto moved = static_cast<std::int16_t>((mean[i] - centre[i]) * share);

@@ -134,7 +134,8 @@ void paintMark(const Canvas& c, const grid::Area& a, const std::uint32_t* shape,
                 // Under alpha 255 the mix gives the blend itself, under 0 the source.
                 const unsigned alpha = s[3];
                 if (alpha == 255) {
-                    for (unsigned k = 0; k < 3; ++k) o[k] = static_cast<std::uint8_t>(blendByWeight(o[k], mean[k], w[x]));
+                    for (unsigned k = 0; k < 3; ++k)
+                        o[k] = static_cast<std::uint8_t>(blendByWeight(o[k], mean[k], w[x]));
                 } else if (alpha == 0) {
                     o[0] = s[0], o[1] = s[1], o[2] = s[2];
                 } else {
