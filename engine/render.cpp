@@ -44,7 +44,9 @@ std::uint16_t atMost(std::uint32_t v, std::uint16_t top) { return v > top ? top 
 
 // Filters that read and write pictures through views; the others hand whole
 // pictures to the host's operations.
-bool readsViews(FilterFunction filter) { return filter == rowDriver || filter == textureFilter; }
+bool readsViews(FilterFunction filter) {
+    return filter == rowDriver || filter == textureFilter || filter == meanMapFilter;
+}
 
 // Renders into a view through a picture of the engine's own, for filters that
 // need whole pictures: the view copied in, the result copied out.

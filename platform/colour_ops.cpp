@@ -19,13 +19,25 @@
 //
 // The two filters run separably over a ring of five rows, so they need working
 // memory of a few rows only and take time in proportion to the pixel count.
+// Given a parallel function, every operation runs in bands of rows; a band of
+// a filter starts its ring two rows above its first row.
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
+#include "engine/bands.h"
 #include "engine/dib.h"
 #include "platform/global_memory.h"
 #include "platform/host_ops.h"
+
+// The row loops are built twice on x86-64 ELF builds with GCC, for AVX2 and
+// for the baseline, and the loader picks one; elsewhere they are plain code.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__ELF__)
+#define ROW_LOOP_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define ROW_LOOP_CLONES
+#endif
 
 namespace {
 
@@ -48,7 +60,15 @@ struct ShareTable {
             share[d] = static_cast<std::int16_t>(((kSmoothLimit - d) * 256) / kSmoothLimit);
     }
 };
-constexpr ShareTable kShares{};
+// The share as smooth computes it in vector lanes: 256 / 48 is 16 / 3.
+constexpr int shareOf(int d) { return d < kSmoothLimit ? (kSmoothLimit - d) * 16 / 3 : 0; }
+constexpr bool sharesAgree() {
+    constexpr ShareTable table{};
+    for (int d = 0; d < 256; ++d)
+        if (table.share[d] != shareOf(d)) return false;
+    return true;
+}
+static_assert(sharesAgree(), "the shares computed in lanes differ from the table");
 
 // The eight levels of Simplify, for every channel value.
 struct LevelTable {
@@ -60,6 +80,36 @@ struct LevelTable {
         }
     }
 };
+
+// Simplify by comparisons instead of table look-ups, so that whole rows run in
+// vector lanes: the level rises by rise[k] at the first value of level k + 1.
+struct LevelSteps {
+    std::uint8_t first[7] = {};
+    std::uint8_t rise[7] = {};
+    constexpr LevelSteps() {
+        constexpr LevelTable table{};
+        unsigned k = 0;
+        for (unsigned c = 1; c < 256; ++c)
+            if (table.v[c] != table.v[c - 1]) {
+                first[k] = static_cast<std::uint8_t>(c);
+                rise[k] = static_cast<std::uint8_t>(table.v[c] - table.v[c - 1]);
+                ++k;
+            }
+    }
+};
+
+inline std::uint8_t simplified(std::uint8_t c) {
+    constexpr LevelSteps k{};
+    return static_cast<std::uint8_t>((c >= k.first[0]) * k.rise[0] + (c >= k.first[1]) * k.rise[1] +
+                                     (c >= k.first[2]) * k.rise[2] + (c >= k.first[3]) * k.rise[3] +
+                                     (c >= k.first[4]) * k.rise[4] + (c >= k.first[5]) * k.rise[5] +
+                                     (c >= k.first[6]) * k.rise[6]);
+}
+
+// n bytes of a row simplified.
+ROW_LOOP_CLONES void simplifyBytes(const std::uint8_t* s, std::uint8_t* o, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) o[i] = simplified(s[i]);
+}
 
 // Working memory released on every path.
 class Scratch {
@@ -73,6 +123,18 @@ public:
 private:
     void* p_;
 };
+
+// The triples of w pixels of 4 bytes, and w pixels of 4 bytes from triples
+// with the alpha of `alpha`'s pixels; plain loops kept apart so they vectorise.
+ROW_LOOP_CLONES void dropAlpha(const std::uint8_t* s, std::uint8_t* d, std::size_t w) {
+    for (std::size_t x = 0; x < w; ++x) d[3 * x] = s[4 * x], d[3 * x + 1] = s[4 * x + 1], d[3 * x + 2] = s[4 * x + 2];
+}
+ROW_LOOP_CLONES void addAlpha(const std::uint8_t* triples, const std::uint8_t* alpha, std::uint8_t* out,
+                              std::size_t w) {
+    for (std::size_t x = 0; x < w; ++x)
+        out[4 * x] = triples[3 * x], out[4 * x + 1] = triples[3 * x + 1], out[4 * x + 2] = triples[3 * x + 2],
+                out[4 * x + 3] = alpha[4 * x + 3];
+}
 
 // Source row y as blue, green, red triples, the first and last pixel repeated
 // twice on each side: `pad` holds width + 4 pixels, the row starting at pad + 6.
@@ -90,7 +152,7 @@ void loadPaddedRow(const dib::Source& src, std::uint32_t y, std::uint8_t* pad) {
     } else if (in.bitCount == 24) {
         std::memcpy(d, s, 3 * w);
     } else {
-        for (std::size_t x = 0; x < w; ++x, d += 3, s += 4) d[0] = s[0], d[1] = s[1], d[2] = s[2];
+        dropAlpha(s, d, w);
     }
     d = pad + 6;
     for (unsigned k = 0; k < 3; ++k) {
@@ -107,44 +169,51 @@ inline void putTriples(std::uint8_t* out, const std::uint8_t* triples, const std
         std::memcpy(out, triples, 3 * w);
         return;
     }
-    for (std::size_t x = 0; x < w; ++x, out += 4, triples += 3)
-        out[0] = triples[0], out[1] = triples[1], out[2] = triples[2], out[3] = srcRow[4 * x + 3];
+    addAlpha(triples, srcRow, out, w);
 }
 
 // Working rows a finish function may use: one 16-bit value and one byte per
-// channel byte of the row.
+// channel byte of the row, and a row of bytes with two spare on each side.
+// Places: places[k * rowBytes + i] is 0xFF where byte i + k - 2 (k = 0, 1, 3,
+// 4) belongs to the same pixel as byte i, 0 elsewhere.
 struct Work {
     std::int16_t* shares;
     std::uint8_t* triples;
+    std::uint8_t* spread;   // spread[-2] .. spread[3 * width + 1]
+    const std::uint8_t* places;
 };
 
-// Runs Kernel across and then down the picture (edges repeated). For each row,
-// finish(centre, blurred, outRow, srcRow, width, hasAlpha, work) gets the source
-// row as padded triples (row at centre), the rounded filtered triples, the
-// output row and working rows.
+// Rows begin .. end - 1 of Kernel run across and then down the picture (edges
+// repeated). For each row, finish(centre, blurred, outRow, srcRow, width,
+// hasAlpha, work) gets the source row as padded triples (row at centre), the
+// rounded filtered triples, the output row and working rows. False when the
+// working memory cannot be had.
 template <class Kernel, class Finish>
-HGLOBAL separableFilter(HGLOBAL picture, Finish finish) {
-    dib::Source src(picture);
-    if (!src.ok()) return nullptr;
+ROW_LOOP_CLONES bool filterBand(const dib::Source& src, const dib::Output& out, std::uint32_t begin, std::uint32_t end,
+                const Finish& finish) {
     const std::uint32_t w = src.layout().width, h = src.layout().height;
     const std::size_t rowLen = std::size_t(w) * 3, padLen = rowLen + 12;
     Scratch scratch(kTaps * rowLen * sizeof(std::uint16_t) + rowLen * sizeof(std::int16_t) + kTaps * padLen +
-                    2 * rowLen);
-    if (!scratch.get()) return nullptr;
-    dib::Output out(src);
-    if (!out.ok()) return nullptr;
-
+                    3 * rowLen + 4 + 5 * rowLen);
+    if (!scratch.get()) return false;
     auto* across = static_cast<std::uint16_t*>(scratch.get());   // kTaps rows of sums across
     auto* shares = reinterpret_cast<std::int16_t*>(across + kTaps * rowLen);  // finish's per-byte weights
     auto* padded = reinterpret_cast<std::uint8_t*>(shares + rowLen);
     std::uint8_t* blurred = padded + kTaps * padLen;
     std::uint8_t* triples = blurred + rowLen;   // finish's result row before alpha is added
+    std::uint8_t* spread = triples + rowLen + 2;
+    std::uint8_t* places = spread + rowLen + 2;
+    for (std::size_t i = 0; i < rowLen; ++i)
+        for (unsigned k = 0; k < 5; ++k) {
+            const std::size_t first = i - i % 3, j = i + k - 2;   // j wraps below 0 and so lies outside
+            places[k * rowLen + i] = j >= first && j < first + 3 ? 0xFF : 0;
+        }
     constexpr unsigned k0 = Kernel::k[0], k1 = Kernel::k[1], k2 = Kernel::k[2], k3 = Kernel::k[3],
                        k4 = Kernel::k[4];
     constexpr unsigned total = (k0 + k1 + k2 + k3 + k4) * (k0 + k1 + k2 + k3 + k4);
 
     // Row `y` of the ring: the source row and its sums across.
-    auto prepare = [&](std::uint32_t y) {
+    auto prepare = [&src, padded, across, rowLen, padLen](std::uint32_t y) {
         std::uint8_t* p = padded + (y % kTaps) * padLen;
         std::uint16_t* a = across + (y % kTaps) * rowLen;
         loadPaddedRow(src, y, p);
@@ -152,9 +221,9 @@ HGLOBAL separableFilter(HGLOBAL picture, Finish finish) {
             a[i] = static_cast<std::uint16_t>(k0 * p[i] + k1 * p[i + 3] + k2 * p[i + 6] + k3 * p[i + 9] +
                                               k4 * p[i + 12]);
     };
-    prepare(0);
-    if (h > 1) prepare(1);
-    for (std::uint32_t y = 0; y < h; ++y) {
+    // The ring starts two rows above the band's first row.
+    for (std::uint32_t y = begin < 2 ? 0 : begin - 2; y < begin + 2 && y < h; ++y) prepare(y);
+    for (std::uint32_t y = begin; y < end; ++y) {
         if (y + 2 < h) prepare(y + 2);
         const std::uint16_t* r[kTaps];
         for (unsigned d = 0; d < kTaps; ++d) {
@@ -169,72 +238,105 @@ HGLOBAL separableFilter(HGLOBAL picture, Finish finish) {
                                                             k3 * r[3][i] + k4 * r[4][i] + total / 2);
             blurred[i] = static_cast<std::uint8_t>(rounded / std::uint16_t(total));
         }
-        const Work work{shares, triples};
+        const Work work{shares, triples, spread, places};
         finish(padded + (y % kTaps) * padLen + 6, blurred, out.row(y), src.row(y), w, src.hasAlpha(), work);
     }
+    return true;
+}
+
+// The whole picture through filterBand, in bands where `parallel` is given.
+template <class Kernel, class Finish>
+HGLOBAL separableFilter(HGLOBAL picture, ParallelFunction parallel, void* user, Finish finish) {
+    dib::Source src(picture);
+    if (!src.ok()) return nullptr;
+    dib::Output out(src);
+    if (!out.ok()) return nullptr;
+    std::atomic<bool> failed{false};   // set by a band whose working memory cannot be had
+    runBands(parallel, user, src.layout().height, [&](unsigned begin, unsigned end) {
+        if (!filterBand<Kernel>(src, out, begin, end, finish)) failed.store(true, std::memory_order_relaxed);
+    });
+    if (failed.load(std::memory_order_relaxed)) return nullptr;   // the output is freed with `out`
     return out.release();
 }
 
-inline int absolute(int v) { return v < 0 ? -v : v; }
+// One row of Smooth: each byte of `centre` moved toward `mean` by its pixel's share.
+ROW_LOOP_CLONES void smoothRow(const std::uint8_t* centre, const std::uint8_t* mean, std::uint8_t* out,
+                               const std::uint8_t* srcRow, std::uint32_t w, bool alpha, const Work& work) {
+    // A pixel's share comes from its largest channel difference. Every
+    // byte takes the largest of its own pixel's three differences, the
+    // neighbours of other pixels masked out by the byte's place, so each
+    // loop is a plain one the compiler vectorises.
+    const std::size_t bytes = std::size_t(w) * 3;
+    std::uint8_t* diff = work.spread;
+    diff[-2] = diff[-1] = diff[bytes] = diff[bytes + 1] = 0;
+    for (std::size_t i = 0; i < bytes; ++i)
+        diff[i] = static_cast<std::uint8_t>(mean[i] > centre[i] ? mean[i] - centre[i] : centre[i] - mean[i]);
+    // The share is 256 only where all three differences are 0 and is 0
+    // from 48 on, and below 48 no difference exceeds the largest, so
+    // difference x share stays within 16 bits.
+    const std::uint8_t *before2 = work.places, *before1 = before2 + bytes, *after1 = before1 + 2 * bytes,
+                       *after2 = after1 + bytes;
+    std::uint8_t* smoothed = alpha ? work.triples : out;
+    for (std::size_t i = 0; i < bytes; ++i) {
+        std::uint8_t largest = diff[i];
+        const std::uint8_t others[4] = {
+            std::uint8_t(diff[i - 2] & before2[i]), std::uint8_t(diff[i - 1] & before1[i]),
+            std::uint8_t(diff[i + 1] & after1[i]), std::uint8_t(diff[i + 2] & after2[i])};
+        for (const std::uint8_t n : others) largest = n > largest ? n : largest;
+        const int share = shareOf(largest);
+        const auto moved = static_cast<std::int16_t>((mean[i] - centre[i]) * share);
+        smoothed[i] = static_cast<std::uint8_t>(centre[i] + moved / 256);
+    }
+    if (alpha) putTriples(out, smoothed, srcRow, w, true);
+}
 
 }  // namespace
 
 namespace hostops {
 
-HGLOBAL smooth(HGLOBAL picture) {
-    return separableFilter<Box5>(picture, [](const std::uint8_t* centre, const std::uint8_t* mean,
-                                             std::uint8_t* out, const std::uint8_t* srcRow, std::uint32_t w,
-                                             bool alpha, const Work& work) {
-        // Each pixel's share by its largest channel difference, for its three
-        // bytes; then every byte moved by its share (a plain loop the compiler
-        // vectorises), straight into a 24-bit output row.
-        const std::size_t bytes = std::size_t(w) * 3;
-        for (std::size_t i = 0; i < bytes; i += 3) {
-            const int db = absolute(mean[i] - centre[i]), dg = absolute(mean[i + 1] - centre[i + 1]),
-                      dr = absolute(mean[i + 2] - centre[i + 2]);
-            const int largestBg = db > dg ? db : dg, largest = largestBg > dr ? largestBg : dr;
-            work.shares[i] = work.shares[i + 1] = work.shares[i + 2] = kShares.share[largest];
-        }
-        std::uint8_t* smoothed = alpha ? work.triples : out;
-        for (std::size_t i = 0; i < bytes; ++i)
-            smoothed[i] = static_cast<std::uint8_t>(centre[i] + (mean[i] - centre[i]) * work.shares[i] / 256);
-        if (alpha) putTriples(out, smoothed, srcRow, w, true);
-    });
+HGLOBAL smooth(HGLOBAL picture, ParallelFunction parallel, void* user) {
+    return separableFilter<Box5>(picture, parallel, user, smoothRow);
 }
 
-HGLOBAL soften(HGLOBAL picture) {
-    return separableFilter<Binomial5>(picture, [](const std::uint8_t*, const std::uint8_t* blurred,
-                                                  std::uint8_t* out, const std::uint8_t* srcRow,
-                                                  std::uint32_t w, bool alpha, const Work&) {
+HGLOBAL soften(HGLOBAL picture, ParallelFunction parallel, void* user) {
+    return separableFilter<Binomial5>(picture, parallel, user, [](const std::uint8_t*, const std::uint8_t* blurred,
+                                                                  std::uint8_t* out, const std::uint8_t* srcRow,
+                                                                  std::uint32_t w, bool alpha, const Work&) {
         putTriples(out, blurred, srcRow, w, alpha);
     });
 }
 
-HGLOBAL simplify(HGLOBAL picture) {
+HGLOBAL simplify(HGLOBAL picture, ParallelFunction parallel, void* user) {
     dib::Source src(picture);
     if (!src.ok()) return nullptr;
     const dib::Layout& in = src.layout();
-    Scratch scratch((std::size_t(in.width) + 4) * 3);
-    if (!scratch.get()) return nullptr;
     dib::Output out(src);
     if (!out.ok()) return nullptr;
-    static constexpr LevelTable levels{};
-    auto* row = static_cast<std::uint8_t*>(scratch.get());
-    const std::size_t w = in.width;
-    for (std::uint32_t y = 0; y < in.height; ++y) {
-        const std::uint8_t* s = src.row(y);
-        std::uint8_t* o = out.row(y);
-        if (in.bitCount == 24) {   // byte for byte
-            for (std::size_t i = 0; i < 3 * w; ++i) o[i] = levels.v[s[i]];
-        } else if (in.bitCount == 32) {
-            for (std::size_t x = 0; x < w; ++x, o += 4, s += 4)
-                o[0] = levels.v[s[0]], o[1] = levels.v[s[1]], o[2] = levels.v[s[2]], o[3] = s[3];
-        } else {
-            loadPaddedRow(src, y, row);
-            const std::uint8_t* p = row + 6;
-            for (std::size_t i = 0; i < 3 * w; ++i) o[i] = levels.v[p[i]];
+    std::atomic<bool> failed{false};   // set by a band whose working memory cannot be had
+    runBands(parallel, user, in.height, [&](unsigned begin, unsigned end) {
+        const std::size_t w = in.width;   // a local, so that the loops' lengths stay in registers
+        Scratch scratch(in.bitCount == 8 ? (w + 4) * 3 : 1);
+        if (!scratch.get()) {
+            failed.store(true, std::memory_order_relaxed);
+            return;
         }
-    }
+        auto* row = static_cast<std::uint8_t*>(scratch.get());
+        for (std::uint32_t y = begin; y < end; ++y) {
+            const std::uint8_t* s = src.row(y);
+            std::uint8_t* o = out.row(y);
+            if (in.bitCount == 24) {   // byte for byte
+                simplifyBytes(s, o, 3 * w);
+            } else if (in.bitCount == 32) {   // every byte, then the alpha put back
+                simplifyBytes(s, o, 4 * w);
+                for (std::size_t x = 3; x < 4 * w; x += 4) o[x] = s[x];
+            } else {
+                loadPaddedRow(src, y, row);
+                const std::uint8_t* p = row + 6;
+                simplifyBytes(p, o, 3 * w);
+            }
+        }
+    });
+    if (failed.load(std::memory_order_relaxed)) return nullptr;
     return out.release();
 }
 

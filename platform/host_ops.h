@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "engine/bands.h"
 #include "hostapi/host_services.h"
 #include "platform/win_types.h"
 
@@ -17,9 +18,12 @@ HGLOBAL mix(HGLOBAL first, HGLOBAL second, std::uint32_t weight);
 
 // The colour operations: 24-bit in gives 24-bit out, 32-bit gives 32-bit with
 // every pixel's alpha kept, 8-bit gives 24-bit read through the colour table.
-HGLOBAL smooth(HGLOBAL picture);     // edge-preserving smoothing
-HGLOBAL simplify(HGLOBAL picture);   // each channel to the nearest of eight levels
-HGLOBAL soften(HGLOBAL picture);     // 5 x 5 binomial blur
+// Given a parallel function (with its user pointer), the rows run in bands through it.
+// Smooth: edge-preserving smoothing; Simplify: each channel to the nearest of
+// eight levels; Soften: 5 x 5 binomial blur.
+HGLOBAL smooth(HGLOBAL picture, ParallelFunction parallel = nullptr, void* user = nullptr);
+HGLOBAL simplify(HGLOBAL picture, ParallelFunction parallel = nullptr, void* user = nullptr);
+HGLOBAL soften(HGLOBAL picture, ParallelFunction parallel = nullptr, void* user = nullptr);
 
 // The engine's services over these operations; rowTick (may be null) is
 // called with `user` before every row of a render.

@@ -60,6 +60,25 @@ Arena* arenaFor(unsigned threads, void (*rowTick)(void*), void* user) {
     return a.get();
 }
 
+// Bands of about a quarter of a thread's share, so that threads that finish
+// early take more.
+void runInArena(void* arena, unsigned count, void (*body)(void*, unsigned, unsigned), void* context) {
+    Arena& a = *static_cast<Arena*>(arena);
+    const unsigned grain = count / (4 * a.threads) + 1;
+    int start = 0, finish = 0;   // addresses that stand for the two hand-overs
+    FLAIRIZE_HANDOVER(release, &start);
+    a.arena.execute([&] {
+        tbb::parallel_for(tbb::blocked_range<unsigned>(0, count, grain),
+                          [&](const tbb::blocked_range<unsigned>& r) {
+                              FLAIRIZE_HANDOVER(acquire, &start);
+                              body(context, r.begin(), r.end());
+                              FLAIRIZE_HANDOVER(release, &finish);
+                          },
+                          tbb::simple_partitioner());
+    });
+    FLAIRIZE_HANDOVER(acquire, &finish);
+}
+
 }  // namespace
 
 flairize::HostServices threadedServices(unsigned threads, void (*rowTick)(void* user), void* user) {
@@ -68,24 +87,11 @@ flairize::HostServices threadedServices(unsigned threads, void (*rowTick)(void* 
     flairize::HostServices s = services(rowTick, user);
     s.user = arenaFor(threads, rowTick, user);
     if (rowTick) s.rowTick = [](void* arena) { static_cast<Arena*>(arena)->rowTick(static_cast<Arena*>(arena)->user); };
-    // Bands of about a quarter of a thread's share, so that threads that finish
-    // early take more.
-    s.parallel = [](void* arena, unsigned count, void (*body)(void*, unsigned, unsigned), void* context) {
-        Arena& a = *static_cast<Arena*>(arena);
-        const unsigned grain = count / (4 * a.threads) + 1;
-        int start = 0, finish = 0;   // addresses that stand for the two hand-overs
-        FLAIRIZE_HANDOVER(release, &start);
-        a.arena.execute([&] {
-            tbb::parallel_for(tbb::blocked_range<unsigned>(0, count, grain),
-                              [&](const tbb::blocked_range<unsigned>& r) {
-                                  FLAIRIZE_HANDOVER(acquire, &start);
-                                  body(context, r.begin(), r.end());
-                                  FLAIRIZE_HANDOVER(release, &finish);
-                              },
-                              tbb::simple_partitioner());
-        });
-        FLAIRIZE_HANDOVER(acquire, &finish);
-    };
+    s.parallel = runInArena;
+    // The colour operations run their rows in bands on the same arena.
+    s.smooth = [](void* arena, HGLOBAL picture) { return smooth(picture, runInArena, arena); };
+    s.simplify = [](void* arena, HGLOBAL picture) { return simplify(picture, runInArena, arena); };
+    s.soften = [](void* arena, HGLOBAL picture) { return soften(picture, runInArena, arena); };
     return s;
 }
 

@@ -7,6 +7,7 @@
 
 #include "effects/effects.h"
 #include "effects/image/grid.h"
+#include "engine/bands.h"
 #include "engine/dib.h"
 #include "platform/global_memory.h"
 
@@ -27,23 +28,25 @@ constexpr double kLensFactor = 0.6366197723659386;
 
 inline int clampToLast(int v, int last) { return v > last ? last : v; }
 
-// One bubble from a 24- or 32-bit source: pixels copied through the map, alpha
-// travelling with its pixel. Reads past the right or top edge use the last column or row.
+// One bubble from a 24- or 32-bit source, over output rows rowBegin ..
+// rowEnd - 1 only: pixels copied through the map, alpha travelling with its
+// pixel. Reads past the right or top edge use the last column or row.
 void BubbleCell2(plat::Random& random, std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
-                 const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
-                 std::uint32_t outStride, std::uint32_t hasAlpha, const BubbleMapEntry* map,
-                 std::int32_t mapWidth, std::int32_t mapHeight, std::uint16_t jitter) {
+                 const std::uint8_t* srcBase, std::uint8_t* outBase, std::ptrdiff_t srcStride,
+                 std::ptrdiff_t outStride, std::uint32_t hasAlpha, const BubbleMapEntry* map,
+                 std::int32_t mapWidth, std::int32_t mapHeight, std::uint16_t jitter, int rowBegin, int rowEnd) {
     const grid::Area a = grid::place(random, x, y, width, height, jitter, mapWidth, mapHeight);
     if (a.empty()) return;
     const unsigned step = hasAlpha ? 4 : 3;
     const int lastCol = width - 1, lastRow = height - 1;
-    for (int j = 0; j < a.rows; ++j) {
+    const int first = rowBegin > a.y0 ? rowBegin - a.y0 : 0, last = rowEnd - a.y0 < a.rows ? rowEnd - a.y0 : a.rows;
+    for (int j = first; j < last; ++j) {
         const BubbleMapEntry* m = map + std::size_t(j) * std::size_t(mapWidth);
-        std::uint8_t* o = outBase + std::size_t(a.y0 + j) * outStride + std::size_t(a.x0) * step;
+        std::uint8_t* o = outBase + std::ptrdiff_t(a.y0 + j) * outStride + std::size_t(a.x0) * step;
         for (int i = 0; i < a.cols; ++i, o += step) {
             const int sx = clampToLast(a.x0 + m[i].x, lastCol);
             const int sy = clampToLast(a.y0 + m[i].y, lastRow);
-            const std::uint8_t* s = srcBase + std::size_t(sy) * srcStride + std::size_t(sx) * step;
+            const std::uint8_t* s = srcBase + std::ptrdiff_t(sy) * srcStride + std::size_t(sx) * step;
             o[0] = s[0], o[1] = s[1], o[2] = s[2];
             if (hasAlpha) o[3] = s[3];
         }
@@ -52,19 +55,20 @@ void BubbleCell2(plat::Random& random, std::int32_t x, std::int32_t y, std::uint
 
 // One bubble from an 8-bit source: the same lens, on the colours the table gives.
 void BubbleCell1(plat::Random& random, std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
-                 const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
-                 std::uint32_t outStride, const std::uint8_t* colourTable, const BubbleMapEntry* map,
-                 std::int32_t mapWidth, std::int32_t mapHeight, std::uint16_t jitter) {
+                 const std::uint8_t* srcBase, std::uint8_t* outBase, std::ptrdiff_t srcStride,
+                 std::ptrdiff_t outStride, const std::uint8_t* colourTable, const BubbleMapEntry* map,
+                 std::int32_t mapWidth, std::int32_t mapHeight, std::uint16_t jitter, int rowBegin, int rowEnd) {
     const grid::Area a = grid::place(random, x, y, width, height, jitter, mapWidth, mapHeight);
     if (a.empty()) return;
     const int lastCol = width - 1, lastRow = height - 1;
-    for (int j = 0; j < a.rows; ++j) {
+    const int first = rowBegin > a.y0 ? rowBegin - a.y0 : 0, last = rowEnd - a.y0 < a.rows ? rowEnd - a.y0 : a.rows;
+    for (int j = first; j < last; ++j) {
         const BubbleMapEntry* m = map + std::size_t(j) * std::size_t(mapWidth);
-        std::uint8_t* o = outBase + std::size_t(a.y0 + j) * outStride + std::size_t(a.x0) * 3;
+        std::uint8_t* o = outBase + std::ptrdiff_t(a.y0 + j) * outStride + std::size_t(a.x0) * 3;
         for (int i = 0; i < a.cols; ++i, o += 3) {
             const int sx = clampToLast(a.x0 + m[i].x, lastCol);
             const int sy = clampToLast(a.y0 + m[i].y, lastRow);
-            const std::uint8_t* e = colourTable + 4u * srcBase[std::size_t(sy) * srcStride + std::size_t(sx)];
+            const std::uint8_t* e = colourTable + 4u * srcBase[std::ptrdiff_t(sy) * srcStride + std::ptrdiff_t(sx)];
             o[0] = e[0], o[1] = e[1], o[2] = e[2];
         }
     }
@@ -72,10 +76,10 @@ void BubbleCell1(plat::Random& random, std::int32_t x, std::int32_t y, std::uint
 
 // Where no bubble lands: 8-bit sources show their colours, 32-bit sources
 // themselves, 24-bit sources black (the output is already zero).
-void paintBackground(const dib::Source& src, const dib::Output& out) {
+void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32_t begin, std::uint32_t end) {
     const dib::Layout& in = src.layout();
     if (in.bitCount == 24) return;
-    for (std::uint32_t y = 0; y < in.height; ++y) {
+    for (std::uint32_t y = begin; y < end; ++y) {
         const std::uint8_t* s = src.row(y);
         std::uint8_t* o = out.row(y);
         if (in.bitCount == 8) {
@@ -89,34 +93,33 @@ void paintBackground(const dib::Source& src, const dib::Output& out) {
     }
 }
 
-// Bubbles on the grid (jitter 0), painted by final owner: bubbles are painted
-// band by band and left to right and each covers more than the spacing, so a
-// pixel ends up with the bubble of the last grid row and column at or before
-// it. Each pixel is written once instead of once per overlapping bubble; the
-// row ticks and random draws stay those of painting every bubble.
+// Bubbles on the grid (jitter 0), painted by final owner over output rows
+// begin .. end - 1: bubbles are painted band by band and left to right and
+// each covers more than the spacing, so a pixel ends up with the bubble of
+// the last grid row and column at or before it. Each pixel is written once
+// instead of once per overlapping bubble; the row ticks stay those of painting
+// every bubble (one a grid row, in the band that holds the grid row).
 void paintGridBubbles(const FilterCall& call, const dib::Source& src, const dib::Output& out, int step,
-                      const BubbleMapEntry* map) {
+                      const BubbleMapEntry* map, int begin, int end) {
     const dib::Layout& in = src.layout();
     const int width = in.width, height = in.height;
     const unsigned inStep = in.bytesPerPixel, outStep = in.bitCount == 32 ? 4 : 3;
     const bool palette = in.bytesPerPixel == 1;
-    for (int gy = 0; gy < height; gy += step) {
-        if (call.host.rowTick) call.host.rowTick(call.host.user);
-        const int bandEnd = gy + step < height ? gy + step : height;
-        for (int y = gy; y < bandEnd; ++y) {
-            const BubbleMapEntry* mapRow = map + std::size_t(y - gy) * kBubbleSize;
-            std::uint8_t* o = out.row(std::uint32_t(y));
-            for (int gx = 0; gx < width; gx += step) {
-                const int cellEnd = gx + step < width ? gx + step : width;
-                for (int x = gx; x < cellEnd; ++x, o += outStep) {
-                    const BubbleMapEntry m = mapRow[x - gx];
-                    const int sx = clampToLast(gx + m.x, width - 1);
-                    const int sy = clampToLast(gy + m.y, height - 1);
-                    const std::uint8_t* s = src.row(std::uint32_t(sy)) + std::size_t(sx) * inStep;
-                    if (palette) s = src.colourTable() + 4u * s[0];
-                    o[0] = s[0], o[1] = s[1], o[2] = s[2];
-                    if (outStep == 4) o[3] = s[3];
-                }
+    for (int y = begin; y < end; ++y) {
+        const int gy = y - y % step;
+        if (call.host.rowTick && y == gy) call.host.rowTick(call.host.user);
+        const BubbleMapEntry* mapRow = map + std::size_t(y - gy) * kBubbleSize;
+        std::uint8_t* o = out.row(std::uint32_t(y));
+        for (int gx = 0; gx < width; gx += step) {
+            const int cellEnd = gx + step < width ? gx + step : width;
+            for (int x = gx; x < cellEnd; ++x, o += outStep) {
+                const BubbleMapEntry m = mapRow[x - gx];
+                const int sx = clampToLast(gx + m.x, width - 1);
+                const int sy = clampToLast(gy + m.y, height - 1);
+                const std::uint8_t* s = src.row(std::uint32_t(sy)) + std::size_t(sx) * inStep;
+                if (palette) s = src.colourTable() + 4u * s[0];
+                o[0] = s[0], o[1] = s[1], o[2] = s[2];
+                if (outStep == 4) o[3] = s[3];
             }
         }
     }
@@ -163,29 +166,42 @@ flairize::Result bubblesFilter(const FilterCall& call) {
     const dib::Layout& in = src.layout();
     const int step = grid::spacing(call.p1);
     const std::uint16_t jitter = grid::jitter(call.p2);
-    if (jitter) paintBackground(src, out);   // on the grid, bubbles cover every pixel
     BubbleMapEntry* map = MakeBubbleMap(kBubbleSize, kBubbleSize);
     if (!map) return resultOutOfMemory();   // the output is freed with `out`
     if (!jitter) {
-        paintGridBubbles(call, src, out, step, map);
+        runBands(call.host, in.height, [&](unsigned begin, unsigned end) {
+            paintGridBubbles(call, src, out, step, map, int(begin), int(end));
+        });
         plat::localFree(map);
         return resultOk(out.release());
     }
 
-    plat::Random random;
-    random.srand(0);
+    // Output rows begin .. end - 1: the background, then every bubble that
+    // reaches them in the order of painting them all (grid row by grid row,
+    // left to right, two random draws a bubble), the generator moved on to the
+    // first grid row whose bubbles can reach the band.
     const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
-    for (int y = 0; y < in.height; y += step) {
-        if (call.host.rowTick) call.host.rowTick(call.host.user);
-        for (int x = 0; x < in.width; x += step) {
-            if (in.bytesPerPixel == 1)
-                BubbleCell1(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, std::uint32_t(out.stride()),
-                            src.colourTable(), map, kBubbleSize, kBubbleSize, jitter);
-            else
-                BubbleCell2(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride, std::uint32_t(out.stride()),
-                            hasAlpha, map, kBubbleSize, kBubbleSize, jitter);
+    const std::uint64_t cellsPerRow = std::uint64_t((in.width + step - 1) / step);
+    runBands(call.host, in.height, [&](unsigned bandBegin, unsigned bandEnd) {
+        const int begin = int(bandBegin), end = int(bandEnd);
+        paintBackground(src, out, bandBegin, bandEnd);
+        const int lowest = begin - (kBubbleSize - 1) - jitter;   // a bubble of grid row gy starts at gy - jitter or 0
+        const int firstGridRow = lowest <= 0 ? 0 : (lowest + step - 1) / step;
+        plat::Random random;
+        random.srand(0);
+        random.skip(std::uint64_t(firstGridRow) * cellsPerRow * 2);
+        for (int y = firstGridRow * step; y < in.height && y < end + jitter; y += step) {
+            if (call.host.rowTick && y >= begin && y < end) call.host.rowTick(call.host.user);
+            for (int x = 0; x < in.width; x += step) {
+                if (in.bytesPerPixel == 1)
+                    BubbleCell1(random, x, y, in.width, in.height, src.pixels(), out.pixels(), src.step(),
+                                out.stride(), src.colourTable(), map, kBubbleSize, kBubbleSize, jitter, begin, end);
+                else
+                    BubbleCell2(random, x, y, in.width, in.height, src.pixels(), out.pixels(), src.step(),
+                                out.stride(), hasAlpha, map, kBubbleSize, kBubbleSize, jitter, begin, end);
+            }
         }
-    }
+    });
     plat::localFree(map);
     return resultOk(out.release());
 }

@@ -7,6 +7,7 @@
 
 #include "effects/effects.h"
 #include "effects/image/grid.h"
+#include "engine/bands.h"
 #include "engine/dib.h"
 #include "engine/pixel.h"
 
@@ -89,84 +90,85 @@ inline unsigned blendByWeight(unsigned out, unsigned mean, unsigned w) {
     return (out * (256 - w) + mean * w) >> 8;
 }
 
-// One mark from an 8-bit source: averages read through the colour table.
-void MeanMapCell1(plat::Random& random, std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
-                  const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
-                  std::uint32_t outStride, const std::uint8_t* colourTable, const std::uint32_t* shape,
-                  std::uint16_t jitter) {
-    const grid::Area a = grid::place(random, x, y, width, height, jitter, kShapeSize, kShapeSize);
-    if (a.empty()) return;
-    unsigned count = 0, sb = 0, sg = 0, sr = 0;
-    for (int r = 0; r < a.rows; ++r) {
-        const std::uint8_t* s = srcBase + std::size_t(a.y0 + r) * srcStride + a.x0;
-        const std::uint32_t* w = shape + r * kShapeSize;
-        for (int c = 0; c < a.cols; ++c) {
-            if (!w[c]) continue;
-            const std::uint8_t* e = colourTable + 4u * s[c];
-            ++count, sb += e[0], sg += e[1], sr += e[2];
-        }
-    }
-    if (!count) return;
-    const unsigned mb = sb / count, mg = sg / count, mr = sr / count;
-    for (int r = 0; r < a.rows; ++r) {
-        std::uint8_t* o = outBase + std::size_t(a.y0 + r) * outStride + std::size_t(a.x0) * 3;
-        const std::uint32_t* w = shape + r * kShapeSize;
-        for (int c = 0; c < a.cols; ++c, o += 3) {
-            o[0] = static_cast<std::uint8_t>(blendByWeight(o[0], mb, w[c]));
-            o[1] = static_cast<std::uint8_t>(blendByWeight(o[1], mg, w[c]));
-            o[2] = static_cast<std::uint8_t>(blendByWeight(o[2], mr, w[c]));
-        }
-    }
+// The pictures a render paints: the source (In bytes a pixel: 1 read through
+// the colour table, 3, or 4 with alpha) and the output (3 bytes a pixel, 4 for
+// a 32-bit source).
+struct Canvas {
+    const std::uint8_t* src;
+    std::ptrdiff_t srcStep;
+    std::uint8_t* out;
+    std::ptrdiff_t outStep;
+    const std::uint8_t* table;
+};
+
+template <unsigned In>
+inline const std::uint8_t* colourAt(const Canvas& c, const std::uint8_t* s) {
+    return In == 1 ? c.table + 4u * s[0] : s;
 }
 
-// One mark from a 24- or 32-bit source. On 32-bit pictures every covered pixel,
-// zero weight included, is then mixed toward the source by its alpha.
-void MeanMapCell2(plat::Random& random, std::int32_t x, std::int32_t y, std::uint16_t width, std::uint16_t height,
-                  const std::uint8_t* srcBase, std::uint8_t* outBase, std::uint32_t srcStride,
-                  std::uint32_t outStride, std::uint32_t hasAlpha, const std::uint32_t* shape,
-                  std::uint16_t jitter) {
-    const grid::Area a = grid::place(random, x, y, width, height, jitter, kShapeSize, kShapeSize);
-    if (a.empty()) return;
-    const unsigned step = hasAlpha ? 4 : 3;
+// One mark placed at `a`: the plain average of the source under the shape's
+// non-zero weights, blended into output rows rowBegin .. rowEnd - 1 of the
+// mark by the weights. On 32-bit pictures every covered pixel, zero weight
+// included, is then mixed toward the source by its alpha.
+template <unsigned In>
+void paintMark(const Canvas& c, const grid::Area& a, const std::uint32_t* shape, int rowBegin, int rowEnd) {
+    constexpr unsigned outStep = In == 4 ? 4 : 3;
     unsigned count = 0, sb = 0, sg = 0, sr = 0;
     for (int r = 0; r < a.rows; ++r) {
-        const std::uint8_t* s = srcBase + std::size_t(a.y0 + r) * srcStride + std::size_t(a.x0) * step;
+        const std::uint8_t* s = c.src + std::ptrdiff_t(a.y0 + r) * c.srcStep + std::ptrdiff_t(a.x0) * In;
         const std::uint32_t* w = shape + r * kShapeSize;
-        for (int c = 0; c < a.cols; ++c, s += step) {
-            if (!w[c]) continue;
-            ++count, sb += s[0], sg += s[1], sr += s[2];
+        for (int x = 0; x < a.cols; ++x, s += In) {
+            const unsigned taken = w[x] != 0;   // without a branch: the shapes' holes are irregular
+            const std::uint8_t* p = colourAt<In>(c, s);
+            count += taken, sb += p[0] * taken, sg += p[1] * taken, sr += p[2] * taken;
         }
     }
     if (!count) return;
     const unsigned mean[3] = {sb / count, sg / count, sr / count};
-    for (int r = 0; r < a.rows; ++r) {
-        const std::uint8_t* s = srcBase + std::size_t(a.y0 + r) * srcStride + std::size_t(a.x0) * step;
-        std::uint8_t* o = outBase + std::size_t(a.y0 + r) * outStride + std::size_t(a.x0) * step;
-        const std::uint32_t* w = shape + r * kShapeSize;
-        for (int c = 0; c < a.cols; ++c, s += step, o += step) {
-            if (hasAlpha) {
+    for (int y = rowBegin; y < rowEnd; ++y) {
+        const std::uint8_t* s = c.src + std::ptrdiff_t(y) * c.srcStep + std::ptrdiff_t(a.x0) * In;
+        std::uint8_t* o = c.out + std::ptrdiff_t(y) * c.outStep + std::ptrdiff_t(a.x0) * outStep;
+        const std::uint32_t* w = shape + (y - a.y0) * kShapeSize;
+        for (int x = 0; x < a.cols; ++x, s += In, o += outStep) {
+            if (In == 4) {
+                // Under alpha 255 the mix gives the blend itself, under 0 the source.
                 const unsigned alpha = s[3];
-                for (unsigned k = 0; k < 3; ++k)
-                    o[k] = px::alphaMix(s[k], blendByWeight(o[k], mean[k], w[c]) & 255, alpha);
+                if (alpha == 255) {
+                    for (unsigned k = 0; k < 3; ++k)
+                        o[k] = static_cast<std::uint8_t>(blendByWeight(o[k], mean[k], w[x]));
+                } else if (alpha == 0) {
+                    o[0] = s[0], o[1] = s[1], o[2] = s[2];
+                } else {
+                    for (unsigned k = 0; k < 3; ++k)
+                        o[k] = px::alphaMix(s[k], blendByWeight(o[k], mean[k], w[x]) & 255, alpha);
+                }
                 o[3] = static_cast<std::uint8_t>(alpha);
             } else {
-                for (unsigned k = 0; k < 3; ++k)
-                    o[k] = static_cast<std::uint8_t>(blendByWeight(o[k], mean[k], w[c]));
+                for (unsigned k = 0; k < 3; ++k) o[k] = static_cast<std::uint8_t>(blendByWeight(o[k], mean[k], w[x]));
             }
         }
     }
 }
 
-// Background of the effect colour; on 32-bit pictures mixed with the source by alpha.
-void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32_t colour) {
+// Background of the effect colour over rows begin .. end - 1; on 32-bit
+// pictures mixed with the source by alpha.
+void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32_t colour, unsigned begin,
+                     unsigned end) {
     const dib::Layout& in = src.layout();
     const std::uint8_t bgr[3] = {px::colourBlue(colour), px::colourGreen(colour), px::colourRed(colour)};
-    for (std::uint32_t y = 0; y < in.height; ++y) {
+    for (std::uint32_t y = begin; y < end; ++y) {
         std::uint8_t* o = out.row(y);
         if (src.hasAlpha()) {
             const std::uint8_t* s = src.row(y);
             for (std::uint32_t x = 0; x < in.width; ++x, s += 4, o += 4) {
-                for (unsigned k = 0; k < 3; ++k) o[k] = px::alphaMix(s[k], bgr[k], s[3]);
+                const unsigned alpha = s[3];
+                if (alpha == 255) {
+                    o[0] = bgr[0], o[1] = bgr[1], o[2] = bgr[2];
+                } else if (alpha == 0) {
+                    o[0] = s[0], o[1] = s[1], o[2] = s[2];
+                } else {
+                    for (unsigned k = 0; k < 3; ++k) o[k] = px::alphaMix(s[k], bgr[k], alpha);
+                }
                 o[3] = s[3];
             }
         } else {
@@ -175,34 +177,72 @@ void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32
     }
 }
 
+struct MarkRender {
+    const FilterCall& call;
+    const MarkPair& marks;
+    const dib::Source& src;
+    const dib::Output& out;
+    Canvas canvas;
+    int width, height, step;
+    std::uint16_t jitter;
+};
+
+// Output rows begin .. end - 1: the background, then every mark that reaches
+// these rows, in the order of painting them all. Marks are painted grid row by
+// grid row, left to right, two a cell, and each draws two random numbers, so
+// the generator is moved on to the first grid row whose marks can reach the
+// band; marks that reach two bands are placed and averaged by both.
+template <unsigned In>
+void paintBand(const MarkRender& m, int begin, int end) {
+    paintBackground(m.src, m.out, m.call.colour, unsigned(begin), unsigned(end));
+    // A mark of grid row gy covers rows from gy - jitter (0 at least) to 5 below gy + jitter.
+    const int lowest = begin - (kShapeSize - 1) - m.jitter;
+    const int firstGridRow = lowest <= 0 ? 0 : (lowest + m.step - 1) / m.step;
+    const std::uint64_t cellsPerRow = std::uint64_t((m.width + m.step - 1) / m.step);
+    plat::Random random;
+    random.srand(0);
+    random.skip(std::uint64_t(firstGridRow) * cellsPerRow * 4);
+    const flairize::HostServices& host = m.call.host;
+    for (int y = firstGridRow * m.step; y < m.height && y < end + m.jitter; y += m.step) {
+        if (host.rowTick && y >= begin && y < end) host.rowTick(host.user);
+        for (int x = 0; x < m.width; x += m.step) {
+            for (const std::uint32_t* shape : {m.marks.first, m.marks.second}) {
+                const grid::Area a = grid::place(random, x, y, m.width, m.height, m.jitter, kShapeSize, kShapeSize);
+                if (a.empty()) continue;
+                const int rowBegin = a.y0 > begin ? a.y0 : begin;
+                const int rowEnd = a.y0 + a.rows < end ? a.y0 + a.rows : end;
+                if (rowBegin < rowEnd) paintMark<In>(m.canvas, a, shape, rowBegin, rowEnd);
+            }
+        }
+    }
+}
+
 }  // namespace
 
 flairize::Result meanMapFilter(const FilterCall& call) {
     const auto& marks = *static_cast<const MarkPair*>(call.table.records[call.effect].data);
-    dib::Source src(call.source, &call.host);
+    dib::Source src(call.source, &call.host, call.sourceView);
     if (!src.ok()) return resultRefused();
-    dib::Output out(src);
+    dib::Output out(src, call.outputView, false);   // the background covers every pixel
     if (!out.ok()) return resultOutOfMemory();
     const dib::Layout& in = src.layout();
-    paintBackground(src, out, call.colour);
-    plat::Random random;
-    random.srand(0);
-
-    const int step = grid::spacing(call.p1);
-    const std::uint16_t jitter = grid::jitter(call.p2);
-    const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
-    for (int y = 0; y < in.height; y += step) {
-        if (call.host.rowTick) call.host.rowTick(call.host.user);
-        for (int x = 0; x < in.width; x += step) {
-            for (const std::uint32_t* shape : {marks.first, marks.second}) {
-                if (in.bytesPerPixel == 1)
-                    MeanMapCell1(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride,
-                                 std::uint32_t(out.stride()), src.colourTable(), shape, jitter);
-                else
-                    MeanMapCell2(random, x, y, in.width, in.height, src.pixels(), out.pixels(), in.stride,
-                                 std::uint32_t(out.stride()), hasAlpha, shape, jitter);
-            }
-        }
-    }
+    const MarkRender m{call,
+                       marks,
+                       src,
+                       out,
+                       {src.pixels(), src.step(), out.pixels(), out.stride(), src.colourTable()},
+                       in.width,
+                       in.height,
+                       grid::spacing(call.p1),
+                       grid::jitter(call.p2)};
+    const unsigned bytes = in.bytesPerPixel;
+    runBands(call.host, in.height, [&m, bytes](unsigned begin, unsigned end) {
+        if (bytes == 1)
+            paintBand<1>(m, int(begin), int(end));
+        else if (bytes == 3)
+            paintBand<3>(m, int(begin), int(end));
+        else
+            paintBand<4>(m, int(begin), int(end));
+    });
     return resultOk(out.release());
 }
