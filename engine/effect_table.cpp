@@ -23,6 +23,12 @@ constexpr EffectRecord rowEffect(unsigned index, std::uint16_t flags, bool indep
                         {s.label1, s.label2, 0}, {s.default1, s.default2, 0}, nullptr};
 }
 
+// A row effect whose line2 writes every pixel byte of its row.
+constexpr EffectRecord wholeRows(EffectRecord record) {
+    record.writesWholeRows = true;
+    return record;
+}
+
 // An effect with a whole-picture filter of its own.
 constexpr EffectRecord imageEffect(unsigned index, std::uint16_t flags, FilterFunction filter, const void* data = nullptr,
                                    Sliders s = {}) {
@@ -48,10 +54,10 @@ constexpr EffectRecord kRecords[] = {
     rowEffect(5, M, kIndependent, EmptyRow, EmptyRow),                 // *Facet
     rowEffect(6, MC, kSerial, FindEdgesLine1, FindEdgesLine2, EdgeBuffersInit, EdgeBuffersDone),  // Find Edges
     rowEffect(7, M, kIndependent, EmptyRow, EmptyRow),                 // *Fragment
-    rowEffect(8, M, kIndependent, LensFlareLine1, LensFlareLine2),     // *Lens Flare
-    rowEffect(9, 0, kIndependent, MosaicLine1, MosaicLine2),           // Mosaic
+    wholeRows(rowEffect(8, M, kIndependent, LensFlareLine1, LensFlareLine2)),   // *Lens Flare
+    wholeRows(rowEffect(9, 0, kIndependent, MosaicLine1, MosaicLine2)),         // Mosaic
     imageEffect(10, MC, meanMapFilter, &kPointillizeMarks, kMarks),    // Pointillize
-    rowEffect(11, M, kIndependent, SolarizeLine1, SolarizeLine2),      // Solarize
+    wholeRows(rowEffect(11, M, kIndependent, SolarizeLine1, SolarizeLine2)),    // Solarize
     imageEffect(12, M, textureFilter, &kTilesTexture),                 // Tiles
     rowEffect(13, MC, kSerial, ContoursLine1, ContoursLine2, EdgeBuffersInit, EdgeBuffersDone),   // Contours
     rowEffect(14, M, kIndependent, ShakeLine1, ShakeLine2, nullptr, nullptr, {kLabelAngle, kLabelAmount, 0, 128}),
@@ -72,9 +78,11 @@ constexpr EffectRecord kRecords[] = {
     imageEffect(29, MC, meanMapFilter, &kSmudgeMarks, kMarks),         // Smudge
     rowEffect(30, 0, kSerial, ReflectionLine1, ReflectionLine2, nullptr, nullptr, {kLabelAmount, 0, 128, 0}),
     rowEffect(31, M, kSerial, CharcoalLine1, CharcoalLine2, EdgeBuffersInit, EdgeBuffersDone),   // Charcoal
-    rowEffect(32, M, kIndependent, PosterizeLine1, PosterizeLine2, PosterizeInit, nullptr, {kLabelColors, 0, 128, 0}),
-    rowEffect(33, MC, kIndependent, SamplerLine1, SamplerLine2, nullptr, nullptr, {kLabelSize, 0, 128, 0}),
-    rowEffect(34, MC, kIndependent, CrosshairLine1, CrosshairLine2, nullptr, nullptr, {kLabelSize, 0, 255, 0}),
+    wholeRows(rowEffect(32, M, kIndependent, PosterizeLine1, PosterizeLine2, PosterizeInit, nullptr,
+                        {kLabelColors, 0, 128, 0})),
+    wholeRows(rowEffect(33, MC, kIndependent, SamplerLine1, SamplerLine2, nullptr, nullptr, {kLabelSize, 0, 128, 0})),
+    wholeRows(rowEffect(34, MC, kIndependent, CrosshairLine1, CrosshairLine2, nullptr, nullptr,
+                        {kLabelSize, 0, 255, 0})),
     imageEffect(35, M, colorPencilFilter, &kColorPencilCharcoal),      // Color Pencil
     imageEffect(36, M, bubblesFilter, nullptr, {kLabelNumber, kLabelRandomness, 128, 0}),   // *Bubbles
     rowEffect(37, 0, kIndependent, KaleidoscopeLine1, KaleidoscopeLine2),                        // Kaleidoscope

@@ -78,6 +78,7 @@ struct EffectRecord {
     std::uint16_t labelIds[3];  // 0 hides the slider
     std::uint16_t defaults[3];
     const void* data;           // the family's own data for this effect (texture, shapes, chain)
+    bool writesWholeRows = false;   // line2 writes every pixel byte of its row: a view's rows need no clearing
 };
 
 struct EffectTable {

@@ -31,7 +31,8 @@ flairize::Result rowDriver(const FilterCall& call) {
         if (effect.done) effect.done(carry);
         return resultOutOfMemory();
     };
-    // A view is cleared row by row as the rows are written; a new picture starts cleared.
+    // A view is cleared row by row as the rows are written, unless the effect
+    // writes whole rows itself; a new picture starts cleared.
     dib::Output out(src, call.outputView, false);
     if (!out.ok()) return fail();
     HGLOBAL tableBlock = plat::globalAlloc(std::size_t(in.height) * sizeof(const std::uint8_t*));
@@ -47,15 +48,16 @@ flairize::Result rowDriver(const FilterCall& call) {
         Carry& carry;
         const dib::Output& out;
         unsigned sourceBytes, outputBytes;
+        bool clearRows;
     } band{call, in.bytesPerPixel == 1 ? effect.line1 : effect.line2, frame, carry, out, in.bytesPerPixel,
-           in.bitCount == 32 ? 4u : 3u};
+           in.bitCount == 32 ? 4u : 3u, call.outputView && !effect.writesWholeRows};
     auto runRows = [](void* context, unsigned begin, unsigned end) {
         const Band& b = *static_cast<const Band*>(context);
         const flairize::HostServices& host = b.call.host;
         for (unsigned y = begin; y < end; ++y) {
             if (host.rowTick) host.rowTick(host.user);
             std::uint8_t* row = b.out.row(y);
-            if (b.call.outputView) std::memset(row, 0, b.out.rowBytes());
+            if (b.clearRows) std::memset(row, 0, b.out.rowBytes());
             b.line(b.frame, b.carry, static_cast<std::uint16_t>(y), row);
             if (b.call.mixRows)
                 host.mixRow(host.user, b.frame.rows[y], b.sourceBytes, b.frame.colourTable, row, b.frame.width,
