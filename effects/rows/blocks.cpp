@@ -155,7 +155,8 @@ void selectBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out,
                  const std::uint8_t* __restrict keep, const std::uint8_t* __restrict colour, std::size_t period) {
     for (std::size_t start = 0; start < count; start += period) {
         const std::size_t n = count - start < period ? count - start : period;
-        for (std::size_t i = 0; i < n; ++i) out[start + i] = static_cast<std::uint8_t>((s[start + i] & keep[i]) | colour[i]);
+        for (std::size_t i = 0; i < n; ++i)
+            out[start + i] = static_cast<std::uint8_t>((s[start + i] & keep[i]) | colour[i]);
     }
 }
 // The same for 4-byte pixels, the colour mixed by alpha where it is shown.

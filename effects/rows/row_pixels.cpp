@@ -5,7 +5,8 @@ namespace rowpx {
 
 FLR_VECTOR_CLONES
 void mixRowInPlace(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
-    for (std::size_t i = 0; i < count; ++i) storePixel(out + 4 * i, mixPixel(loadPixel(s + 4 * i), loadPixel(out + 4 * i)));
+    for (std::size_t i = 0; i < count; ++i)
+        storePixel(out + 4 * i, mixPixel(loadPixel(s + 4 * i), loadPixel(out + 4 * i)));
 }
 
 FLR_VECTOR_CLONES

@@ -83,7 +83,8 @@ struct PosterLevels {
     static constexpr unsigned kMaxLevels = 16;
     std::uint16_t up, down;
     explicit PosterLevels(unsigned n)
-        : up(static_cast<std::uint16_t>((n * 65536 + 254) / 255)), down(static_cast<std::uint16_t>((65536 + n - 1) / n)) {}
+        : up(static_cast<std::uint16_t>((n * 65536 + 254) / 255)),
+          down(static_cast<std::uint16_t>((65536 + n - 1) / n)) {}
     std::uint16_t operator()(std::uint16_t ch) const {
         const auto q = static_cast<std::uint16_t>((std::uint32_t(ch) * up) >> 16);
         return static_cast<std::uint16_t>((std::uint32_t(static_cast<std::uint16_t>(q * 255)) * down) >> 16);

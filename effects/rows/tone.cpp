@@ -50,20 +50,30 @@ void invertMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out
     }
 }
 
-void solarizeRow3(const std::uint8_t* s, std::uint8_t* out, unsigned width, unsigned threshold) {
-    for (unsigned x = 0; x < width; ++x, s += 3, out += 3) {
-        const unsigned mask = luminanceAt(s) >= threshold ? 255u : 0u;   // invert, or keep
-        out[0] = static_cast<std::uint8_t>(s[0] ^ mask);
-        out[1] = static_cast<std::uint8_t>(s[1] ^ mask);
-        out[2] = static_cast<std::uint8_t>(s[2] ^ mask);
+// The integer luminance of one pixel from its channel values, in shifts only.
+inline unsigned luminanceOf(unsigned b, unsigned g, unsigned r) {
+    return (b >> 3) - (b >> 6) + (g >> 1) + (g >> 4) + (g >> 5) + (r >> 2) + (r >> 4) - (r >> 6) + (r >> 7);
+}
+
+FLR_VECTOR_CLONES
+void solarizeRow3(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned width,
+                  unsigned threshold) {
+    for (std::size_t x = 0; x < width; ++x) {
+        const unsigned b = s[3 * x], g = s[3 * x + 1], r = s[3 * x + 2];
+        const unsigned mask = luminanceOf(b, g, r) >= threshold ? 255u : 0u;   // invert, or keep
+        out[3 * x] = static_cast<std::uint8_t>(b ^ mask);
+        out[3 * x + 1] = static_cast<std::uint8_t>(g ^ mask);
+        out[3 * x + 2] = static_cast<std::uint8_t>(r ^ mask);
     }
 }
 
-void solarizeRow4(const std::uint8_t* s, std::uint8_t* out, unsigned width, unsigned threshold) {
-    for (unsigned x = 0; x < width; ++x, s += 4, out += 4) {
-        const std::uint32_t p = loadPixel(s);
-        const std::uint32_t mask = luminanceAt(s) >= threshold ? 0x00FFFFFFu : 0u;
-        storePixel(out, mixPixel(p, p ^ mask));
+FLR_VECTOR_CLONES
+void solarizeRow4(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned width,
+                  unsigned threshold) {
+    for (std::size_t x = 0; x < width; ++x) {
+        const std::uint32_t p = loadPixel(s + 4 * x);
+        const unsigned l = luminanceOf(p & 255, (p >> 8) & 255, (p >> 16) & 255);
+        storePixel(out + 4 * x, mixPixel(p, l >= threshold ? p ^ 0x00FFFFFFu : p));
     }
 }
 
@@ -116,11 +126,13 @@ void topOnlyMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict ou
     }
 }
 FLR_VECTOR_CLONES
-void posterizeBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count, PosterLevels level) {
+void posterizeBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count,
+                    PosterLevels level) {
     for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<std::uint8_t>(level(s[i]));
 }
 FLR_VECTOR_CLONES
-void posterizeMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count, PosterLevels level) {
+void posterizeMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count,
+                     PosterLevels level) {
     for (std::size_t i = 0; i < count; ++i) {
         const std::uint32_t p = loadPixel(s + 4 * i);
         const std::uint32_t v = std::uint32_t(level(p & 255)) | std::uint32_t(level((p >> 8) & 255)) << 8 |
