@@ -24,6 +24,12 @@ constexpr EffectRecord rowEffect(unsigned index, std::uint16_t flags, bool indep
                         {s.label1, s.label2, 0}, {s.default1, s.default2, 0}, nullptr, bandStart};
 }
 
+// A row effect whose line2 writes every pixel byte of its row.
+constexpr EffectRecord wholeRows(EffectRecord record) {
+    record.writesWholeRows = true;
+    return record;
+}
+
 // An effect with a whole-picture filter of its own.
 constexpr EffectRecord imageEffect(unsigned index, std::uint16_t flags, FilterFunction filter, const void* data = nullptr,
                                    Sliders s = {}) {
@@ -53,10 +59,10 @@ constexpr EffectRecord kRecords[] = {
     rowEffect(6, MC, kSerial, FindEdgesLine1, FindEdgesLine2, EdgeBuffersInit, EdgeBuffersDone, kNoSliders,
               FindEdgesBandStart),                                                                // Find Edges
     rowEffect(7, M, kIndependent, EmptyRow, EmptyRow),                 // *Fragment
-    rowEffect(8, M, kIndependent, LensFlareLine1, LensFlareLine2),     // *Lens Flare
-    rowEffect(9, 0, kIndependent, MosaicLine1, MosaicLine2),           // Mosaic
+    wholeRows(rowEffect(8, M, kIndependent, LensFlareLine1, LensFlareLine2)),   // *Lens Flare
+    wholeRows(rowEffect(9, 0, kIndependent, MosaicLine1, MosaicLine2)),         // Mosaic
     imageEffect(10, MC, meanMapFilter, &kPointillizeMarks, kMarks),    // Pointillize
-    rowEffect(11, M, kIndependent, SolarizeLine1, SolarizeLine2),      // Solarize
+    wholeRows(rowEffect(11, M, kIndependent, SolarizeLine1, SolarizeLine2)),    // Solarize
     imageEffect(12, M, textureFilter, &kTilesTexture),                 // Tiles
     // Contours smooths each row with the smoothed row below, so a row's values
     // depend on every row under it: serial.
@@ -82,9 +88,11 @@ constexpr EffectRecord kRecords[] = {
     // Charcoal averages each output value with three output values of the row
     // below, so every row depends on all rows under it: serial.
     rowEffect(31, M, kSerial, CharcoalLine1, CharcoalLine2, EdgeBuffersInit, EdgeBuffersDone),   // Charcoal
-    rowEffect(32, M, kIndependent, PosterizeLine1, PosterizeLine2, PosterizeInit, nullptr, {kLabelColors, 0, 128, 0}),
-    rowEffect(33, MC, kIndependent, SamplerLine1, SamplerLine2, nullptr, nullptr, {kLabelSize, 0, 128, 0}),
-    rowEffect(34, MC, kIndependent, CrosshairLine1, CrosshairLine2, nullptr, nullptr, {kLabelSize, 0, 255, 0}),
+    wholeRows(rowEffect(32, M, kIndependent, PosterizeLine1, PosterizeLine2, PosterizeInit, nullptr,
+                        {kLabelColors, 0, 128, 0})),
+    wholeRows(rowEffect(33, MC, kIndependent, SamplerLine1, SamplerLine2, nullptr, nullptr, {kLabelSize, 0, 128, 0})),
+    wholeRows(rowEffect(34, MC, kIndependent, CrosshairLine1, CrosshairLine2, nullptr, nullptr,
+                        {kLabelSize, 0, 255, 0})),
     imageEffect(35, M, colorPencilFilter, &kColorPencilCharcoal),      // Color Pencil
     imageEffect(36, M, bubblesFilter, nullptr, {kLabelNumber, kLabelRandomness, 128, 0}),   // *Bubbles
     rowEffect(37, 0, kIndependent, KaleidoscopeLine1, KaleidoscopeLine2, KaleidoscopeInit, LookupDone),  // Kaleidoscope

@@ -84,6 +84,7 @@ struct EffectRecord {
     // Rows that carry values to the next row but can start anywhere: with it
     // the driver runs bands on threads, each with its own carry.
     BandStartFunction bandStart;
+    bool writesWholeRows = false;   // line2 writes every pixel byte of its row: a view's rows need no clearing
 };
 
 struct EffectTable {

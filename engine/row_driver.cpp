@@ -33,7 +33,8 @@ flairize::Result rowDriver(const FilterCall& call) {
         if (effect.done) effect.done(carry);
         return resultOutOfMemory();
     };
-    // A view is cleared row by row as the rows are written; a new picture starts cleared.
+    // A view is cleared row by row as the rows are written, unless the effect
+    // writes whole rows itself; a new picture starts cleared.
     dib::Output out(src, call.outputView, false);
     if (!out.ok()) return fail();
     HGLOBAL tableBlock = plat::globalAlloc(std::size_t(in.height) * sizeof(const std::uint8_t*));
@@ -50,6 +51,7 @@ flairize::Result rowDriver(const FilterCall& call) {
         Carry& carry;
         const dib::Output& out;
         unsigned sourceBytes, outputBytes;
+        bool clearRows;   // a view whose rows the effect does not write whole
         std::atomic<bool> outOfMemory{false};
         // Rows begin .. end - 1 with the given frame and carry.
         void run(const Frame& f, Carry& c, unsigned begin, unsigned end) const {
@@ -57,7 +59,7 @@ flairize::Result rowDriver(const FilterCall& call) {
             for (unsigned y = begin; y < end; ++y) {
                 if (host.rowTick) host.rowTick(host.user);
                 std::uint8_t* row = out.row(y);
-                if (call.outputView) std::memset(row, 0, out.rowBytes());
+                if (clearRows) std::memset(row, 0, out.rowBytes());
                 line(f, c, static_cast<std::uint16_t>(y), row);
                 if (call.mixRows)
                     host.mixRow(host.user, f.rows[y], sourceBytes, f.colourTable, row, f.width, outputBytes,
@@ -65,7 +67,8 @@ flairize::Result rowDriver(const FilterCall& call) {
             }
         }
     } band{call, effect, in.bytesPerPixel == 1 ? effect.line1 : effect.line2, frame, carry, out, in.bytesPerPixel,
-           in.bitCount == 32 ? 4u : 3u};
+           in.bitCount == 32 ? 4u : 3u,
+           call.outputView && !(effect.writesWholeRows && in.bytesPerPixel != 1)};
     if (effect.independentRows && call.host.parallel) {
         call.host.parallel(call.host.user, in.height, [](void* context, unsigned begin, unsigned end) {
             const Band& b = *static_cast<const Band*>(context);

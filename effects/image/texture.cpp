@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "effects/effects.h"
+#include "effects/rows/row_pixels.h"
 #include "engine/dib.h"
 #include "engine/pixel.h"
 
@@ -86,30 +87,72 @@ void TextureRow1(std::uint16_t y, std::uint16_t width, std::uint16_t height, con
     }
 }
 
+// A texture row as two byte patterns over kPatternPixels pixels (a multiple of
+// both texture sizes, so the pattern repeats across the picture row): the
+// amount each byte is raised (positive offsets) or lowered (negative ones).
+// The alpha byte of a 4-byte pixel is neither raised nor lowered.
+constexpr unsigned kPatternPixels = 192;
+constexpr unsigned kMaxTexture = 8;
+struct RowPattern {
+    std::uint8_t raise[4 * kPatternPixels], lower[4 * kPatternPixels];
+};
+
+void makePattern(RowPattern& p, const std::int32_t* row, unsigned n, unsigned bytesPerPixel) {
+    for (unsigned x = 0; x < kPatternPixels; ++x)
+        for (unsigned k = 0; k < bytesPerPixel; ++k) {
+            const std::int32_t t = k < 3 ? row[x % n] : 0;
+            p.raise[bytesPerPixel * x + k] = static_cast<std::uint8_t>(t > 0 ? t : 0);
+            p.lower[bytesPerPixel * x + k] = static_cast<std::uint8_t>(t < 0 ? -t : 0);
+        }
+}
+
+// clamp(byte + t) over a row of `count` bytes: a saturating raise and a
+// saturating lowering, of which at most one is not zero.
+FLR_VECTOR_CLONES
+void offsetRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, std::size_t count,
+               const std::uint8_t* __restrict raise, const std::uint8_t* __restrict lower, std::size_t period) {
+    for (std::size_t start = 0; start < count; start += period) {
+        const std::size_t n = count - start < period ? count - start : period;
+        const std::uint8_t* a = s + start;
+        std::uint8_t* o = out + start;
+        for (std::size_t i = 0; i < n; ++i) {
+            const std::uint8_t c = a[i], room = static_cast<std::uint8_t>(255 - c);
+            const std::uint8_t up = static_cast<std::uint8_t>(c + (raise[i] < room ? raise[i] : room));
+            o[i] = static_cast<std::uint8_t>(up - (up < lower[i] ? up : lower[i]));
+        }
+    }
+}
+
 // Row y of a 24- or 32-bit source; on 32-bit pictures mixed with the source by alpha.
-void TextureRow2(std::uint16_t y, std::uint16_t width, std::uint16_t height, const std::uint8_t* src,
-                 std::uint8_t* out, std::uint32_t hasAlpha, const std::int32_t* texture,
-                 std::uint16_t texWidth, std::uint16_t texHeight) {
-    (void)height;
-    const std::int32_t* t = texture + (y % texHeight) * texWidth;
-    unsigned tx = 0;
-    if (hasAlpha) {
-        for (unsigned x = 0; x < width; ++x, src += 4, out += 4) {
-            const int offset = t[tx];
-            if (++tx == texWidth) tx = 0;
-            const unsigned a = src[3];
-            for (unsigned k = 0; k < 3; ++k)
-                out[k] = px::alphaMix(src[k], unsigned(px::clamp255(src[k] + offset)), a);
-            out[3] = src[3];
-        }
-    } else {
-        for (unsigned x = 0; x < width; ++x, src += 3, out += 3) {
-            const int offset = t[tx];
-            if (++tx == texWidth) tx = 0;
-            out[0] = static_cast<std::uint8_t>(px::clamp255(src[0] + offset));
-            out[1] = static_cast<std::uint8_t>(px::clamp255(src[1] + offset));
-            out[2] = static_cast<std::uint8_t>(px::clamp255(src[2] + offset));
-        }
+void TextureRow2(std::uint16_t y, std::uint16_t width, const std::uint8_t* src, std::uint8_t* out,
+                 std::uint32_t hasAlpha, const RowPattern* patterns, std::uint16_t texHeight) {
+    const RowPattern& p = patterns[y % texHeight];
+    const unsigned bytes = hasAlpha ? 4 : 3;
+    offsetRow(src, out, std::size_t(width) * bytes, p.raise, p.lower, std::size_t(bytes) * kPatternPixels);
+    if (hasAlpha) rowpx::mixRowInPlace(src, out, width);
+}
+
+// The rows of one render, run in bands where the host offers threads.
+struct Bands {
+    const FilterCall& call;
+    const dib::Source& src;
+    const dib::Output& out;
+    const Texture& texture;
+    RowPattern patterns[kMaxTexture];
+};
+
+void paintRows(void* context, unsigned begin, unsigned end) {
+    const Bands& b = *static_cast<const Bands*>(context);
+    const flairize::HostServices& host = b.call.host;
+    const dib::Layout& in = b.src.layout();
+    for (unsigned y = begin; y < end; ++y) {
+        if (host.rowTick) host.rowTick(host.user);
+        const auto row = static_cast<std::uint16_t>(y);
+        if (in.bytesPerPixel == 1)
+            TextureRow1(row, in.width, in.height, b.src.row(y), b.out.row(y), b.src.colourTable(),
+                        b.texture.offsets, b.texture.n, b.texture.n);
+        else
+            TextureRow2(row, in.width, b.src.row(y), b.out.row(y), b.src.hasAlpha() ? 1 : 0, b.patterns, b.texture.n);
     }
 }
 
@@ -117,20 +160,19 @@ void TextureRow2(std::uint16_t y, std::uint16_t width, std::uint16_t height, con
 
 flairize::Result textureFilter(const FilterCall& call) {
     const auto& texture = *static_cast<const Texture*>(call.table.records[call.effect].data);
+    if (texture.n == 0 || texture.n > kMaxTexture || kPatternPixels % texture.n) return resultRefused();
     dib::Source src(call.source, &call.host, call.sourceView);
     if (!src.ok()) return resultRefused();
     dib::Output out(src, call.outputView, false);   // every pixel is written
     if (!out.ok()) return resultOutOfMemory();
     const dib::Layout& in = src.layout();
-    const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
-    for (std::uint16_t y = 0; y < in.height; ++y) {
-        if (call.host.rowTick) call.host.rowTick(call.host.user);
-        if (in.bytesPerPixel == 1)
-            TextureRow1(y, in.width, in.height, src.row(y), out.row(y), src.colourTable(), texture.offsets,
-                        texture.n, texture.n);
-        else
-            TextureRow2(y, in.width, in.height, src.row(y), out.row(y), hasAlpha, texture.offsets, texture.n,
-                        texture.n);
-    }
+    Bands bands{call, src, out, texture, {}};
+    if (in.bytesPerPixel != 1)
+        for (unsigned r = 0; r < texture.n; ++r)
+            makePattern(bands.patterns[r], texture.offsets + r * texture.n, texture.n, src.hasAlpha() ? 4 : 3);
+    if (call.host.parallel)
+        call.host.parallel(call.host.user, in.height, paintRows, &bands);
+    else
+        paintRows(&bands, 0, in.height);
     return resultOk(out.release());
 }

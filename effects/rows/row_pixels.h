@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "engine/pixel.h"
 
@@ -74,6 +75,22 @@ struct ChannelMean {
     unsigned operator()(unsigned sum) const { return (sum * multiplier) >> 18; }
 };
 
+// Posterize's level of a channel, ((ch x N) / 255) x 255 / N, as two high
+// halves of 16-bit products for N = 2 .. 16: q = ch x up >> 16 and then
+// q x 255 x down >> 16, with up = ceil(N x 2^16 / 255) and down = ceil(2^16 / N).
+// Exact for every channel value (a unit test checks each N).
+struct PosterLevels {
+    static constexpr unsigned kMaxLevels = 16;
+    std::uint16_t up, down;
+    explicit PosterLevels(unsigned n)
+        : up(static_cast<std::uint16_t>((n * 65536 + 254) / 255)),
+          down(static_cast<std::uint16_t>((65536 + n - 1) / n)) {}
+    std::uint16_t operator()(std::uint16_t ch) const {
+        const auto q = static_cast<std::uint16_t>((std::uint32_t(ch) * up) >> 16);
+        return static_cast<std::uint16_t>((std::uint32_t(static_cast<std::uint16_t>(q * 255)) * down) >> 16);
+    }
+};
+
 // Writes the effect value (vb, vg, vr) at o: as it is, or through the alpha mix
 // over source pixel s with alpha a, which becomes the output alpha.
 template <bool Alpha>
@@ -103,6 +120,47 @@ template <bool Alpha>
 inline void put(std::uint8_t* o, const std::uint8_t* s, const std::uint8_t* v) {
     put<Alpha>(o, s, Alpha ? s[3] : 0u, v[0], v[1], v[2]);
 }
+
+// Hot row loops get an AVX2 clone beside the plain one on x86-64 ELF GCC
+// builds; other builds compile the plain loop only.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__ELF__)
+#define FLR_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define FLR_VECTOR_CLONES
+#endif
+
+// A 4-byte pixel as one little-endian word: blue in the low byte, alpha in the high one.
+#if defined(__BYTE_ORDER__)
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "pixel words assume little-endian bytes");
+#endif
+inline std::uint32_t loadPixel(const std::uint8_t* p) {
+    std::uint32_t v;
+    std::memcpy(&v, p, 4);
+    return v;
+}
+inline void storePixel(std::uint8_t* p, std::uint32_t v) { std::memcpy(p, &v, 4); }
+
+// The alpha mix of effect value v over source pixel s (both 4-byte words), with
+// s's alpha: blue/red and green/alpha are mixed as pairs of 16-bit fields, and
+// x / 255 = (x + 1 + (x >> 8)) >> 8 holds for every x up to 255 x 255. The
+// alpha field mixes s's alpha with itself and so stays as it is.
+inline std::uint32_t mixPixel(std::uint32_t s, std::uint32_t v) {
+    const std::uint32_t a = s >> 24, na = 255 - a;
+    v = (v & 0x00FFFFFFu) | (s & 0xFF000000u);
+    std::uint32_t rb = (s & 0x00FF00FFu) * na + (v & 0x00FF00FFu) * a;
+    std::uint32_t ga = ((s >> 8) & 0x00FF00FFu) * na + ((v >> 8) & 0x00FF00FFu) * a;
+    rb = ((rb + 0x00010001u + ((rb >> 8) & 0x00FF00FFu)) >> 8) & 0x00FF00FFu;
+    ga = (ga + 0x00010001u + ((ga >> 8) & 0x00FF00FFu)) & 0xFF00FF00u;
+    return rb | ga;
+}
+
+// Row forms of the mix over `count` 4-byte pixels: the values already written
+// at out mixed in place over the source pixels s; or one value v over them all.
+void mixRowInPlace(const std::uint8_t* s, std::uint8_t* out, unsigned count);
+void mixRowWithColour(const std::uint8_t* s, std::uint32_t v, std::uint8_t* out, unsigned count);
+
+// `count` 3-byte pixels of blue, green, red from bgr, written from out on.
+void fillPixels3(std::uint8_t* out, const std::uint8_t bgr[3], unsigned count);
 
 // The same, choosing the form at run time.
 inline void putPixel(std::uint8_t* o, const std::uint8_t* s, unsigned vb, unsigned vg, unsigned vr, bool alpha) {

@@ -1,4 +1,6 @@
 // Tone effects: Solarize, Posterize and the hidden Lens Flare; also EmptyRow.
+#include <cstring>
+
 #include "effects/effects.h"
 #include "effects/rows/row_pixels.h"
 #include "engine/pixel.h"
@@ -34,22 +36,66 @@ FLR_ROW(SolarizeLine1) {
 }
 
 namespace {
-template <bool Alpha>
-void solarizeRow(const std::uint8_t* s, std::uint8_t* out, unsigned width, unsigned threshold) {
-    constexpr unsigned step = Alpha ? 4 : 3;
-    for (unsigned x = 0; x < width; ++x, s += step, out += step) {
-        const unsigned mask = luminanceAt(s) >= threshold ? 255u : 0u;   // invert, or keep
-        put<Alpha>(out, s, Alpha ? s[3] : 0u, s[0] ^ mask, s[1] ^ mask, s[2] ^ mask);
+
+// Rows where the threshold leaves no choice: every pixel inverted.
+FLR_VECTOR_CLONES
+void invertBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
+    for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<std::uint8_t>(255 - s[i]);
+}
+FLR_VECTOR_CLONES
+void invertMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint32_t p = loadPixel(s + 4 * i);
+        storePixel(out + 4 * i, mixPixel(p, p ^ 0x00FFFFFFu));
     }
 }
+
+// The integer luminance of one pixel from its channel values, in shifts only.
+inline unsigned luminanceOf(unsigned b, unsigned g, unsigned r) {
+    return (b >> 3) - (b >> 6) + (g >> 1) + (g >> 4) + (g >> 5) + (r >> 2) + (r >> 4) - (r >> 6) + (r >> 7);
+}
+
+FLR_VECTOR_CLONES
+void solarizeRow3(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned width,
+                  unsigned threshold) {
+    for (std::size_t x = 0; x < width; ++x) {
+        const unsigned b = s[3 * x], g = s[3 * x + 1], r = s[3 * x + 2];
+        const unsigned mask = luminanceOf(b, g, r) >= threshold ? 255u : 0u;   // invert, or keep
+        out[3 * x] = static_cast<std::uint8_t>(b ^ mask);
+        out[3 * x + 1] = static_cast<std::uint8_t>(g ^ mask);
+        out[3 * x + 2] = static_cast<std::uint8_t>(r ^ mask);
+    }
+}
+
+FLR_VECTOR_CLONES
+void solarizeRow4(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned width,
+                  unsigned threshold) {
+    for (std::size_t x = 0; x < width; ++x) {
+        const std::uint32_t p = loadPixel(s + 4 * x);
+        const unsigned l = luminanceOf(p & 255, (p >> 8) & 255, (p >> 16) & 255);
+        storePixel(out + 4 * x, mixPixel(p, l >= threshold ? p ^ 0x00FFFFFFu : p));
+    }
+}
+
 }  // namespace
 
+// Luminance is at most 253: a threshold above it keeps every pixel (a pixel
+// mixed with itself is itself), a threshold of 0 inverts every one.
 FLR_ROW(SolarizeLine2) {
     (void)carry;
-    if (frame.hasAlpha)
-        solarizeRow<true>(frame.rows[y], out, frame.width, solarizeThreshold(frame.progress));
+    const unsigned t = solarizeThreshold(frame.progress);
+    const std::uint8_t* s = frame.rows[y];
+    const unsigned width = frame.width;
+    if (t > 253)
+        std::memcpy(out, s, std::size_t(width) * (frame.hasAlpha ? 4 : 3));
+    else if (t == 0 && frame.hasAlpha)
+        invertMixRow(s, out, width);
+    else if (t == 0)
+        invertBytes(s, out, 3 * width);
+    else if (frame.hasAlpha)
+        solarizeRow4(s, out, width, t);
     else
-        solarizeRow<false>(frame.rows[y], out, frame.width, solarizeThreshold(frame.progress));
+        solarizeRow3(s, out, width, t);
 }
 
 FLR_ROW(PosterizeLine1) {
@@ -64,12 +110,60 @@ FLR_ROW(PosterizeLine1) {
     }
 }
 
+namespace {
+
+FLR_VECTOR_CLONES
+void topOnlyBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
+    for (std::size_t i = 0; i < count; ++i) out[i] = s[i] == 255 ? 255 : 0;
+}
+FLR_VECTOR_CLONES
+void topOnlyMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint32_t p = loadPixel(s + 4 * i);
+        std::uint32_t v = 0;
+        for (unsigned k = 0; k < 24; k += 8) v |= ((p >> k) & 255) == 255 ? 255u << k : 0u;
+        storePixel(out + 4 * i, mixPixel(p, v));
+    }
+}
+FLR_VECTOR_CLONES
+void posterizeBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count,
+                    PosterLevels level) {
+    for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<std::uint8_t>(level(s[i]));
+}
+FLR_VECTOR_CLONES
+void posterizeMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count,
+                     PosterLevels level) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint32_t p = loadPixel(s + 4 * i);
+        const std::uint32_t v = std::uint32_t(level(p & 255)) | std::uint32_t(level((p >> 8) & 255)) << 8 |
+                                std::uint32_t(level((p >> 16) & 255)) << 16;
+        storePixel(out + 4 * i, mixPixel(p, v));
+    }
+}
+
+}  // namespace
+
 FLR_ROW(PosterizeLine2) {
     (void)carry;
-    const std::uint8_t* level = frame.table;
+    const unsigned n = (frame.p1 >> 4) + 1;
+    const std::uint8_t* s = frame.rows[y];
+    if (n == 1) {   // one level: only 255 stays, everything else is 0
+        if (frame.hasAlpha)
+            topOnlyMixRow(s, out, frame.width);
+        else
+            topOnlyBytes(s, out, 3 * unsigned(frame.width));
+        return;
+    }
+    if (n <= PosterLevels::kMaxLevels) {
+        if (frame.hasAlpha)
+            posterizeMixRow(s, out, frame.width, PosterLevels(n));
+        else
+            posterizeBytes(s, out, 3 * unsigned(frame.width), PosterLevels(n));
+        return;
+    }
+    const std::uint8_t* level = frame.table;   // P1 above 255: the table the init function built
     const bool alpha = frame.hasAlpha;
     const unsigned step = alpha ? 4 : 3;
-    const std::uint8_t* s = frame.rows[y];
     for (unsigned x = 0; x < frame.width; ++x, s += step, out += step)
         putPixel(out, s, level[s[0]], level[s[1]], level[s[2]], alpha);
 }
