@@ -134,4 +134,4 @@ done
 echo
 echo "The plug-ins take BGRA frames; edgedetect, pixelize and dblur do not, so they run on planar RGB (gbrp) frames"
 echo "and their null run is of the same format. Solarize at full progress inverts every pixel; Posterize at its"
-echo "default slider keeps nine levels per channel; Motion Blur at its default angle walks 15 pixels vertically."
+echo "default slider keeps ten values per channel (k × 255 / 9); Motion Blur at its default angle walks 15 pixels vertically."
