@@ -28,16 +28,10 @@
 
 #include "engine/bands.h"
 #include "engine/dib.h"
+#include "engine/vector_clones.h"
 #include "platform/global_memory.h"
 #include "platform/host_ops.h"
 
-// The row loops are built twice on x86-64 ELF builds with GCC, for AVX2 and
-// for the baseline, and the loader picks one; elsewhere they are plain code.
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__ELF__)
-#define ROW_LOOP_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define ROW_LOOP_CLONES
-#endif
 
 namespace {
 
@@ -107,7 +101,7 @@ inline std::uint8_t simplified(std::uint8_t c) {
 }
 
 // n bytes of a row simplified.
-ROW_LOOP_CLONES void simplifyBytes(const std::uint8_t* s, std::uint8_t* o, std::size_t n) {
+FLAIRIZE_CLONES void simplifyBytes(const std::uint8_t* s, std::uint8_t* o, std::size_t n) {
     for (std::size_t i = 0; i < n; ++i) o[i] = simplified(s[i]);
 }
 
@@ -126,10 +120,10 @@ private:
 
 // The triples of w pixels of 4 bytes, and w pixels of 4 bytes from triples
 // with the alpha of `alpha`'s pixels; plain loops kept apart so they vectorise.
-ROW_LOOP_CLONES void dropAlpha(const std::uint8_t* s, std::uint8_t* d, std::size_t w) {
+FLAIRIZE_CLONES void dropAlpha(const std::uint8_t* s, std::uint8_t* d, std::size_t w) {
     for (std::size_t x = 0; x < w; ++x) d[3 * x] = s[4 * x], d[3 * x + 1] = s[4 * x + 1], d[3 * x + 2] = s[4 * x + 2];
 }
-ROW_LOOP_CLONES void addAlpha(const std::uint8_t* triples, const std::uint8_t* alpha, std::uint8_t* out,
+FLAIRIZE_CLONES void addAlpha(const std::uint8_t* triples, const std::uint8_t* alpha, std::uint8_t* out,
                               std::size_t w) {
     for (std::size_t x = 0; x < w; ++x)
         out[4 * x] = triples[3 * x], out[4 * x + 1] = triples[3 * x + 1], out[4 * x + 2] = triples[3 * x + 2],
@@ -189,7 +183,7 @@ struct Work {
 // rounded filtered triples, the output row and working rows. False when the
 // working memory cannot be had.
 template <class Kernel, class Finish>
-ROW_LOOP_CLONES bool filterBand(const dib::Source& src, const dib::Output& out, std::uint32_t begin, std::uint32_t end,
+FLAIRIZE_CLONES bool filterBand(const dib::Source& src, const dib::Output& out, std::uint32_t begin, std::uint32_t end,
                 const Finish& finish) {
     const std::uint32_t w = src.layout().width, h = src.layout().height;
     const std::size_t rowLen = std::size_t(w) * 3, padLen = rowLen + 12;
@@ -260,7 +254,7 @@ HGLOBAL separableFilter(HGLOBAL picture, ParallelFunction parallel, void* user, 
 }
 
 // One row of Smooth: each byte of `centre` moved toward `mean` by its pixel's share.
-ROW_LOOP_CLONES void smoothRow(const std::uint8_t* centre, const std::uint8_t* mean, std::uint8_t* out,
+FLAIRIZE_CLONES void smoothRow(const std::uint8_t* centre, const std::uint8_t* mean, std::uint8_t* out,
                                const std::uint8_t* srcRow, std::uint32_t w, bool alpha, const Work& work) {
     // A pixel's share comes from its largest channel difference. Every
     // byte takes the largest of its own pixel's three differences, the

@@ -108,7 +108,7 @@ void makePattern(RowPattern& p, const std::int32_t* row, unsigned n, unsigned by
 
 // clamp(byte + t) over a row of `count` bytes: a saturating raise and a
 // saturating lowering, of which at most one is not zero.
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void offsetRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, std::size_t count,
                const std::uint8_t* __restrict raise, const std::uint8_t* __restrict lower, std::size_t period) {
     for (std::size_t start = 0; start < count; start += period) {

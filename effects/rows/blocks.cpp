@@ -150,7 +150,7 @@ void mosaicRow2(const Frame& frame, unsigned y, std::uint8_t* out) {
 
 // Rows whose cells repeat with a period of `period` pixels: a byte keeps the
 // source where keep has 255 and takes colour (0 where keep is 255) elsewhere.
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void selectBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, std::size_t count,
                  const std::uint8_t* __restrict keep, const std::uint8_t* __restrict colour, std::size_t period) {
     for (std::size_t start = 0; start < count; start += period) {
@@ -160,7 +160,7 @@ void selectBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out,
     }
 }
 // The same for 4-byte pixels, the colour mixed by alpha where it is shown.
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void selectMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, std::size_t count,
                   const std::uint32_t* __restrict keep, std::uint32_t colour, std::size_t period) {
     for (std::size_t start = 0; start < count; start += period) {

@@ -10,6 +10,7 @@
 #include "effects/rows/vector_loops.h"
 #include "effects/rows/walk.h"
 #include "engine/pixel.h"
+#include "engine/vector_clones.h"
 #include "platform/global_memory.h"
 
 namespace {
@@ -141,13 +142,6 @@ void shakeRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, uns
 #define FLR_RESTRICT
 #define FLR_PREFETCH(p) ((void)(p))
 #endif
-// On x86-64 ELF builds with GCC the plain loops are also compiled for AVX2,
-// chosen at load time; other builds compile them once.
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__ELF__)
-#define FLR_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define FLR_CLONES
-#endif
 
 // r mod d for r in 0 .. 32767 and d in 1 .. 65535, as a multiply and shift:
 // with 2^b >= d, shift = 15 + b and m = ceil(2^shift / d) <= 2^16, r x m stays
@@ -170,7 +164,7 @@ constexpr unsigned kLanes = 16;           // draws in flight, each lane 16 draws
 // The generator's state after each of the next 2 x kFrazzleChunk draws, in
 // order; lane l holds the state of draw l of the chunk and moves on by kLanes
 // draws a step, so the multiplies are independent.
-FLR_NOINLINE FLR_CLONES void frazzleDraws(std::uint32_t* FLR_RESTRICT lanes, std::uint32_t a, std::uint32_t c,
+FLR_NOINLINE FLAIRIZE_CLONES void frazzleDraws(std::uint32_t* FLR_RESTRICT lanes, std::uint32_t a, std::uint32_t c,
                                            std::uint32_t* FLR_RESTRICT states) {
     for (unsigned k = 0; k < 2 * kFrazzleChunk; k += kLanes)
         for (unsigned l = 0; l < kLanes; ++l) {
@@ -182,7 +176,7 @@ FLR_NOINLINE FLR_CLONES void frazzleDraws(std::uint32_t* FLR_RESTRICT lanes, std
 // Source column and row of pixels x0 .. x0 + count - 1 of row y from their
 // draws. Products of the progress (at most 16384) and an offset (below 2^15)
 // fit 32 bits; division truncates toward zero.
-FLR_NOINLINE FLR_CLONES void frazzleSources(const std::uint32_t* FLR_RESTRICT states, unsigned count, int x0,
+FLR_NOINLINE FLAIRIZE_CLONES void frazzleSources(const std::uint32_t* FLR_RESTRICT states, unsigned count, int x0,
                                              int y, int progress, SmallModulo modW, SmallModulo modH,
                                              std::int32_t* FLR_RESTRICT xs, std::int32_t* FLR_RESTRICT ys) {
     const std::uint32_t w = modW.d, mw = modW.m, sw = modW.shift, h = modH.d, mh = modH.m, sh = modH.shift;
@@ -383,7 +377,7 @@ namespace {
 // width - 1 - begin down to 0 (the row's left part mirrored). Five pixels at a
 // time are read as 16 bytes and reversed by a fixed byte order, which the
 // compiler turns into one shuffle.
-FLR_NOINLINE FLR_CLONES void mirrorPixels(std::uint8_t* row, unsigned begin, unsigned width) {
+FLR_NOINLINE FLAIRIZE_CLONES void mirrorPixels(std::uint8_t* row, unsigned begin, unsigned width) {
     constexpr unsigned kBlock = 5;
     static constexpr std::uint8_t kOrder[16] = {12, 13, 14, 9, 10, 11, 6, 7, 8, 3, 4, 5, 0, 1, 2, 15};
     std::uint8_t* FLR_RESTRICT o = row + 3u * begin;

@@ -3,13 +3,13 @@
 
 namespace rowpx {
 
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void mixRowInPlace(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
     for (std::size_t i = 0; i < count; ++i)
         storePixel(out + 4 * i, mixPixel(loadPixel(s + 4 * i), loadPixel(out + 4 * i)));
 }
 
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void mixRowWithColour(const std::uint8_t* __restrict s, std::uint32_t v, std::uint8_t* __restrict out, unsigned count) {
     for (std::size_t i = 0; i < count; ++i) storePixel(out + 4 * i, mixPixel(loadPixel(s + 4 * i), v));
 }

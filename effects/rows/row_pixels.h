@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "engine/pixel.h"
+#include "engine/vector_clones.h"
 
 namespace rowpx {
 
@@ -121,13 +122,6 @@ inline void put(std::uint8_t* o, const std::uint8_t* s, const std::uint8_t* v) {
     put<Alpha>(o, s, Alpha ? s[3] : 0u, v[0], v[1], v[2]);
 }
 
-// Hot row loops get an AVX2 clone beside the plain one on x86-64 ELF GCC
-// builds; other builds compile the plain loop only.
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__ELF__)
-#define FLR_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define FLR_VECTOR_CLONES
-#endif
 
 // A 4-byte pixel as one little-endian word: blue in the low byte, alpha in the high one.
 #if defined(__BYTE_ORDER__)

@@ -38,11 +38,11 @@ FLR_ROW(SolarizeLine1) {
 namespace {
 
 // Rows where the threshold leaves no choice: every pixel inverted.
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void invertBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
     for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<std::uint8_t>(255 - s[i]);
 }
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void invertMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
     for (std::size_t i = 0; i < count; ++i) {
         const std::uint32_t p = loadPixel(s + 4 * i);
@@ -55,7 +55,7 @@ inline unsigned luminanceOf(unsigned b, unsigned g, unsigned r) {
     return (b >> 3) - (b >> 6) + (g >> 1) + (g >> 4) + (g >> 5) + (r >> 2) + (r >> 4) - (r >> 6) + (r >> 7);
 }
 
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void solarizeRow3(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned width,
                   unsigned threshold) {
     for (std::size_t x = 0; x < width; ++x) {
@@ -67,7 +67,7 @@ void solarizeRow3(const std::uint8_t* __restrict s, std::uint8_t* __restrict out
     }
 }
 
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void solarizeRow4(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned width,
                   unsigned threshold) {
     for (std::size_t x = 0; x < width; ++x) {
@@ -112,11 +112,11 @@ FLR_ROW(PosterizeLine1) {
 
 namespace {
 
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void topOnlyBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
     for (std::size_t i = 0; i < count; ++i) out[i] = s[i] == 255 ? 255 : 0;
 }
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void topOnlyMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
     for (std::size_t i = 0; i < count; ++i) {
         const std::uint32_t p = loadPixel(s + 4 * i);
@@ -125,12 +125,12 @@ void topOnlyMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict ou
         storePixel(out + 4 * i, mixPixel(p, v));
     }
 }
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void posterizeBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count,
                     PosterLevels level) {
     for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<std::uint8_t>(level(s[i]));
 }
-FLR_VECTOR_CLONES
+FLAIRIZE_CLONES
 void posterizeMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count,
                      PosterLevels level) {
     for (std::size_t i = 0; i < count; ++i) {

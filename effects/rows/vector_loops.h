@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__ELF__)
-#define FLR_VECTOR_LOOP __attribute__((target_clones("avx2", "default"), noinline))
-#elif defined(__GNUC__)
-#define FLR_VECTOR_LOOP __attribute__((noinline))
+#include "engine/vector_clones.h"
+
+#if defined(__GNUC__)
+#define FLR_VECTOR_LOOP FLAIRIZE_CLONES __attribute__((noinline))
 #else
 #define FLR_VECTOR_LOOP
 #endif
