@@ -95,50 +95,88 @@ flairize::HostServices threadedServices(unsigned threads, void (*rowTick)(void* 
     return s;
 }
 
+void runPipeline(unsigned threads, std::size_t tokens, const std::function<void*()>& produce,
+                 const std::function<void*(void*)>& work, const std::function<void(void*)>& consume) {
+    if (threads < 1) threads = 1;
+    if (tokens < 1) tokens = 1;
+    // Addresses that stand for the hand-overs: `start` what comes before the run
+    // and each call of produce; `consumed` each call of consume (produce reuses
+    // what consume let go); `finish` the end of every stage call, which the run's
+    // caller takes over; an item's own address its way through the stages.
+    int start = 0, consumed = 0, finish = 0;
+    struct Finish {
+        int* at;
+        ~Finish() { FLAIRIZE_HANDOVER(release, at); }
+    };
+    FLAIRIZE_HANDOVER(release, &start);
+    auto takeOver = [&] {
+        FLAIRIZE_HANDOVER(acquire, &start);
+        FLAIRIZE_HANDOVER(acquire, &consumed);
+        FLAIRIZE_HANDOVER(acquire, &finish);
+    };
+    try {
+        arenaFor(threads, nullptr, nullptr)->arena.execute([&] {
+            tbb::parallel_pipeline(
+                tokens,
+                tbb::make_filter<void, void*>(tbb::filter_mode::serial_in_order,
+                                              [&](tbb::flow_control& fc) -> void* {
+                                                  Finish done{&finish};
+                                                  FLAIRIZE_HANDOVER(acquire, &start);
+                                                  FLAIRIZE_HANDOVER(acquire, &consumed);
+                                                  void* item = produce();
+                                                  if (item)
+                                                      FLAIRIZE_HANDOVER(release, item);
+                                                  else
+                                                      fc.stop();
+                                                  FLAIRIZE_HANDOVER(release, &start);
+                                                  return item;
+                                              }) &
+                    tbb::make_filter<void*, void*>(tbb::filter_mode::parallel,
+                                                   [&](void* item) {
+                                                       Finish done{&finish};
+                                                       FLAIRIZE_HANDOVER(acquire, item);
+                                                       void* result = work(item);
+                                                       FLAIRIZE_HANDOVER(release, result);
+                                                       return result;
+                                                   }) &
+                    tbb::make_filter<void*, void>(tbb::filter_mode::serial_in_order, [&](void* item) {
+                        Finish done{&finish};
+                        FLAIRIZE_HANDOVER(acquire, item);
+                        FLAIRIZE_HANDOVER(acquire, &consumed);   // the previous item's call
+                        consume(item);
+                        FLAIRIZE_HANDOVER(release, item);
+                        FLAIRIZE_HANDOVER(release, &consumed);
+                    }));
+        });
+    } catch (...) {
+        takeOver();
+        throw;
+    }
+    takeOver();
+}
+
 void runInOrder(unsigned inFlight, long count, const std::function<void(long)>& work,
                 const std::function<bool(long)>& inOrder) {
     if (inFlight < 1) inFlight = 1;
-    // Each item's index lives in a slot of its own, whose address stands for
-    // the item's hand-overs between the stages.
+    // Each item's index lives in a slot of its own; at most inFlight are in use.
     std::vector<long> slots(inFlight);
     long next = 0;
     std::atomic<bool> stopped{false};
-    int start = 0, finish = 0;
-    FLAIRIZE_HANDOVER(release, &start);
-    arenaFor(inFlight, nullptr, nullptr)->arena.execute([&] {
-        tbb::parallel_pipeline(
-            inFlight,
-            tbb::make_filter<void, long*>(tbb::filter_mode::serial_in_order,
-                                          [&](tbb::flow_control& fc) -> long* {
-                                              FLAIRIZE_HANDOVER(acquire, &start);   // also the previous call
-                                              if (next >= count || stopped.load()) {
-                                                  fc.stop();
-                                                  return nullptr;
-                                              }
-                                              long* slot = &slots[std::size_t(next % long(inFlight))];
-                                              FLAIRIZE_HANDOVER(acquire, slot);
-                                              *slot = next++;
-                                              FLAIRIZE_HANDOVER(release, slot);
-                                              FLAIRIZE_HANDOVER(release, &start);
-                                              return slot;
-                                          }) &
-                tbb::make_filter<long*, long*>(tbb::filter_mode::parallel,
-                                               [&](long* slot) {
-                                                   FLAIRIZE_HANDOVER(acquire, slot);
-                                                   FLAIRIZE_HANDOVER(acquire, &start);
-                                                   work(*slot);
-                                                   FLAIRIZE_HANDOVER(release, slot);
-                                                   return slot;
-                                               }) &
-                tbb::make_filter<long*, void>(tbb::filter_mode::serial_in_order, [&](long* slot) {
-                    FLAIRIZE_HANDOVER(acquire, slot);
-                    FLAIRIZE_HANDOVER(acquire, &finish);   // the previous item's call
-                    if (!inOrder(*slot)) stopped.store(true);
-                    FLAIRIZE_HANDOVER(release, slot);
-                    FLAIRIZE_HANDOVER(release, &finish);
-                }));
-    });
-    FLAIRIZE_HANDOVER(acquire, &finish);
+    runPipeline(
+        inFlight, inFlight,
+        [&]() -> void* {
+            if (next >= count || stopped.load()) return nullptr;
+            long* slot = &slots[std::size_t(next % long(inFlight))];
+            *slot = next++;
+            return slot;
+        },
+        [&](void* slot) {
+            work(*static_cast<long*>(slot));
+            return slot;
+        },
+        [&](void* slot) {
+            if (!inOrder(*static_cast<long*>(slot))) stopped.store(true);
+        });
 }
 
 }  // namespace hostops

@@ -93,8 +93,8 @@ echo "== threaded tests under ThreadSanitizer"
 cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFLAIRIZE_SANITIZE_THREADS=ON -DFLAIRIZE_BENCH=OFF >/dev/null
 cmake --build build/tsan -j"$jobs" --target flairize_tests conformance flairize
 export TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan/suppressions.txt"
-# Slice threads, many frei0r instances, and `flairize sequence` rendering several frames at once.
-ctest --test-dir build/tsan --output-on-failure -j"$jobs" -R 'Threads|ManyInstances|CommandLine.Sequence'
+# Slice threads, many frei0r instances, `flairize sequence` and `flairize video` rendering several frames at once.
+ctest --test-dir build/tsan --output-on-failure -j"$jobs" -R 'Threads|ManyInstances|CommandLine.Sequence|CommandLine.Video'
 # Every fourth row of each effect through four slice threads.
 tsan_start=$SECONDS
 build/tsan/conformance --threads 4 --every 4 tests/conformance/table

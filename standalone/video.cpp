@@ -22,9 +22,6 @@ extern "C" {
 }
 
 #include <tbb/enumerable_thread_specific.h>
-#include <tbb/global_control.h>
-#include <tbb/parallel_pipeline.h>
-#include <tbb/task_arena.h>
 
 #include <algorithm>
 #include <iterator>
@@ -463,7 +460,7 @@ Outcome run(const Job& job) {
     std::int64_t lastPts = AV_NOPTS_VALUE;
     ProgressLine progress;
 
-    auto decodeStage = [&](tbb::flow_control& flow) -> Item* {
+    auto decodeStage = [&]() -> void* {
         Item& item = *items[std::size_t(next++ % long(tokens))];
         item.index = -1;
         item.audio.clear();
@@ -501,14 +498,12 @@ Outcome run(const Job& job) {
                 av_packet_unref(packet.get());
             }
         }
-        if (item.audio.empty()) {
-            flow.stop();
-            return nullptr;
-        }
+        if (item.audio.empty()) return nullptr;
         return &item;   // the audio read after the last frame
     };
 
-    auto renderStage = [&](Item* item) -> Item* {
+    auto renderStage = [&](void* stageItem) -> void* {
+        Item* item = static_cast<Item*>(stageItem);
         if (item->index < 0) return item;
         const AVFrame* d = item->decoded.get();
         const std::string where = job.input + ": frame " + std::to_string(item->index);
@@ -533,7 +528,8 @@ Outcome run(const Job& job) {
     };
 
     Packet encodedPacket = newPacket();
-    auto encodeStage = [&](Item* item) {
+    auto encodeStage = [&](void* stageItem) {
+        Item* item = static_cast<Item*>(stageItem);
         for (Packet& a : item->audio) {
             const int s = a->stream_index;
             av_packet_rescale_ts(a.get(), in->streams[s]->time_base, out->streams[audioMap[std::size_t(s)]]->time_base);
@@ -555,18 +551,7 @@ Outcome run(const Job& job) {
         progress.show(++encodedFrames, frames, false);
     };
 
-    {
-        tbb::global_control allow(tbb::global_control::max_allowed_parallelism,
-                                  std::max<std::size_t>(threads, hostops::availableThreads()));
-        tbb::task_arena arena{int(threads)};
-        arena.execute([&] {
-            tbb::parallel_pipeline(
-                tokens,
-                tbb::make_filter<void, Item*>(tbb::filter_mode::serial_in_order, decodeStage) &
-                    tbb::make_filter<Item*, Item*>(tbb::filter_mode::parallel, renderStage) &
-                    tbb::make_filter<Item*, void>(tbb::filter_mode::serial_in_order, encodeStage));
-        });
-    }
+    hostops::runPipeline(threads, tokens, decodeStage, renderStage, encodeStage);
     if ((e = avcodec_send_frame(enc.get(), nullptr)) < 0) fail(1, job.output + ": the encoder failed: " + avError(e));
     drainEncoder(encodedPacket.get());
     if ((e = av_write_trailer(out.get())) < 0) fail(2, job.output + ": " + avError(e));
