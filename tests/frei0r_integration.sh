@@ -127,18 +127,20 @@ else
   printf '%s\n' "description=flairize frei0r test" frame_rate_num=25 frame_rate_den=1 width=$W height=$H \
     progressive=1 sample_aspect_num=1 sample_aspect_den=1 display_aspect_num=$W display_aspect_den=$H \
     colorspace=709 >profile
-  # Debian's melt now and then exits 0 having written nothing (seen without any
-  # filter too, more often under load): such a run is tried again, up to three times.
+  # Debian's melt now and then exits 0 having written nothing, or hangs (both
+  # seen more often under load): such a run is tried again, up to three times.
   melt_frames() {   # $1 output, the rest: filter and its properties
-    local try
+    local try status
     for try in 1 2 3; do
       rm -f "$1"
-      run_host melt -silent -profile profile avformat:in0.png in=0 out=$((N - 1)) "${@:2}" \
-        -consumer avformat:"$1" f=rawvideo pix_fmt=bgra real_time=0
+      status=0
+      env timeout 180 melt -silent -profile profile avformat:in0.png in=0 out=$((N - 1)) "${@:2}" \
+        -consumer avformat:"$1" f=rawvideo pix_fmt=bgra real_time=0 >host.log 2>&1 || status=$?
+      [ $status -eq 0 ] || [ $status -eq 124 ] || die "melt ${*:2} failed: $(cat host.log)"
       [ "$(stat -c %s "$1" 2>/dev/null || echo 0)" -eq $((N * W * H * 4)) ] && return 0
-      [ -s "$1" ] && die "melt wrote $(stat -c %s "$1") bytes, not $N frames of ${W}x$H"
+      [ $status -eq 0 ] && [ -s "$1" ] && die "melt wrote $(stat -c %s "$1") bytes, not $N frames of ${W}x$H"
     done
-    die "melt wrote no frames in three runs: $(cat host.log)"
+    die "melt wrote no frames in three runs (the last $( [ $status -eq 124 ] && echo "hung" || echo "exited 0")): $(cat host.log)"
   }
   for line in "${effects[@]}"; do
     read_effect "$line"
@@ -152,11 +154,17 @@ else
     if (( flags & 1 )); then
       same_frame out.raw 0 in.raw || die "$name: melt's first frame (Progress 0) is not the source"
     fi
+    # The renders of every frame's progress, turned into raw frames by one ffmpeg run.
     for ((f = 0; f < N; ++f)); do
       progress=$(( (f * 16384 * 2 + N - 1) / (2 * (N - 1)) ))
-      flairize_frame in0.png "${options[@]}" --progress $progress
-      same_frame out.raw $f expect.raw ||
-        die "$name: melt frame $f (Progress $f/$((N - 1))) differs from flairize render ${options[*]} --progress $progress"
+      env -u LD_PRELOAD "$flairize" render in0.png expect$f.png "${options[@]}" --progress $progress 2>flairize.log ||
+        die "flairize render ${options[*]} --progress $progress failed: $(cat flairize.log)"
+    done
+    ffmpeg -hide_banner -v error -i expect%d.png -pix_fmt bgra -f rawvideo -y expect.raw || die "ffmpeg cannot read the renders"
+    for ((f = 0; f < N; ++f)); do
+      cmp -s <(tail -c +$(( f * W * H * 4 + 1 )) out.raw | head -c $(( W * H * 4 ))) \
+             <(tail -c +$(( f * W * H * 4 + 1 )) expect.raw | head -c $(( W * H * 4 ))) ||
+        die "$name: melt frame $f (Progress $f/$((N - 1))) differs from flairize render ${options[*]} --progress $(( (f * 16384 * 2 + N - 1) / (2 * (N - 1)) ))"
     done
   done
 fi
