@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -465,6 +466,8 @@ int cmdSequence(int argc, char** argv) {
                 out.status = 2, out.message = e.message;
             } catch (const Failure& e) {
                 out.status = 1, out.message = e.message;
+            } catch (const std::bad_alloc&) {   // the frame fails like any other, in order
+                out.status = 1, out.message = o.positional[0] + ": " + plat::loadString(ids::kNoMemory);
             }
         },
         [&](long i) {
