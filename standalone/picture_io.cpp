@@ -462,6 +462,18 @@ struct Turbo {
     }
 };
 
+// Whether a JPEG's frame is progressive (SOF2, SOF6, SOF10, SOF14): libjpeg
+// then holds every coefficient of the picture, two bytes each, while decoding.
+bool progressiveJpeg(const std::vector<unsigned char>& data) {
+    for (std::size_t at = 2; at + 4 <= data.size() && data[at] == 0xFF;) {
+        const unsigned char marker = data[at + 1];
+        if (marker == 0xDA) break;   // start of scan: no frame header after it
+        if (marker == 0xC2 || marker == 0xC6 || marker == 0xCA || marker == 0xCE) return true;
+        at += 2 + (std::size_t(data[at + 2]) << 8 | data[at + 3]);
+    }
+    return false;
+}
+
 HGLOBAL parseJpeg(const std::vector<unsigned char>& data, Reading& in) {
     std::string& error = in.error;
     Turbo t(false);
@@ -475,7 +487,8 @@ HGLOBAL parseJpeg(const std::vector<unsigned char>& data, Reading& in) {
         error = "unsupported picture size";
         return nullptr;
     }
-    if (!in.fits(std::uint64_t(width), std::uint64_t(height), 24)) return nullptr;
+    const std::uint64_t pixels = std::uint64_t(width) * std::uint64_t(height);
+    if (!in.fits(std::uint64_t(width), std::uint64_t(height), 24, progressiveJpeg(data) ? 6 * pixels : 0)) return nullptr;
     NewDib out;
     if (!out.create(nullptr, 40, width, height, 24, 0)) return in.noMemory();
     // A damaged or cut-off file is refused rather than shown half grey.
@@ -565,7 +578,10 @@ HGLOBAL parseWebP(const std::vector<unsigned char>& data, Reading& in) {
         return nullptr;
     }
     const bool alpha = config.input.has_alpha != 0;
-    if (!in.fits(std::uint64_t(width), std::uint64_t(height), alpha ? 32 : 24)) return nullptr;
+    // A lossless stream decodes through a 4-byte-a-pixel picture of libwebp's own.
+    if (!in.fits(std::uint64_t(width), std::uint64_t(height), alpha ? 32 : 24,
+                 config.input.format == 2 ? 4ull * std::uint64_t(width) * std::uint64_t(height) : 0))
+        return nullptr;
     NewDib out;
     if (!out.create(nullptr, 40, width, height, alpha ? 32 : 24, 0)) return in.noMemory();
     config.output.colorspace = alpha ? MODE_BGRA : MODE_BGR;
