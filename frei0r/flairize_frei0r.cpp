@@ -31,6 +31,7 @@ extern "C" {
 #include <vector>
 
 #include "engine/flairize.h"
+#include "platform/global_memory.h"
 #include "platform/host_ops.h"
 #include "platform/threads.h"
 #include "platform/strings.h"
@@ -132,6 +133,14 @@ struct Instance {
     double progress = 1.0;
     f0r_param_color_t colour{0.0f, 0.0f, 0.0f};
     double mix = 1.0;
+    bool toldNoMemory = false;   // the out-of-memory message goes to stderr once an instance
+
+    // A frame that cannot be rendered passes through unchanged.
+    void passThrough(const std::uint8_t* in, std::uint8_t* out, std::size_t size) {
+        if (in != out) std::memmove(out, in, size);
+        if (!toldNoMemory) plat::showStringMessage(ids::kNoMemory);
+        toldNoMemory = true;
+    }
 
     flairize::Settings settings() const {
         const unsigned e = description().effect;
@@ -154,8 +163,8 @@ struct Instance {
             try {
                 copy.resize(size);
             } catch (const std::bad_alloc&) {
-                plat::showStringMessage(ids::kNoMemory);
-                return;   // the frame stays as it is
+                passThrough(in, out, size);   // the frame stays as it is
+                return;
             }
             std::memcpy(copy.data(), in, size);
             in = copy.data();
@@ -168,11 +177,9 @@ struct Instance {
         static const flairize::HostServices host = hostops::threadedServices(threadsAllowed());
         const flairize::Result r = flairize::renderInto(
             host, source, settings(), fades && mix < 0.5 ? flairize::Mix::None : flairize::Mix::Always, output);
-        // A failed render passes the frame through, with the engine's message.
-        if (r.status != flairize::Status::Ok) {
-            if (r.messageId) plat::showStringMessage(r.messageId);
-            std::memcpy(out, in, size);
-        }
+        // A render that fails for want of memory (in the engine or a host
+        // operation alike) passes the frame through, with the one message.
+        if (r.status != flairize::Status::Ok) passThrough(in, out, size);
     }
 };
 
@@ -215,6 +222,8 @@ void f0r_get_param_info(f0r_param_info_t* info, int param_index) {
 f0r_instance_t f0r_construct(unsigned int width, unsigned int height) {
     const Description& d = description();
     if (!d.found || width == 0 || height == 0 || width > 65535 || height > 65535) return nullptr;
+    // Test hook: FLAIRIZE_FAIL_ALLOCATION=N fails this module's N-th allocation from here on.
+    if (const char* n = std::getenv("FLAIRIZE_FAIL_ALLOCATION")) plat::failAllocationAfter(std::atol(n));
     auto* instance = new (std::nothrow) Instance;
     if (!instance) return nullptr;
     instance->width = width;

@@ -242,15 +242,16 @@ FLAIRIZE_CLONES bool filterBand(const dib::Source& src, const dib::Output& out, 
 template <class Kernel, class Finish>
 HGLOBAL separableFilter(HGLOBAL picture, ParallelFunction parallel, void* user, Finish finish) {
     dib::Source src(picture);
-    if (!src.ok()) return nullptr;
+    if (!src.ok()) return hostops::failed(hostops::Failure::BadPicture);
     dib::Output out(src);
-    if (!out.ok()) return nullptr;
+    if (!out.ok()) return hostops::failed(hostops::Failure::OutOfMemory);
     std::atomic<bool> failed{false};   // set by a band whose working memory cannot be had
     runBands(parallel, user, src.layout().height, [&](unsigned begin, unsigned end) {
         if (!filterBand<Kernel>(src, out, begin, end, finish)) failed.store(true, std::memory_order_relaxed);
     });
-    if (failed.load(std::memory_order_relaxed)) return nullptr;   // the output is freed with `out`
-    return out.release();
+    // the output is freed with `out`
+    if (failed.load(std::memory_order_relaxed)) return hostops::failed(hostops::Failure::OutOfMemory);
+    return hostops::succeeded(out.release());
 }
 
 // One row of Smooth: each byte of `centre` moved toward `mean` by its pixel's share.
@@ -302,10 +303,10 @@ HGLOBAL soften(HGLOBAL picture, ParallelFunction parallel, void* user) {
 
 HGLOBAL simplify(HGLOBAL picture, ParallelFunction parallel, void* user) {
     dib::Source src(picture);
-    if (!src.ok()) return nullptr;
+    if (!src.ok()) return failed(Failure::BadPicture);
     const dib::Layout& in = src.layout();
     dib::Output out(src);
-    if (!out.ok()) return nullptr;
+    if (!out.ok()) return failed(Failure::OutOfMemory);
     std::atomic<bool> failed{false};   // set by a band whose working memory cannot be had
     runBands(parallel, user, in.height, [&](unsigned begin, unsigned end) {
         const std::size_t w = in.width;   // a local, so that the loops' lengths stay in registers
@@ -330,8 +331,8 @@ HGLOBAL simplify(HGLOBAL picture, ParallelFunction parallel, void* user) {
             }
         }
     });
-    if (failed.load(std::memory_order_relaxed)) return nullptr;
-    return out.release();
+    if (failed.load(std::memory_order_relaxed)) return hostops::failed(Failure::OutOfMemory);
+    return succeeded(out.release());
 }
 
 }  // namespace hostops

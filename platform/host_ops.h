@@ -12,6 +12,14 @@
 
 namespace hostops {
 
+// Why the last operation on this thread returned null: a picture it does not
+// take (a caller's mistake) or memory it could not have. A host reports the
+// second to its user as out of memory; the first is never the user's to see.
+enum class Failure { None, BadPicture, OutOfMemory };
+Failure lastFailure();
+HGLOBAL failed(Failure why);         // records why and gives null
+HGLOBAL succeeded(HGLOBAL picture);  // records success and gives the picture
+
 // (first * (16384 - weight) + second * weight) >> 14 per byte, in the second
 // picture's format; an 8-bit first picture is read through its colour table.
 HGLOBAL mix(HGLOBAL first, HGLOBAL second, std::uint32_t weight);

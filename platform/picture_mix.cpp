@@ -32,23 +32,37 @@ void mixRowInPlace(const std::uint8_t* first, unsigned firstBytes, const std::ui
 
 namespace hostops {
 
+namespace {
+thread_local Failure t_lastFailure = Failure::None;
+}
+
+Failure lastFailure() { return t_lastFailure; }
+HGLOBAL failed(Failure why) {
+    t_lastFailure = why;
+    return nullptr;
+}
+HGLOBAL succeeded(HGLOBAL picture) {
+    t_lastFailure = Failure::None;
+    return picture;
+}
+
 HGLOBAL mix(HGLOBAL first, HGLOBAL second, std::uint32_t weight) {
     dib::Source a(first), b(second);
-    if (!a.ok() || !b.ok() || b.layout().bitCount == 8) return nullptr;
+    if (!a.ok() || !b.ok() || b.layout().bitCount == 8) return failed(Failure::BadPicture);
     const dib::Layout& la = a.layout();
     const dib::Layout& lb = b.layout();
-    if (la.fullWidth != lb.fullWidth || la.fullHeight != lb.fullHeight) return nullptr;
+    if (la.fullWidth != lb.fullWidth || la.fullHeight != lb.fullHeight) return failed(Failure::BadPicture);
     const bool alpha = lb.bitCount == 32;
-    if (alpha != (la.bitCount == 32)) return nullptr;
+    if (alpha != (la.bitCount == 32)) return failed(Failure::BadPicture);
     if (weight > 16384) weight = 16384;
     dib::Output out(b);
-    if (!out.ok()) return nullptr;
+    if (!out.ok()) return failed(Failure::OutOfMemory);
     const unsigned step = alpha ? 4 : 3;
     for (std::uint32_t y = 0; y < lb.height; ++y) {
         std::memcpy(out.row(y), b.row(y), std::size_t(lb.width) * step);
         mixRowInPlace(a.row(y), la.bytesPerPixel, a.colourTable(), out.row(y), lb.width, step, weight);
     }
-    return out.release();
+    return succeeded(out.release());
 }
 
 flairize::HostServices services(void (*rowTick)(void* user), void* user) {

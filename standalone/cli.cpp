@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -112,10 +113,27 @@ struct Options {
     std::string codec;
     bool filterOnly = false;
     bool tsv = false;
+    pictures::Limits limits;   // the environment's, then the options'
 };
+
+// FLAIRIZE_MAX_PIXELS and FLAIRIZE_MAX_MEMORY, then --max-pixels and --max-memory.
+void setMaxPixels(pictures::Limits& limits, const std::string& where, const char* text) {
+    errno = 0;
+    char* end = nullptr;
+    const unsigned long long v = std::strtoull(text, &end, 10);
+    if (!*text || *end || errno || v < 1 || !std::isdigit(static_cast<unsigned char>(*text)))
+        usage(where + ": expected a number of pixels, got \"" + text + "\"");
+    limits.maxPixels = v;
+}
+void setMaxMemory(pictures::Limits& limits, const std::string& where, const char* text) {
+    if (!pictures::parseSize(text, limits.maxMemory))
+        usage(where + ": expected a size such as 512M or 4G, got \"" + text + "\"");
+}
 
 Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
     Options o;
+    if (const char* v = std::getenv("FLAIRIZE_MAX_PIXELS")) setMaxPixels(o.limits, "FLAIRIZE_MAX_PIXELS", v);
+    if (const char* v = std::getenv("FLAIRIZE_MAX_MEMORY")) setMaxMemory(o.limits, "FLAIRIZE_MAX_MEMORY", v);
     auto allowedOption = [&](const std::string& name) {
         for (const auto& a : allowed)
             if (a == name) return true;
@@ -182,6 +200,10 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             o.codec = value;
         } else if (arg == "--quality") {
             o.quality = parseNumber(arg, v, 1, 100);
+        } else if (arg == "--max-pixels") {
+            setMaxPixels(o.limits, arg, v);
+        } else if (arg == "--max-memory") {
+            setMaxMemory(o.limits, arg, v);
         } else if (arg == "--columns") {
             o.columns = parseNumber(arg, v, 1, 64);
         } else {   // a slider by its label
@@ -253,10 +275,26 @@ struct Picture {
     ~Picture() { plat::globalFree(h); }
 };
 
-void readInput(const std::string& path, Picture& pic) {
+// Reads IN within the limits: a refusal is a usage error (exit 2), want of
+// memory a failure (exit 1) with the one out-of-memory message.
+void readInput(const std::string& path, Picture& pic, const pictures::Limits& limits) {
     std::string error;
-    pic.h = pictures::read(path, error);
+    pictures::ReadFailure why = pictures::ReadFailure::None;
+    pic.h = pictures::read(path, error, limits, &why);
+    if (why == pictures::ReadFailure::OutOfMemory) throw Failure{path + ": " + plat::loadString(ids::kNoMemory)};
     if (!pic.h) throw UsageError{path + ": " + error};
+}
+
+// Renders at once that the memory limit allows, at most `wanted` (and at least one).
+unsigned rendersThatFit(const pictures::Limits& limits, HGLOBAL source, unsigned wanted) {
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, plat::globalLock(source), sizeof h);
+    plat::globalUnlock(source);
+    pictures::Limits l = limits;
+    const std::uint64_t height = std::uint64_t(h.biHeight < 0 ? -std::int64_t(h.biHeight) : h.biHeight);
+    while (l.inFlight = wanted, wanted > 1 && l.need(std::uint64_t(h.biWidth), height, h.biBitCount) > l.maxMemory)
+        --wanted;
+    return wanted;
 }
 
 // Refuses an output before the render: its format and whether it can be written.
@@ -284,9 +322,9 @@ HGLOBAL pictureOf(const flairize::Result& r, const std::string& input) {
     case flairize::Status::Ok: return r.picture;
     case flairize::Status::Refused:
         throw Failure{input + ": the picture cannot be rendered (8-, 24- or 32-bit, uncompressed, up to 65535 pixels a side)"};
-    default:
+    default:   // out of memory in the engine or in a host operation: one message for all
         plat::globalFree(r.picture);
-        throw Failure{input + ": " + plat::loadString(r.messageId ? r.messageId : ids::kNoMemory)};
+        throw Failure{input + ": " + plat::loadString(ids::kNoMemory)};
     }
 }
 
@@ -323,13 +361,15 @@ void onRowTick(void* user) {
 }
 
 int cmdRender(int argc, char** argv) {
-    Options o = parse(argc, argv, with(kEffectOptions, {"--progress", "--filter-only", "--threads", "--quality"}));
+    Options o = parse(argc, argv,
+                      with(kEffectOptions, {"--progress", "--filter-only", "--threads", "--quality", "--max-pixels",
+                                            "--max-memory"}));
     if (o.positional.size() != 2) usage("render needs IN and OUT");
     SettingsRecord record = buildRecord(o);
     record.progress = std::uint32_t(o.progress);
     checkOutputName(o.positional[1], o.quality);
     Picture source;
-    readInput(o.positional[0], source);
+    readInput(o.positional[0], source, o.limits);
 
     // Long renders (large pictures) show their rows going by.
     ProgressBar bar;
@@ -380,7 +420,9 @@ std::string frameName(const std::string& pattern, long i) {
 }
 
 int cmdSequence(int argc, char** argv) {
-    Options o = parse(argc, argv, with(kEffectOptions, {"--frames", "--direction", "--speed", "--threads", "--quality"}));
+    Options o = parse(argc, argv,
+                      with(kEffectOptions, {"--frames", "--direction", "--speed", "--threads", "--quality",
+                                            "--max-pixels", "--max-memory"}));
     if (o.positional.size() != 2) usage("sequence needs IN and OUTPATTERN");
     if (o.frames < 1) usage("sequence needs --frames N");
     const std::string pattern = o.positional[1];
@@ -388,13 +430,14 @@ int cmdSequence(int argc, char** argv) {
     checkOutputName(frameName(pattern, 0), o.quality);
     SettingsRecord record = buildRecord(o);
     Picture source;
-    readInput(o.positional[0], source);
+    readInput(o.positional[0], source, o.limits);   // a picture that fits one render at a time
     // As many frames at once as there are threads, each rendered on one; fewer
     // frames than threads share the rest as slice threads. Frames are written
     // as they finish and checked in order: the first that fails stops the run,
     // and the frames after it that were already written are removed.
     const unsigned threads = o.threads > 0 ? unsigned(o.threads) : hostops::availableThreads();
-    const unsigned inFlight = unsigned(std::min<long>(threads, o.frames));
+    // (fewer when the memory limit holds fewer frames at once)
+    const unsigned inFlight = rendersThatFit(o.limits, source.h, unsigned(std::min<long>(threads, o.frames)));
     const flairize::HostServices host = hostops::threadedServices(std::max(1u, threads / inFlight));
     struct Outcome {
         bool written = false;
@@ -423,6 +466,8 @@ int cmdSequence(int argc, char** argv) {
                 out.status = 2, out.message = e.message;
             } catch (const Failure& e) {
                 out.status = 1, out.message = e.message;
+            } catch (const std::bad_alloc&) {   // the frame fails like any other, in order
+                out.status = 1, out.message = o.positional[0] + ": " + plat::loadString(ids::kNoMemory);
             }
         },
         [&](long i) {
@@ -449,10 +494,11 @@ int cmdSequence(int argc, char** argv) {
 }
 
 int cmdVideo(int argc, char** argv) {
-    Options o = parse(argc, argv, with(kEffectOptions, {"--direction", "--speed", "--threads", "--codec"}));
+    Options o = parse(argc, argv,
+                      with(kEffectOptions, {"--direction", "--speed", "--threads", "--codec", "--max-pixels", "--max-memory"}));
     if (o.positional.size() != 2) usage("video needs IN and OUT");
-    const video::Outcome r = video::convert(
-        {o.positional[0], o.positional[1], o.codec, buildRecord(o), static_cast<std::int8_t>(o.speed), unsigned(o.threads)});
+    const video::Outcome r = video::convert({o.positional[0], o.positional[1], o.codec, buildRecord(o),
+                                             static_cast<std::int8_t>(o.speed), unsigned(o.threads), o.limits});
     if (r.status == 2) throw UsageError{r.message};
     if (r.status != 0) throw Failure{r.message};
     return 0;
@@ -524,14 +570,16 @@ int cmdList(int argc, char** argv) {
 }
 
 int cmdSheet(int argc, char** argv) {
-    Options o = parse(argc, argv, {"--columns", "--threads"});
+    Options o = parse(argc, argv, {"--columns", "--threads", "--max-pixels", "--max-memory"});
     if (o.positional.size() != 2) usage("sheet needs IN and OUT");
     checkOutputName(o.positional[1]);
     Picture source;
-    readInput(o.positional[0], source);
     std::vector<unsigned> effects;
     for (unsigned i = 0; i < flairize::effectCount(); ++i)
         if (flairize::effectOffered(i)) effects.push_back(i);
+    // Every effect's picture is kept for the sheet, which is as large again.
+    o.limits.inFlight = unsigned(effects.size());
+    readInput(o.positional[0], source, o.limits);
     // The effects render side by side, each on one thread.
     const unsigned threads = o.threads > 0 ? unsigned(o.threads) : hostops::availableThreads();
     const flairize::HostServices host = hostops::services();

@@ -34,6 +34,14 @@ const char* const kThreads =
     "  --threads N           threads to render on (default: all cores; 1: one); the\n"
     "                        pictures are the same for every count\n";
 
+const char* const kLimits =
+    "  --max-pixels N        refuse a picture of more than N pixels (default 268435456,\n"
+    "                        16384 x 16384; environment FLAIRIZE_MAX_PIXELS)\n"
+    "  --max-memory SIZE     memory for the picture and its renders, e.g. 512M or 4G\n"
+    "                        (default 8G; environment FLAIRIZE_MAX_MEMORY); a larger input\n"
+    "                        file than half of it is refused unread, a picture whose\n"
+    "                        renders need more from its header, before it is decoded\n";
+
 }  // namespace
 
 const std::vector<CommandHelp>& commands() {
@@ -98,8 +106,9 @@ std::string mainHelp() {
     }
     s += "\n`flairize COMMAND --help` shows a command's options; `flairize --version` the version.\n\n";
     s += kEffectOptions;
-    s += "\nExit status: 0 success; 1 the render failed (out of memory included); 2 bad input,\n"
-         "bad usage, or an output that cannot be written.\n";
+    s += "\nExit status: 0 success; 1 the render failed, out of memory always with the one\n"
+         "message \"Not enough memory to complete operation\"; 2 bad input (a picture over\n"
+         "--max-pixels or --max-memory included), bad usage, or an output that cannot be written.\n";
     return s;
 }
 
@@ -108,7 +117,7 @@ std::string commandHelp(const CommandHelp& c) {
     std::string s = "Usage: flairize " + name + " " + c.synopsis + "\n" + c.summary + ".\n\n" + c.details;
     const std::string synopsis = c.synopsis;
     if (synopsis.find("--direction") != std::string::npos) s += kTimingOptions;
-    if (synopsis.find("--threads") != std::string::npos) s += kThreads;
+    if (synopsis.find("--threads") != std::string::npos) s += std::string(kThreads) + kLimits;
     if (synopsis.find("--quality") != std::string::npos) s += kQuality;
     if (synopsis.find("effect options") != std::string::npos) s += std::string("\n") + kEffectOptions;
     return s;

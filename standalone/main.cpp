@@ -1,9 +1,11 @@
 #include <malloc.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <new>
 
+#include "platform/global_memory.h"
 #include "platform/strings.h"
 #include "resources/string_ids.h"
 #include "standalone/cli.h"
@@ -13,6 +15,9 @@ int main(int argc, char** argv) {
     // does not fault fresh pages in for every picture.
     mallopt(M_MMAP_THRESHOLD, 256 * 1024 * 1024);
     mallopt(M_TRIM_THRESHOLD, 512 * 1024 * 1024);
+    // Test hook: FLAIRIZE_FAIL_ALLOCATION=N fails the N-th picture or working
+    // block allocated from here on, so tests can run a command out of memory.
+    if (const char* n = std::getenv("FLAIRIZE_FAIL_ALLOCATION")) plat::failAllocationAfter(std::atol(n));
     // Whatever escapes the commands ends the run with one line, never an abort.
     try {
         return cli::run(argc, argv);

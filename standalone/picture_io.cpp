@@ -8,6 +8,7 @@
 #include <webp/encode.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csetjmp>
 #include <cstdarg>
@@ -48,6 +49,23 @@ std::uint8_t to8(std::uint32_t v16) { return std::uint8_t((v16 * 255 + 32767) / 
 bool sideOk(std::uint64_t width, std::uint64_t height) {
     return width >= 1 && height >= 1 && width <= dib::kMaxSide && height <= dib::kMaxSide;
 }
+
+// One read: its limits, and whether it failed for want of memory.
+struct Reading {
+    std::string& error;
+    const Limits& limits;
+    bool outOfMemory = false;
+    // False, with the refusal, for a declared size over the limits.
+    bool fits(std::uint64_t width, std::uint64_t height, unsigned bits, std::uint64_t extra = 0) {
+        error = limits.check(width, height, bits, extra);
+        return error.empty();
+    }
+    HGLOBAL noMemory() {
+        error = "not enough memory";
+        outOfMemory = true;
+        return nullptr;
+    }
+};
 
 // A V5 header's colour space may name a profile stored after the pixels (or a
 // file); the picture carries no profile, so the header must not claim one.
@@ -95,11 +113,29 @@ struct NewDib {
     }
 };
 
-bool readAll(int fd, std::vector<unsigned char>& data, std::size_t expected, std::string& error) {
-    data.resize(expected ? expected + 1 : 1 << 16);
+// True when the first bytes (at least 12, or the whole file) start a picture
+// format this reader knows.
+bool knownSignature(const unsigned char* d, std::size_t n) {
+    static const unsigned char kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    return (n >= 8 && std::memcmp(d, kPngSignature, 8) == 0) || (n >= 2 && d[0] == 'B' && d[1] == 'M') ||
+           (n >= 3 && d[0] == 0xFF && d[1] == 0xD8 && d[2] == 0xFF) ||
+           (n >= 12 && std::memcmp(d, "RIFF", 4) == 0 && std::memcmp(d + 8, "WEBP", 4) == 0) ||
+           (n >= 4 && ((d[0] == 'I' && d[1] == 'I' && (d[2] == 42 || d[2] == 43) && d[3] == 0) ||
+                       (d[0] == 'M' && d[1] == 'M' && d[2] == 0 && (d[3] == 42 || d[3] == 43))));
+}
+const char* const kNotAPicture = "not a BMP, PNG, JPEG, WebP or TIFF picture";
+
+// Reads at most `limit` bytes; more is refused as soon as it arrives, so an
+// endless stream (a pipe, /dev/zero) costs no more than the limit.
+bool readAll(int fd, std::vector<unsigned char>& data, std::size_t expected, std::size_t limit, std::string& error) {
+    data.resize(std::min(expected ? expected + 1 : std::size_t(1) << 16, limit + 1));
     std::size_t used = 0;
     for (;;) {
-        if (used == data.size()) data.resize(data.size() * 2);
+        if (used > limit) {
+            error = "file too large (over " + sizeText(limit) + ", half the memory limit)";
+            return false;
+        }
+        if (used == data.size()) data.resize(std::min(data.size() * 2, limit + 1));
         const ssize_t n = ::read(fd, data.data() + used, data.size() - used);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
@@ -107,14 +143,19 @@ bool readAll(int fd, std::vector<unsigned char>& data, std::size_t expected, std
             return false;
         }
         if (n == 0) break;
+        // A stream that starts no known picture is refused at once, not read to its end.
+        if (used < 12 && used + std::size_t(n) >= 12 && !knownSignature(data.data(), used + std::size_t(n))) {
+            error = kNotAPicture;
+            return false;
+        }
         used += std::size_t(n);
     }
     data.resize(used);
     return true;
 }
 
-bool readFile(const std::string& path, std::vector<unsigned char>& data, std::string& error) {
-    if (path == "-") return readAll(STDIN_FILENO, data, 0, error);
+bool readFile(const std::string& path, std::vector<unsigned char>& data, std::size_t limit, std::string& error) {
+    if (path == "-") return readAll(STDIN_FILENO, data, 0, limit, error);
     const int fd = ::open(path.c_str(), O_RDONLY);
     if (fd < 0) {
         error = std::strerror(errno);
@@ -127,7 +168,12 @@ bool readFile(const std::string& path, std::vector<unsigned char>& data, std::st
         error = "is a folder";
         ok = false;
     }
-    ok = ok && readAll(fd, data, S_ISREG(st.st_mode) ? std::size_t(st.st_size) : 0, error);
+    if (ok && S_ISREG(st.st_mode) && std::uint64_t(st.st_size) > limit) {   // refused before it is read
+        error = "file too large (" + sizeText(std::uint64_t(st.st_size)) + ", limit " + sizeText(limit) +
+                ", half the memory limit)";
+        ok = false;
+    }
+    ok = ok && readAll(fd, data, S_ISREG(st.st_mode) ? std::size_t(st.st_size) : 0, limit, error);
     ::close(fd);
     return ok;
 }
@@ -160,22 +206,40 @@ void pngReadData(png_structp png, png_bytep out, png_size_t length) {
     src->offset += length;
 }
 
-HGLOBAL parsePng(const std::vector<unsigned char>& data, std::string& error) {
+HGLOBAL parsePng(const std::vector<unsigned char>& data, Reading& in) {
+    std::string& error = in.error;
     PngReader r;
     r.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &error, pngError, pngWarning);
-    if (!r.png) return nullptr;
+    if (!r.png) return in.noMemory();
     r.info = png_create_info_struct(r.png);
-    if (!r.info) return nullptr;
+    if (!r.info) return in.noMemory();
+    // The size the header declares is checked before libpng reads it, so
+    // the refusal names the size even where libpng's side limit is lower.
+    if (data.size() >= 33 && std::memcmp(data.data() + 12, "IHDR", 4) == 0) {
+        const unsigned char* h = data.data() + 16;
+        const std::uint64_t w = std::uint64_t(h[0]) << 24 | h[1] << 16 | h[2] << 8 | h[3];
+        const std::uint64_t ht = std::uint64_t(h[4]) << 24 | h[5] << 16 | h[6] << 8 | h[7];
+        if (w && ht && !in.fits(w, ht, h[9] == PNG_COLOR_TYPE_PALETTE ? 8 : (h[9] & PNG_COLOR_MASK_ALPHA) ? 32 : 24))
+            return nullptr;
+    }
     PngSource src{data.data(), data.size(), 0};
     NewDib out;
     std::vector<png_bytep> rowPointers;
     if (setjmp(png_jmpbuf(r.png))) return nullptr;
     png_set_read_fn(r.png, &src, pngReadData);
-    png_set_user_limits(r.png, dib::kMaxSide, dib::kMaxSide);
+    // libpng refuses a side over the limits itself, and keeps any one
+    // ancillary chunk (text, profile) within a small share of the budget.
+    const png_uint_32 side = png_uint_32(std::min<std::uint64_t>(dib::kMaxSide, in.limits.maxPixels));
+    png_set_user_limits(r.png, side, side);
+    png_set_chunk_malloc_max(r.png, png_alloc_size_t(std::min<std::uint64_t>(8000000, in.limits.maxFileBytes())));
     png_read_info(r.png, r.info);
     png_uint_32 width = 0, height = 0;
     int bitDepth = 0, colourType = 0, interlace = 0;
     png_get_IHDR(r.png, r.info, &width, &height, &bitDepth, &colourType, &interlace, nullptr, nullptr);
+    const bool pngAlpha = (colourType & PNG_COLOR_MASK_ALPHA) || png_get_valid(r.png, r.info, PNG_INFO_tRNS);
+    if (!in.fits(width, height, colourType == PNG_COLOR_TYPE_PALETTE ? 8 : pngAlpha ? 32 : 24,
+                 std::uint64_t(height) * sizeof(png_bytep)))
+        return nullptr;
     // Deflate packs at most 1032 bytes into one, so a size the data cannot
     // hold is refused before the picture is allocated.
     if (std::uint64_t(png_get_rowbytes(r.png, r.info) + 1) * height / 1032 > data.size()) {
@@ -193,10 +257,7 @@ HGLOBAL parsePng(const std::vector<unsigned char>& data, std::string& error) {
         if (bitDepth < 8) png_set_packing(r.png);
         bits = 8;
         entries = std::uint32_t(count);
-        if (!out.create(nullptr, 40, std::int32_t(width), std::int32_t(height), bits, entries)) {
-            error = "picture too large";
-            return nullptr;
-        }
+        if (!out.create(nullptr, 40, std::int32_t(width), std::int32_t(height), bits, entries)) return in.noMemory();
         for (int i = 0; i < count; ++i) {
             out.table[4 * i + 0] = palette[i].blue;
             out.table[4 * i + 1] = palette[i].green;
@@ -209,10 +270,7 @@ HGLOBAL parsePng(const std::vector<unsigned char>& data, std::string& error) {
         png_set_bgr(r.png);
         const bool alpha = (colourType & PNG_COLOR_MASK_ALPHA) || png_get_valid(r.png, r.info, PNG_INFO_tRNS);
         bits = alpha ? 32 : 24;
-        if (!out.create(nullptr, 40, std::int32_t(width), std::int32_t(height), bits, 0)) {
-            error = "picture too large";
-            return nullptr;
-        }
+        if (!out.create(nullptr, 40, std::int32_t(width), std::int32_t(height), bits, 0)) return in.noMemory();
     }
     png_set_interlace_handling(r.png);
     png_read_update_info(r.png, r.info);
@@ -315,7 +373,8 @@ bool writeBmp(int fd, const dib::Source& pic, std::string& error) {
            writeAll(fd, pic.block() + l.headerSize, dibSize - l.headerSize, error);
 }
 
-HGLOBAL parseBmp(const unsigned char* data, std::size_t size, std::string& error) {
+HGLOBAL parseBmp(const unsigned char* data, std::size_t size, Reading& in) {
+    std::string& error = in.error;
     if (size < 14 + 40 || data[0] != 'B' || data[1] != 'M') {
         error = size < 54 && size >= 2 && data[0] == 'B' && data[1] == 'M' ? "file is truncated" : "not a BMP file";
         return nullptr;
@@ -366,6 +425,7 @@ HGLOBAL parseBmp(const unsigned char* data, std::size_t size, std::string& error
     }
     const bool topDown = rawHeight < 0;
     const std::int32_t height = topDown ? -rawHeight : rawHeight;
+    if (!in.fits(std::uint64_t(width), std::uint64_t(height), bits)) return nullptr;
     std::uint32_t entries = 0;
     if (bits == 8) {
         entries = clrUsed ? clrUsed : 256;
@@ -382,10 +442,7 @@ HGLOBAL parseBmp(const unsigned char* data, std::size_t size, std::string& error
         return nullptr;
     }
     NewDib out;
-    if (!out.create(info, headerSize, width, height, bits, entries)) {
-        error = "picture too large";
-        return nullptr;
-    }
+    if (!out.create(info, headerSize, width, height, bits, entries)) return in.noMemory();
     dropProfile(out.base, headerSize);   // a profile after the pixels is not kept
     std::memcpy(out.table, data + tableStart, entries * 4);
     for (std::int32_t y = 0; y < height; ++y) {
@@ -405,7 +462,20 @@ struct Turbo {
     }
 };
 
-HGLOBAL parseJpeg(const std::vector<unsigned char>& data, std::string& error) {
+// Whether a JPEG's frame is progressive (SOF2, SOF6, SOF10, SOF14): libjpeg
+// then holds every coefficient of the picture, two bytes each, while decoding.
+bool progressiveJpeg(const std::vector<unsigned char>& data) {
+    for (std::size_t at = 2; at + 4 <= data.size() && data[at] == 0xFF;) {
+        const unsigned char marker = data[at + 1];
+        if (marker == 0xDA) break;   // start of scan: no frame header after it
+        if (marker == 0xC2 || marker == 0xC6 || marker == 0xCA || marker == 0xCE) return true;
+        at += 2 + (std::size_t(data[at + 2]) << 8 | data[at + 3]);
+    }
+    return false;
+}
+
+HGLOBAL parseJpeg(const std::vector<unsigned char>& data, Reading& in) {
+    std::string& error = in.error;
     Turbo t(false);
     int width = 0, height = 0, subsampling = 0, space = 0;
     if (!t.h || tjDecompressHeader3(t.h, data.data(), static_cast<unsigned long>(data.size()), &width, &height,
@@ -417,11 +487,10 @@ HGLOBAL parseJpeg(const std::vector<unsigned char>& data, std::string& error) {
         error = "unsupported picture size";
         return nullptr;
     }
+    const std::uint64_t pixels = std::uint64_t(width) * std::uint64_t(height);
+    if (!in.fits(std::uint64_t(width), std::uint64_t(height), 24, progressiveJpeg(data) ? 6 * pixels : 0)) return nullptr;
     NewDib out;
-    if (!out.create(nullptr, 40, width, height, 24, 0)) {
-        error = "picture too large";
-        return nullptr;
-    }
+    if (!out.create(nullptr, 40, width, height, 24, 0)) return in.noMemory();
     // A damaged or cut-off file is refused rather than shown half grey.
     if (tjDecompress2(t.h, data.data(), static_cast<unsigned long>(data.size()), out.pixels, width, int(out.stride),
                       height, TJPF_BGR, TJFLAG_BOTTOMUP | TJFLAG_STOPONWARNING) != 0) {
@@ -488,7 +557,8 @@ bool writeJpeg(int fd, const dib::Source& pic, int quality, std::string& error) 
 
 // ---------------------------------------------------------------- WebP
 
-HGLOBAL parseWebP(const std::vector<unsigned char>& data, std::string& error) {
+HGLOBAL parseWebP(const std::vector<unsigned char>& data, Reading& in) {
+    std::string& error = in.error;
     WebPDecoderConfig config;
     if (!WebPInitDecoderConfig(&config)) {
         error = "cannot start the WebP decoder";
@@ -508,11 +578,12 @@ HGLOBAL parseWebP(const std::vector<unsigned char>& data, std::string& error) {
         return nullptr;
     }
     const bool alpha = config.input.has_alpha != 0;
-    NewDib out;
-    if (!out.create(nullptr, 40, width, height, alpha ? 32 : 24, 0)) {
-        error = "picture too large";
+    // A lossless stream decodes through a 4-byte-a-pixel picture of libwebp's own.
+    if (!in.fits(std::uint64_t(width), std::uint64_t(height), alpha ? 32 : 24,
+                 config.input.format == 2 ? 4ull * std::uint64_t(width) * std::uint64_t(height) : 0))
         return nullptr;
-    }
+    NewDib out;
+    if (!out.create(nullptr, 40, width, height, alpha ? 32 : 24, 0)) return in.noMemory();
     config.output.colorspace = alpha ? MODE_BGRA : MODE_BGR;
     config.output.is_external_memory = 1;
     config.output.u.RGBA.rgba = out.pixels;
@@ -659,9 +730,11 @@ void unpremultiply(unsigned char* bgra) {
 // Strips of 8- or 16-bit RGB(A), grey(+alpha) and palette samples are read
 // directly; anything else (tiles, planes, YCbCr, CMYK, bilevel) goes through
 // libtiff's RGBA reader, whose 16-bit channels are rounded in the same way.
-HGLOBAL parseTiff(const std::vector<unsigned char>& data, std::string& error) {
+HGLOBAL parseTiff(const std::vector<unsigned char>& data, Reading& in) {
+    std::string& error = in.error;
     TiffMemory memory{data.data(), toff_t(data.size()), 0};
     Tiff t(error);
+    TIFFOpenOptionsSetMaxSingleMemAlloc(t.options, tmsize_t(in.limits.maxFileBytes()));
     t.tif = TIFFClientOpenExt("tiff", "rm", &memory, tiffMemRead, tiffNoWrite, tiffMemSeek, tiffNoClose, tiffMemSize,
                               tiffNoMap, tiffNoUnmap, t.options);
     if (!t.tif || !t.lostTag.empty()) {
@@ -695,11 +768,11 @@ HGLOBAL parseTiff(const std::vector<unsigned char>& data, std::string& error) {
                         (palette || ((photometric == PHOTOMETRIC_RGB || photometric == PHOTOMETRIC_MINISBLACK) &&
                                      (bits == 8 || bits == 16) && samples == colours + (alpha ? 1 : 0)));
     const unsigned dibBits = palette ? 8 : alpha ? 32 : 24;
+    // Layouts read through libtiff's RGBA reader need its raster besides.
+    if (!in.fits(width, height, dibBits, direct ? 0 : std::uint64_t(width) * height * 4)) return nullptr;
     NewDib out;
-    if (!out.create(nullptr, 40, std::int32_t(width), std::int32_t(height), dibBits, palette ? 1u << bits : 0)) {
-        error = "picture too large";
-        return nullptr;
-    }
+    if (!out.create(nullptr, 40, std::int32_t(width), std::int32_t(height), dibBits, palette ? 1u << bits : 0))
+        return in.noMemory();
     const unsigned bpp = dibBits / 8;
     if (!direct) {
         std::vector<std::uint32_t> raster(std::size_t(width) * height);
@@ -845,21 +918,88 @@ Format formatOf(const std::string& path) {
 
 bool takesQuality(Format format) { return format == Format::Jpeg || format == Format::WebP; }
 
-HGLOBAL read(const std::string& path, std::string& error) {
+namespace {
+
+HGLOBAL readWithin(const std::string& path, Reading& in) {
+    std::string& error = in.error;
     std::vector<unsigned char> data;
-    if (!readFile(path, data, error)) return nullptr;
+    if (!readFile(path, data, in.limits.maxFileBytes(), error)) return nullptr;
     const unsigned char* d = data.data();
     const std::size_t n = data.size();
     static const unsigned char kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-    if (n >= 8 && std::memcmp(d, kPngSignature, 8) == 0) return parsePng(data, error);
-    if (n >= 2 && d[0] == 'B' && d[1] == 'M') return parseBmp(d, n, error);
-    if (n >= 3 && d[0] == 0xFF && d[1] == 0xD8 && d[2] == 0xFF) return parseJpeg(data, error);
-    if (n >= 12 && std::memcmp(d, "RIFF", 4) == 0 && std::memcmp(d + 8, "WEBP", 4) == 0) return parseWebP(data, error);
+    if (n >= 8 && std::memcmp(d, kPngSignature, 8) == 0) return parsePng(data, in);
+    if (n >= 2 && d[0] == 'B' && d[1] == 'M') return parseBmp(d, n, in);
+    if (n >= 3 && d[0] == 0xFF && d[1] == 0xD8 && d[2] == 0xFF) return parseJpeg(data, in);
+    if (n >= 12 && std::memcmp(d, "RIFF", 4) == 0 && std::memcmp(d + 8, "WEBP", 4) == 0) return parseWebP(data, in);
     if (n >= 4 && ((d[0] == 'I' && d[1] == 'I' && (d[2] == 42 || d[2] == 43) && d[3] == 0) ||
                    (d[0] == 'M' && d[1] == 'M' && d[2] == 0 && (d[3] == 42 || d[3] == 43))))
-        return parseTiff(data, error);
-    error = n == 0 ? "file is empty" : "not a BMP, PNG, JPEG, WebP or TIFF picture";
+        return parseTiff(data, in);
+    error = n == 0 ? "file is empty" : kNotAPicture;
     return nullptr;
+}
+
+}  // namespace
+
+std::string sizeText(std::uint64_t bytes) {
+    static const char* const kUnits[] = {"bytes", "KiB", "MiB", "GiB", "TiB"};
+    int unit = 0;
+    std::uint64_t whole = bytes, tenths = 0;
+    while (whole >= 1024 && unit < 4) {
+        tenths = (whole % 1024) * 10 / 1024;
+        whole /= 1024;
+        ++unit;
+    }
+    return std::to_string(whole) + (tenths && unit ? "." + std::to_string(tenths) : "") + " " + kUnits[unit];
+}
+
+bool parseSize(const std::string& text, std::uint64_t& bytes) {
+    char* end = nullptr;
+    errno = 0;
+    if (text.empty() || !(std::isdigit(static_cast<unsigned char>(text[0])) || text[0] == '.')) return false;
+    const double v = std::strtod(text.c_str(), &end);
+    std::string unit(end);
+    if (!unit.empty() && (unit.back() == 'B' || unit.back() == 'b')) unit.pop_back();   // "4GB", "512MiB"
+    if (unit.size() == 2 && (unit[1] == 'i' || unit[1] == 'I')) unit.pop_back();
+    double scale = 1;
+    if (unit.size() == 1) {
+        const char* units = "KMGT";
+        const char* u = std::strchr(units, std::toupper(static_cast<unsigned char>(unit[0])));
+        if (!u) return false;
+        scale = double(1ull << (10 * (u - units + 1)));
+    } else if (!unit.empty()) {
+        return false;
+    }
+    const double b = v * scale;
+    if (errno || !(b >= 1) || b > 1e18) return false;
+    bytes = std::uint64_t(b);
+    return true;
+}
+
+std::uint64_t Limits::need(std::uint64_t width, std::uint64_t height, unsigned bits, std::uint64_t extra) const {
+    // The source as read; each render's output and working picture are 24-bit
+    // (32-bit for a 32-bit source), rows padded to four bytes.
+    const std::uint64_t source = height * ((width * bits + 31) / 32 * 4);
+    const std::uint64_t rendered = height * ((width * (bits == 32 ? 32 : 24) + 31) / 32 * 4);
+    return source + extra + std::uint64_t(inFlight ? inFlight : 1) * 2 * rendered;
+}
+
+std::string Limits::check(std::uint64_t width, std::uint64_t height, unsigned bits, std::uint64_t extra) const {
+    const std::string size = std::to_string(width) + " \u00d7 " + std::to_string(height);
+    if (width * height > maxPixels)
+        return "picture too large (" + size + ", limit " + std::to_string(maxPixels) + " pixels)";
+    const std::uint64_t needed = need(width, height, bits, extra);
+    if (needed > maxMemory)
+        return "picture too large (" + size + ", limit " + sizeText(maxMemory) + " of memory; it needs " +
+               sizeText(needed) + ")";
+    return "";
+}
+
+HGLOBAL read(const std::string& path, std::string& error, const Limits& limits, ReadFailure* why) {
+    if (why) *why = ReadFailure::Refused;
+    Reading in{error, limits};
+    HGLOBAL picture = readWithin(path, in);
+    if (why) *why = picture ? ReadFailure::None : in.outOfMemory ? ReadFailure::OutOfMemory : ReadFailure::Refused;
+    return picture;
 }
 
 bool write(const std::string& path, HGLOBAL picture, std::string& error, const WriteOptions& options) {

@@ -2,6 +2,7 @@
 // out, through libpng, libjpeg-turbo, libwebp and libtiff.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "platform/win_types.h"
@@ -21,12 +22,41 @@ struct WriteOptions {
     int quality = 0;
 };
 
+// What reading and rendering a picture may take. A file larger than half the
+// memory budget is refused before it is read (the file and its picture are
+// held at once); a picture is refused from its header, before it is decoded,
+// when it has more pixels than maxPixels or when it and the pictures its
+// renders need (an output and one working picture for each of `inFlight`
+// renders at once) come to more than maxMemory.
+struct Limits {
+    static constexpr std::uint64_t kDefaultMaxPixels = 16384ull * 16384;   // 256 megapixels
+    static constexpr std::uint64_t kDefaultMaxMemory = 8ull << 30;        // 8 GiB
+    std::uint64_t maxPixels = kDefaultMaxPixels;
+    std::uint64_t maxMemory = kDefaultMaxMemory;
+    unsigned inFlight = 1;
+    std::uint64_t maxFileBytes() const { return maxMemory / 2; }
+    // Bytes a picture of width x height read as a `bits`-bit DIB needs, with
+    // its renders, plus `extra` bytes the reading needs besides.
+    std::uint64_t need(std::uint64_t width, std::uint64_t height, unsigned bits, std::uint64_t extra = 0) const;
+    // "" when such a picture fits, else the refusal: "picture too large (W × H, limit ...)".
+    std::string check(std::uint64_t width, std::uint64_t height, unsigned bits, std::uint64_t extra = 0) const;
+};
+
+// "512M", "4G", "1.5G", "65536K" or bytes; false for anything else.
+bool parseSize(const std::string& text, std::uint64_t& bytes);
+std::string sizeText(std::uint64_t bytes);   // "8 GiB", "1.5 MiB", "900 bytes"
+
+// Why a read failed: the file (missing, damaged, over a limit) or memory.
+enum class ReadFailure { None, Refused, OutOfMemory };
+
 // Reads a picture into a new packed DIB (8-bit with colour table, 24- or 32-bit,
 // bottom-up, BI_RGB); the format is told by the file's first bytes. "-" reads
 // standard input. Pictures with alpha become 32-bit, others 24-bit; palette
 // PNG and TIFF files stay 8-bit with their colour table; 16-bit channels are
 // rounded to 8 bits. On failure returns null and sets `error` to a short reason.
-HGLOBAL read(const std::string& path, std::string& error);
+// Within `limits`; `why` (may be null) tells a refusal from want of memory.
+HGLOBAL read(const std::string& path, std::string& error, const Limits& limits = Limits(),
+             ReadFailure* why = nullptr);
 
 // Writes a packed DIB in the format of formatOf(path); "-" writes standard
 // output. A file is written beside its final place and renamed, so a failure

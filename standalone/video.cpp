@@ -343,6 +343,20 @@ Outcome run(const Job& job) {
     const bool alpha = (decodedLayout->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
     const AVPixelFormat engineLayout = alpha ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR24;
     const std::uint8_t bytesPerPixel = alpha ? 4 : 3;
+    // Each frame in flight holds a decoded, a rendered and an encoded picture
+    // and the render's working picture; frames decoding and encoding beside
+    // the renders make two more. Fewer renders run at once when the memory
+    // limit holds fewer; a frame too large for one is refused.
+    const std::string frameSize = std::to_string(width) + " \u00d7 " + std::to_string(height);
+    if (std::uint64_t(width) * std::uint64_t(height) > job.limits.maxPixels)
+        fail(2, job.input + ": picture too large (" + frameSize + ", limit " + std::to_string(job.limits.maxPixels) +
+                    " pixels)");
+    const std::uint64_t perFrame = 4 * std::uint64_t(width) * std::uint64_t(height) * bytesPerPixel;
+    unsigned threads = job.threads ? job.threads : hostops::availableThreads();
+    while (threads > 1 && (threads + 2ull) * perFrame > job.limits.maxMemory) --threads;
+    if ((threads + 2ull) * perFrame > job.limits.maxMemory)
+        fail(2, job.input + ": picture too large (" + frameSize + ", limit " + pictures::sizeText(job.limits.maxMemory) +
+                    " of memory; it needs " + pictures::sizeText((threads + 2ull) * perFrame) + ")");
 
     const long frames = countFrames(job.input, vs);
     if (frames < 1) fail(2, job.input + ": the video has no frames");
@@ -441,7 +455,6 @@ Outcome run(const Job& job) {
 
     // Decoding (in order), rendering (several frames at once, one thread each)
     // and encoding (in order) overlap; the frames never depend on the thread count.
-    const unsigned threads = job.threads ? job.threads : hostops::availableThreads();
     const flairize::HostServices host = hostops::threadedServices(1);
     const std::size_t tokens = std::size_t(threads) + 2;   // a frame decoding and one encoding beside the renders
     std::vector<std::unique_ptr<Item>> items;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "engine/settings_record.h"
+#include "standalone/picture_io.h"
 
 namespace video {
 
@@ -15,6 +16,7 @@ struct Job {
     SettingsRecord record;     // effect, sliders, colour and direction
     std::int8_t speed = 0;     // the speed curve, as for a sequence
     unsigned threads = 0;      // frames rendered at once; 0: all cores
+    pictures::Limits limits;   // the frame size, and the frames in flight within the memory limit
 };
 
 struct Outcome {

@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
@@ -380,4 +382,108 @@ TEST(CommandLine, VideoFramesAreRendersAtTheirTiming) {
     EXPECT_EQ(std::count(bad.err.begin(), bad.err.end(), '\n'), 1) << bad.err;
     EXPECT_EQ(command("video " + dir() + "/video-rgb/src.mkv " + dir() + "/never.mkv --codec none-such").status, 2);
     EXPECT_EQ(sh("ls " + dir() + " | grep -q '^never'"), 256) << "a partial output is left";
+}
+
+namespace {
+
+void put32(std::string& s, std::size_t at, std::uint32_t v, bool bigEndian) {
+    for (int i = 0; i < 4; ++i) s[at + std::size_t(i)] = char(v >> (bigEndian ? 24 - 8 * i : 8 * i));
+}
+
+// A PNG that declares width x height but holds a few bytes of picture data.
+std::string pngBomb(std::uint32_t width, std::uint32_t height) {
+    auto chunk = [](const char* type, const std::string& data) {
+        std::string c(8, '\0');
+        put32(c, 0, std::uint32_t(data.size()), true);
+        c.replace(4, 4, type);
+        c += data;
+        std::string crc(4, '\0');
+        put32(crc, 0, std::uint32_t(crc32(0, reinterpret_cast<const Bytef*>(c.data() + 4), uInt(c.size() - 4))), true);
+        return c + crc;
+    };
+    std::string ihdr(13, '\0');
+    put32(ihdr, 0, width, true);
+    put32(ihdr, 4, height, true);
+    ihdr[8] = 8, ihdr[9] = 2;   // 8-bit RGB
+    const unsigned char kDeflatedZeros[] = {0x78, 0x9C, 0x63, 0x60, 0x18, 0x05, 0x00, 0x00};
+    return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", ihdr) +
+           chunk("IDAT", std::string(reinterpret_cast<const char*>(kDeflatedZeros), sizeof kDeflatedZeros)) +
+           chunk("IEND", "");
+}
+
+// A BMP header that declares width x height 24-bit pixels, and nothing after it.
+std::string bmpHeader(std::int32_t width, std::int32_t height) {
+    std::string b(54, '\0');
+    b[0] = 'B', b[1] = 'M';
+    put32(b, 10, 54, false);
+    put32(b, 14, 40, false);
+    put32(b, 18, std::uint32_t(width), false);
+    put32(b, 22, std::uint32_t(height), false);
+    b[26] = 1, b[28] = 24;
+    return b;
+}
+
+std::string written(const std::string& name, const std::string& bytes) {
+    const std::string path = dir() + "/" + name;
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
+}
+
+}  // namespace
+
+// Inputs over a limit are refused from their first bytes or their header,
+// before anything is decoded: exit 2, one line naming the file and the size.
+TEST(CommandLine, LimitsRefuseLargeInputsAtOnce) {
+    const std::string small = picture("limits-small.png", 20, 20, 24), smallBmp = picture("limits-small.bmp", 20, 20, 24);
+    const std::string out = dir() + "/limits-out.png";
+    const struct {
+        std::string args, env, message;
+    } cases[] = {
+        {"/dev/zero", "", "/dev/zero: not a BMP, PNG, JPEG, WebP or TIFF picture"},
+        {written("bomb.png", pngBomb(20000, 20000)), "",
+         dir() + "/bomb.png: picture too large (20000 \u00d7 20000, limit 268435456 pixels)"},
+        {written("huge.bmp", bmpHeader(60000, 60000)), "",
+         dir() + "/huge.bmp: picture too large (60000 \u00d7 60000, limit 268435456 pixels)"},
+        {small + " --max-pixels 100", "", small + ": picture too large (20 \u00d7 20, limit 100 pixels)"},
+        {small, "FLAIRIZE_MAX_PIXELS=399 ", small + ": picture too large (20 \u00d7 20, limit 399 pixels)"},
+        // 20 x 20 at 3 bytes: the source, an output and a working picture of 1200 bytes each
+        {small + " --max-memory 3K", "",
+         small + ": picture too large (20 \u00d7 20, limit 3 KiB of memory; it needs 3.5 KiB)"},
+        {small, "FLAIRIZE_MAX_MEMORY=2K ",
+         small + ": picture too large (20 \u00d7 20, limit 2 KiB of memory; it needs 3.5 KiB)"},
+        {smallBmp + " --max-memory 2K", "", smallBmp + ": file too large (1.2 KiB, limit 1 KiB, half the memory limit)"},
+        {"- <" + written("stream.png", pngBomb(100, 100) + std::string(3000, '\0')) + " --max-memory 4K", "",
+         "-: file too large (over 2 KiB, half the memory limit)"},
+        {small + " --max-memory lots", "", "--max-memory: expected a size such as 512M or 4G, got \"lots\""},
+    };
+    for (const auto& c : cases) {
+        std::remove(out.c_str());
+        const CommandRun r = command("render " + c.args + " " + out + " --effect solarize", c.env);
+        EXPECT_EQ(r.status, 2) << c.args;
+        EXPECT_EQ(r.err, "flairize: " + c.message + "\n") << c.args;
+        EXPECT_FALSE(exists(out)) << c.args;
+    }
+    // Within its limits the same picture renders.
+    EXPECT_EQ(command("render " + small + " " + out + " --max-pixels 400 --max-memory 5K").status, 0);
+}
+
+// The command run out of memory at each of its allocations in turn: exit 1,
+// the one message, no output left.
+TEST(CommandLine, OutOfMemoryIsOneMessage) {
+    const std::string in = picture("oom.bmp", 12, 9, 24), out = dir() + "/oom-out.png";
+    int failures = 0;
+    for (const char* effect : {"solarize", "watercolor", "glass", "color-pencil", "bubbles"})
+        for (const char* threads : {"1", "2"})
+            for (long n = 1;; ++n) {
+                std::remove(out.c_str());
+                const CommandRun r = command("render " + in + " " + out + " --effect " + effect + " --threads " + threads,
+                                             "FLAIRIZE_FAIL_ALLOCATION=" + std::to_string(n) + " ");
+                if (r.status == 0) break;
+                ++failures;
+                EXPECT_EQ(r.status, 1) << effect << " " << n;
+                EXPECT_EQ(r.err, "flairize: " + in + ": Not enough memory to complete operation\n") << effect << " " << n;
+                EXPECT_FALSE(exists(out)) << effect << " " << n;
+                ASSERT_LT(n, 40) << effect;
+            }
+    EXPECT_GE(failures, 20);
 }

@@ -57,31 +57,6 @@ TEST(Engine, RefusesPicturesItCannotServe) {
     EXPECT_EQ(render(flairize::effectCount(), ok).status, flairize::Status::Refused);
 }
 
-// Every allocation of every effect, failing in turn: the render ends with no
-// picture (or, when only the mix failed, with the unmixed one), says why, and
-// leaves no block behind.
-TEST(Engine, EveryAllocationFailureEndsCleanly) {
-    for (int bits : {8, 32}) {
-        Owned src(make(7, 5, bits, pattern, bits == 8 ? palette256() : std::vector<Bgra>{}));
-        for (unsigned effect = 0; effect < flairize::effectCount(); ++effect) {
-            for (long n = 1;; ++n) {
-                const long live = plat::liveBlocks();
-                plat::failAllocationAfter(n);
-                const flairize::Result r = render(effect, src, 9000);
-                const bool failed = r.status != flairize::Status::Ok;
-                plat::failAllocationAfter(0);
-                plat::globalFree(r.picture);
-                EXPECT_EQ(plat::liveBlocks(), live) << "effect " << effect << " allocation " << n;
-                if (!failed) break;   // every allocation has been failed once
-                EXPECT_TRUE(r.status == flairize::Status::OutOfMemory || r.status == flairize::Status::MixFailed)
-                    << effect;
-                EXPECT_EQ(r.picture != nullptr, r.status == flairize::Status::MixFailed) << effect;
-                ASSERT_LT(n, 50) << "effect " << effect << " keeps failing";
-            }
-        }
-    }
-}
-
 // Renders keep all their state to themselves, and slice threads change no
 // byte: every effect rendered on four threads at once, each render split in
 // bands over three more, gives what it gives alone on one thread.

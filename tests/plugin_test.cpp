@@ -204,8 +204,9 @@ TEST(PluginRender, HostCallsOfFrameAndPreview) {
     }
 }
 
-// Allocation failures through the plug-in: one message where the plug-in shows
-// one, the host's result left as the host calls for, nothing leaked.
+// Allocation failures through the plug-in: its message where it shows one,
+// the host's own where the host's picture mix fails, the host's result left as
+// the host calls for, nothing leaked.
 TEST(PluginRender, FailuresAndTheirMessages) {
     HostFrame f("Solarize", 100, make(5, 5, 24, pattern));
     const std::uint16_t sliders[3] = {0, 0, 0};
@@ -214,15 +215,16 @@ TEST(PluginRender, FailuresAndTheirMessages) {
         long failingAllocation;   // 1: output picture, 2: row table, 3: the picture mix
         bool preview;
         std::uint32_t result;
-        const char* message;
+        std::vector<std::string> messages;
         bool resultUntouched;
     };
+    const std::string noMemory = "Not enough memory to complete operation";
     const Case cases[] = {
-        {"filter", 1, false, 0, "Not enough memory to complete operation", true},
-        {"row table", 2, false, 0, "Not enough memory to complete operation", true},
-        {"mix", 3, false, 0, nullptr, false},
-        {"filter in the preview", 1, true, 0, "Not enough memory to complete operation", true},
-        {"mix in the preview", 3, true, 1, "Not enough memory to complete preview operation", false},
+        {"filter", 1, false, 0, {noMemory}, true},
+        {"row table", 2, false, 0, {noMemory}, true},
+        {"mix (the host says so)", 3, false, 0, {noMemory}, false},
+        {"filter in the preview", 1, true, 0, {noMemory}, true},
+        {"mix in the preview", 3, true, 1, {noMemory, "Not enough memory to complete preview operation"}, false},
     };
     for (const Case& c : cases) {
         MessageCapture messages;
@@ -235,8 +237,7 @@ TEST(PluginRender, FailuresAndTheirMessages) {
                                                : GenerateDIB(&f.context, &out, 0);
         plat::failAllocationAfter(0);
         EXPECT_EQ(result, c.result) << c.what;
-        EXPECT_EQ(messages.messages, c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{})
-            << c.what;
+        EXPECT_EQ(messages.messages, c.messages) << c.what;
         EXPECT_EQ(out == kUntouched(), c.resultUntouched) << c.what;
         if (c.result) {   // the preview shows the unmixed picture
             Owned shown(out);

@@ -6,6 +6,7 @@
 #include "engine/dib.h"
 #include "hostapi/host_imports.h"
 #include "platform/host_ops.h"
+#include "platform/strings.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -15,7 +16,21 @@
 
 namespace {
 StandInLog g_log;
+
+// The host reports its own operations' failures for want of memory, as one
+// message; a picture it does not take is the caller's mistake and shows none.
+HGLOBAL reported(HGLOBAL result) {
+    if (!result && hostops::lastFailure() == hostops::Failure::OutOfMemory) {
+        const char* text = "Not enough memory to complete operation";
+#ifdef _WIN32
+        MessageBoxA(nullptr, text, nullptr, MB_TASKMODAL);
+#else
+        plat::messageBox(text);
+#endif
+    }
+    return result;
 }
+}  // namespace
 
 extern "C" StandInLog* StandIn_Log() { return &g_log; }
 
@@ -55,7 +70,7 @@ extern "C" std::uint16_t FLR_STDCALL BaseKit_ColorTableSize(const BITMAPINFOHEAD
 }
 extern "C" HGLOBAL FLR_STDCALL BaseKit_MixPictures(HGLOBAL first, HGLOBAL second, std::uint32_t weight) {
     ++g_log.mixes;
-    return hostops::mix(first, second, weight);
+    return reported(hostops::mix(first, second, weight));
 }
 
 // A small real palette where there is a display, so the plug-in's palette ownership is exercised.
@@ -75,13 +90,13 @@ extern "C" HPALETTE FLR_STDCALL BaseKit_Palette(HGLOBAL) {
 // ---------------------------------------------------------------- HUEKIT
 
 extern "C" HGLOBAL FLR_STDCALL HueKit_Smooth(HGLOBAL picture, std::uint32_t, std::uint32_t) {
-    return hostops::smooth(picture);
+    return reported(hostops::smooth(picture));
 }
 extern "C" HGLOBAL FLR_STDCALL HueKit_Simplify(HGLOBAL picture, std::uint32_t, std::uint32_t) {
-    return hostops::simplify(picture);
+    return reported(hostops::simplify(picture));
 }
 extern "C" HGLOBAL FLR_STDCALL HueKit_Soften(HGLOBAL picture, std::uint32_t, std::uint32_t) {
-    return hostops::soften(picture);
+    return reported(hostops::soften(picture));
 }
 
 // ---------------------------------------------------------------- PIXKIT
