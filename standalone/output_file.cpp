@@ -17,12 +17,12 @@ namespace output {
 namespace {
 
 // Names of the temporaries being written, for the signal handler. A slot is
-// free (0), being filled (1) or live (2); the handler reads live slots only,
-// and a slot's buffer is never freed, so it never reads released memory.
+// free (0), being filled (1) or live (2); the handler reads live slots only.
+// Names live in the slots themselves (untouched pages cost nothing), so the
+// handler never reads memory that is allocated or freed.
 struct Slot {
     std::atomic<int> state{0};
-    char* name = nullptr;
-    std::size_t capacity = 0;
+    char name[PATH_MAX];
 };
 constexpr int kSlots = 1100;   // more than the frames a sequence writes at once
 Slot g_slots[kSlots];
@@ -63,9 +63,9 @@ int registerName(const std::string& name) {
         int expected = 0;
         if (!g_slots[i].state.compare_exchange_strong(expected, 1)) continue;
         Slot& s = g_slots[i];
-        if (s.capacity < name.size() + 1) {
-            s.name = new char[name.size() + 1];   // an older, shorter buffer is left alone
-            s.capacity = name.size() + 1;
+        if (name.size() >= sizeof s.name) {   // too long to be a path: nothing to remove later
+            s.state.store(0, std::memory_order_release);
+            return -1;
         }
         std::memcpy(s.name, name.c_str(), name.size() + 1);
         s.state.store(2, std::memory_order_release);
