@@ -23,14 +23,22 @@ CC=clang CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo 
 mapfile -t targets < <(cd build/fuzz/tests/fuzz && make help | sed -n 's/^\.\.\. fuzz_//p')
 cmake --build build/fuzz -j"$jobs" --target flairize "${targets[@]/#/fuzz_}" >/dev/null
 seeds=build/fuzz/seeds
-[ -d "$seeds" ] || bash tests/fuzz/make_seeds.sh build/fuzz/flairize "$seeds"
+if [ ! -d "$seeds" ]; then
+  rm -rf "$seeds.new"
+  if bash tests/fuzz/make_seeds.sh build/fuzz/flairize "$seeds.new"; then
+    mv "$seeds.new" "$seeds"
+  else
+    echo "fuzz: no seeds could be made; the targets start from their regression inputs alone"
+  fi
+fi
 
 run_one() {
   local t=$1 corpus=build/fuzz/corpus/$1 crashes=build/fuzz/crashes/$1 options=()
   mkdir -p "$corpus" "$crashes"
   [ "$t" = video_convert ] && options=(-max_len=65536 -timeout=30)
   echo "== fuzz $t for $seconds s"
-  local dirs=("$corpus" "$seeds/$t")
+  local dirs=("$corpus")
+  [ -d "$seeds/$t" ] && dirs+=("$seeds/$t")
   [ -d "tests/fuzz/regressions/$t" ] && dirs+=("tests/fuzz/regressions/$t")
   # libFuzzer's own stderr tells the runs and the coverage; its summary is the last lines.
   ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 FLAIRIZE_THREADS=2 \

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 struct FuzzInput {
@@ -32,8 +34,8 @@ struct FuzzInput {
 #define FUZZ_CHECK(condition)                                                                   \
     do {                                                                                        \
         if (!(condition)) {                                                                     \
-            __builtin_printf("fuzz check failed: %s (%s:%d)\n", #condition, __FILE__, __LINE__); \
-            __builtin_abort();                                                                  \
+            std::fprintf(stderr, "fuzz check failed: %s (%s:%d)\n", #condition, __FILE__, __LINE__); \
+            std::abort();                                                                  \
         }                                                                                       \
     } while (0)
 

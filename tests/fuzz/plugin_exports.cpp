@@ -28,10 +28,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     context.setRecord(0, &records[0]);
     context.setRecord(1, &records[1]);
     context.writeAt(hostctx::kInputRecordOffset, (call & 0x80) ? inputRecord : nullptr);
+    const long live = plat::liveBlocks();
     context.source = fuzzPictureBlock(in);
     if (!context.source && (call & 0x40) == 0) return 0;   // too large; a missing picture now and then
     const SettingsRecord& r = records[context.bytes[hostctx::kSlotOffset]];
-    const long live = plat::liveBlocks();
 
     HGLOBAL out = nullptr;
     HPALETTE palette = nullptr;
