@@ -36,6 +36,7 @@ run_one() {
   local t=$1 corpus=build/fuzz/corpus/$1 crashes=build/fuzz/crashes/$1 options=()
   mkdir -p "$corpus" "$crashes"
   [ "$t" = video_convert ] && options=(-max_len=65536 -timeout=30)
+  [ "$t" = frei0r_update ] && options=(-max_len=16640 -len_control=0)   # frames up to 64 x 64 from the start
   echo "== fuzz $t for $seconds s"
   local dirs=("$corpus")
   [ -d "$seeds/$t" ] && dirs+=("$seeds/$t")
