@@ -272,10 +272,13 @@ FLAIRIZE_CLONES void smoothRow(const std::uint8_t* centre, const std::uint8_t* m
     const std::uint8_t *before2 = work.places, *before1 = before2 + bytes, *after1 = before1 + 2 * bytes,
                        *after2 = after1 + bytes;
     std::uint8_t* smoothed = alpha ? work.triples : out;
+    // The two differences before byte i, indexed from i: diff[i - 2] would
+    // wrap the unsigned index at i = 0.
+    const std::uint8_t *diffBack2 = diff - 2, *diffBack1 = diff - 1;
     for (std::size_t i = 0; i < bytes; ++i) {
         std::uint8_t largest = diff[i];
         const std::uint8_t others[4] = {
-            std::uint8_t(diff[i - 2] & before2[i]), std::uint8_t(diff[i - 1] & before1[i]),
+            std::uint8_t(diffBack2[i] & before2[i]), std::uint8_t(diffBack1[i] & before1[i]),
             std::uint8_t(diff[i + 1] & after1[i]), std::uint8_t(diff[i + 2] & after2[i])};
         for (const std::uint8_t n : others) largest = n > largest ? n : largest;
         const int share = shareOf(largest);

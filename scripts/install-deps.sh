@@ -3,7 +3,7 @@
 # Required packages must install; optional ones are reported plainly when they
 # cannot be had, and only the work that needs them is skipped later.
 #   install-deps.sh             what the main job needs: the command, the frei0r plug-ins, the man page
-#   install-deps.sh --test      also what the tests need (GoogleTest, Nettle, mingw-w64, Wine, ffmpeg, melt ...)
+#   install-deps.sh --test      also what the tests need (GoogleTest, Nettle, mingw-w64, Wine, ffmpeg, melt, clang ...)
 #   install-deps.sh --aarch64   also the aarch64 cross build and qemu
 set -u
 
@@ -23,7 +23,8 @@ if [ $tests -eq 1 ]; then
   optional+=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
              g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
              python3-pefile xvfb xauth wine wine64 wine32:i386 ffmpeg melt
-             gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-bad)
+             gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-bad
+             clang libclang-rt-dev)   # libFuzzer, for scripts/fuzz.sh
 fi
 # The aarch64 cross build runs statically linked under qemu; Nettle comes from
 # Debian's arm64 architecture.

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: the native build, the
 # same tests under AddressSanitizer and UndefinedBehaviorSanitizer, the cross
-# build for 32-bit Windows, and the engine's conformance check built for aarch64
-# and run under qemu.
+# build for 32-bit Windows, the engine's conformance check built for aarch64
+# and run under qemu, and every fuzz target for FUZZ_SECONDS (default 60) each.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -99,3 +99,14 @@ ctest --test-dir build/tsan --output-on-failure -j"$jobs" -R 'Threads|ManyInstan
 tsan_start=$SECONDS
 build/tsan/conformance --threads 4 --every 4 tests/conformance/table
 echo "conformance under ThreadSanitizer, 4 threads: $((SECONDS - tsan_start)) s"
+
+# Every fuzz target for a short while from its seeds and regression inputs
+# (six targets: FUZZ_SECONDS x 6, 6 minutes by default, and about two minutes of build).
+echo "== fuzzing with libFuzzer, ${FUZZ_SECONDS:-60} s a target"
+fuzz_status=0
+bash scripts/fuzz.sh all "${FUZZ_SECONDS:-60}" || fuzz_status=$?
+if [ $fuzz_status -eq 77 ]; then
+  echo "skipped: fuzzing (clang with libFuzzer could not be installed)"
+elif [ $fuzz_status -ne 0 ]; then
+  exit $fuzz_status
+fi
