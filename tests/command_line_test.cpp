@@ -381,6 +381,25 @@ TEST(CommandLine, VideoFramesAreRendersAtTheirTiming) {
     EXPECT_NE(bad.err.find("novideo.mkv: "), std::string::npos) << bad.err;
     EXPECT_EQ(std::count(bad.err.begin(), bad.err.end(), '\n'), 1) << bad.err;
     EXPECT_EQ(command("video " + dir() + "/video-rgb/src.mkv " + dir() + "/never.mkv --codec none-such").status, 2);
+
+    // Out of memory at allocations spread over the frames (Glass allocates most,
+    // three threads keep frames in flight): exit 1, one message, the partial output removed.
+    int failures = 0;
+    for (long n = 1, step = 1;; n += step, step += step / 2 + 1) {
+        const CommandRun r = command("video " + dir() + "/video-rgb/src.mkv " + dir() + "/never.mkv --effect glass --threads 3",
+                                     "FLAIRIZE_FAIL_ALLOCATION=" + std::to_string(n) + " ");
+        if (r.status == 0) {
+            std::remove((dir() + "/never.mkv").c_str());
+            break;
+        }
+        ++failures;
+        EXPECT_EQ(r.status, 1) << n;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_NE(r.err.find(": Not enough memory to complete operation\n"), std::string::npos) << r.err;
+        EXPECT_EQ(sh("ls " + dir() + " | grep -q '^never'"), 256) << "a partial output is left after allocation " << n;
+        ASSERT_LT(n, 2000);
+    }
+    EXPECT_GE(failures, 5);
     EXPECT_EQ(sh("ls " + dir() + " | grep -q '^never'"), 256) << "a partial output is left";
 }
 
