@@ -70,8 +70,6 @@ inline ColourSum columnSum(const Rows& src, unsigned x, unsigned y0, unsigned y1
     return s;
 }
 
-// Mean of a block of n pixels; the full block's constant divisor compiles to a multiplication.
-inline unsigned blockMean(unsigned sum, unsigned n) { return n == 9 ? sum / 9 : sum / n; }
 
 struct Colour {
     std::uint8_t b, g, r;

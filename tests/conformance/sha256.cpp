@@ -1,10 +1,21 @@
 #include "tests/conformance/sha256.h"
 
-#ifdef _WIN32
+#if defined(_WIN32)
 #include <windows.h>
 #include <bcrypt.h>
+#elif defined(__EMSCRIPTEN__)
+#include <emscripten/emscripten.h>
 #else
 #include <nettle/sha2.h>
+#endif
+
+#ifdef __EMSCRIPTEN__
+// Node's crypto module (the check runs under Node).
+EM_JS(void, nodeSha256, (const void* data, std::size_t size, unsigned char* digest), {
+    const hash = require('crypto').createHash('sha256');
+    hash.update(HEAPU8.subarray(data, data + size));
+    HEAPU8.set(hash.digest(), digest);
+});
 #endif
 
 namespace conformance {
@@ -22,6 +33,8 @@ std::string sha256Hex(const void* data, std::size_t size) {
     BCryptHashData(hash, static_cast<PUCHAR>(const_cast<void*>(data)), ULONG(size), 0);
     BCryptFinishHash(hash, digest, sizeof digest, 0);
     BCryptDestroyHash(hash);
+#elif defined(__EMSCRIPTEN__)
+    nodeSha256(data, size, digest);
 #else
     sha256_ctx context;
     sha256_init(&context);

@@ -1,0 +1,139 @@
+// The engine's entry points for JavaScript (the web editor and its tests),
+// compiled to WebAssembly. Pictures cross as packed rows, top first, 3 bytes a
+// pixel (blue, green, red) or 4 (with the mask); the render goes through a
+// packed DIB exactly as `flairize render` does, so the bytes are the command's.
+#include <emscripten/emscripten.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "editor/editor_logic.h"
+#include "engine/dib.h"
+#include "engine/flairize.h"
+#include "platform/global_memory.h"
+#include "platform/host_ops.h"
+#include "platform/strings.h"
+#include "resources/string_ids.h"
+
+namespace {
+
+std::string quoted(const std::string& s) {
+    std::string out = "\"";
+    for (char c : s) {
+        if (c == '"' || c == '\\') out += '\\';
+        out += c;
+    }
+    return out + "\"";
+}
+
+std::string lastMessage;
+
+}  // namespace
+
+extern "C" {
+
+// Everything the page shows of the effects, as JSON: every effect by index,
+// the dialog's list order of the offered ones, and the direction names.
+EMSCRIPTEN_KEEPALIVE const char* fz_catalog() {
+    static std::string json;
+    if (!json.empty()) return json.c_str();
+    json = "{\"effects\":[";
+    for (unsigned e = 0; e < flairize::effectCount(); ++e) {
+        json += e ? "," : "";
+        json += "{\"index\":" + std::to_string(e) + ",\"name\":" + quoted(flairize::effectName(e)) +
+                ",\"slug\":" + quoted(flairize::effectSlug(e)) +
+                ",\"offered\":" + (flairize::effectOffered(e) ? "true" : "false") +
+                ",\"fadesIn\":" + (flairize::effectFadesIn(e) ? "true" : "false") +
+                ",\"usesColour\":" + (flairize::effectUsesColour(e) ? "true" : "false") + ",\"labels\":[";
+        for (int k = 0; k < 3; ++k) json += (k ? "," : "") + quoted(flairize::sliderLabel(e, k));
+        json += "],\"defaults\":[";
+        for (int k = 0; k < 3; ++k) json += (k ? "," : "") + std::to_string(flairize::sliderDefault(e, k));
+        json += "]}";
+    }
+    json += "],\"list\":[";
+    bool first = true;
+    for (const editor::ListItem& item : editor::effectList()) {
+        json += (first ? "" : ",") + std::to_string(item.effect);
+        first = false;
+    }
+    json += "],\"directions\":[";
+    for (unsigned d = 0; d < 4; ++d) json += (d ? "," : "") + quoted(plat::loadString(ids::kFirstDirection + d));
+    json += "],\"defaultEffect\":" + std::to_string(kDefaultEffect) + "}";
+    return json.c_str();
+}
+
+// Renders the picture at `source` (width x height, bytesPerPixel 3 or 4) into
+// `output` (the same size and depth) with the frame render's progress mix.
+// 0: done; otherwise the output is untouched and fz_message() says why.
+EMSCRIPTEN_KEEPALIVE int fz_render(const std::uint8_t* source, int width, int height, int bytesPerPixel, int effect,
+                                   int p1, int p2, int p3, std::uint32_t colour, std::uint32_t progress,
+                                   std::uint8_t* output) {
+    lastMessage.clear();
+    if (width < 1 || height < 1 || width > 32767 || height > 32767 || (bytesPerPixel != 3 && bytesPerPixel != 4) ||
+        effect < 0 || unsigned(effect) >= flairize::effectCount()) {
+        lastMessage = "the picture or the effect is not one the engine serves";
+        return 1;
+    }
+    const unsigned bits = unsigned(bytesPerPixel) * 8;
+    HGLOBAL picture = dib::create(width, height, bits);
+    if (!picture) {
+        lastMessage = plat::loadString(ids::kNoMemory);
+        return 2;
+    }
+    const std::size_t row = std::size_t(width) * unsigned(bytesPerPixel);
+    const std::uint64_t stride = dib::paddedStride(std::uint64_t(width), bits);
+    auto* block = static_cast<std::uint8_t*>(plat::globalLock(picture));
+    std::uint8_t* pixels = block + sizeof(BITMAPINFOHEADER);
+    for (int y = 0; y < height; ++y)
+        std::memcpy(pixels + std::size_t(height - 1 - y) * stride, source + std::size_t(y) * row, row);
+    plat::globalUnlock(picture);
+
+    flairize::Settings settings;
+    settings.effect = std::uint16_t(effect);
+    const int p[3] = {p1, p2, p3};
+    for (int k = 0; k < 3; ++k) settings.sliders[k] = std::uint16_t(p[k] < 0 ? 0 : p[k] > 65535 ? 65535 : p[k]);
+    settings.colour = colour;
+    settings.progress = progress;
+    const flairize::Result r = flairize::render(hostops::services(), picture, settings, flairize::Mix::Always);
+    plat::globalFree(picture);
+    if (r.status != flairize::Status::Ok || !r.picture) {
+        if (r.picture) plat::globalFree(r.picture);
+        lastMessage = r.messageId ? plat::loadString(r.messageId) : "the picture cannot be rendered";
+        return 3;
+    }
+    const auto* out = static_cast<const std::uint8_t*>(plat::globalLock(r.picture));
+    const std::uint8_t* outPixels = out + sizeof(BITMAPINFOHEADER);
+    for (int y = 0; y < height; ++y)
+        std::memcpy(output + std::size_t(y) * row, outPixels + std::size_t(height - 1 - y) * stride, row);
+    plat::globalUnlock(r.picture);
+    plat::globalFree(r.picture);
+    return 0;
+}
+
+EMSCRIPTEN_KEEPALIVE const char* fz_message() { return lastMessage.c_str(); }
+
+// The progress of frame `frame` of `frames` at a speed and direction, as
+// `flairize timing` prints it.
+EMSCRIPTEN_KEEPALIVE std::uint32_t fz_frame_progress(std::uint32_t frame, std::uint32_t frames, int speed,
+                                                     std::uint32_t direction) {
+    return flairize::frameProgress(flairize::sequencePosition(frame, frames), static_cast<std::int8_t>(speed),
+                                   direction);
+}
+EMSCRIPTEN_KEEPALIVE std::uint32_t fz_position_progress(std::uint32_t position, int speed, std::uint32_t direction) {
+    return flairize::frameProgress(position, static_cast<std::int8_t>(speed), direction);
+}
+
+// The 20-byte settings block of a .flr file.
+EMSCRIPTEN_KEEPALIVE void fz_settings_block(int effect, int p1, int p2, int p3, std::uint32_t direction,
+                                            std::uint32_t colour, std::uint32_t progress, std::uint8_t* block) {
+    SettingsRecord r = flairize::newSettingsRecord();
+    r.effect = std::uint16_t(effect);
+    r.param1 = std::uint16_t(p1), r.param2 = std::uint16_t(p2), r.param3 = std::uint16_t(p3);
+    r.direction = direction;
+    r.colour = colour;
+    r.progress = progress;
+    flairize::encodeSettingsBlock(r, block);
+}
+
+}  // extern "C"
