@@ -250,7 +250,15 @@ async function downloadBy(buttonId, expectedName) {
   await cdp.send('Browser.setDownloadBehavior', { behavior: 'allow', downloadPath: dir });
   await page.click('#' + buttonId);
   const file = path.join(dir, expectedName);
-  for (let i = 0; i < 600 && !fs.existsSync(file); ++i) await new Promise((r) => setTimeout(r, 50));
+  // Done when the file is there, not empty, no partial download is left and its size holds.
+  const size = () => (fs.existsSync(file) ? fs.statSync(file).size : 0);
+  for (let i = 0, last = -1; i < 600; ++i) {
+    const partial = fs.readdirSync(dir).some((f) => f.endsWith('.crdownload'));
+    const now = size();
+    if (now > 0 && !partial && now === last) break;
+    last = now;
+    await new Promise((r) => setTimeout(r, 50));
+  }
   if (!fs.existsSync(file)) throw new Error('no download ' + expectedName + ' (found: ' + fs.readdirSync(dir).join(', ') + ')');
   return file;
 }
@@ -278,9 +286,20 @@ if (bench) {
 const failures = [];
 const fail = (text) => { failures.push(text); console.log('FAIL: ' + text); };
 
-const rgbFile = writePicture('scene.png', 203, 121, 3);
-const rgbaFile = writePicture('scene-alpha.png', 157, 99, 4);
-writePicture('large.png', 1700, 1000, 3);
+// Widths of a multiple of 16 for ffmpeg 5.1's frei0r frames (see the README), heights odd.
+const rgbFile = writePicture('scene.png', 208, 121, 3);
+const rgbaFile = writePicture('scene-alpha.png', 160, 99, 4);
+writePicture('large.png', 1712, 1001, 3);
+
+// The frei0r plug-ins beside the command, and ffmpeg to run them.
+let frei0r = path.join(path.dirname(flairize), 'frei0r-1');
+let ffmpegChecked = 0;
+try {
+  execFileSync('ffmpeg', ['-version'], { stdio: 'ignore' });
+  if (!fs.existsSync(frei0r)) throw new Error();
+} catch {
+  frei0r = null;
+}
 
 // The effect table as the command prints it: offered effects, labels, defaults.
 const table = run(['list', '--tsv']).trim().split('\n').map((l) => l.split('\t'))
@@ -426,6 +445,20 @@ for (const [n, c] of cases.entries()) {
       d = difference('command line', readBmp(words[3]), want);
       if (d) fail(`${label}: ${d}`);
     }
+    // The ffmpeg line through the frei0r plug-ins, given BGRA frames so that they are the engine's pictures.
+    const filter = (await page.$eval('#cmd-ffmpeg', (el) => el.textContent)).match(/-vf "([^"]+)"/);
+    if (!filter) fail(`${label}: no filter in the ffmpeg line`);
+    else if (frei0r && s.picture.width % 16 === 0) {
+      const raw = path.join(dir, 'ffmpeg.raw');
+      execFileSync('ffmpeg', ['-v', 'error', '-y', '-i', input, '-vf', 'format=bgra,' + filter[1], '-pix_fmt', 'bgra',
+                              '-f', 'rawvideo', raw], { env: { ...process.env, FREI0R_PATH: frei0r }, stdio: 'pipe' });
+      const bgra = fs.readFileSync(raw);
+      const pixels = Buffer.alloc(want.pixels.length);
+      for (let i = 0, o = 0; o < pixels.length; i += 4, o += want.bpp) bgra.copy(pixels, o, i, i + want.bpp);
+      d = difference('ffmpeg frei0r', { ...want, pixels }, want);
+      if (d) fail(`${label}: ${d}`);
+      ++ffmpegChecked;
+    }
     console.log(`${failures.length > before ? "" : "ok  "}${label}: ${s.name} ${s.sliders} colour ${s.colour} progress ${s.progress}`);
 
     if (shotsDir && n === 3) {
@@ -449,6 +482,8 @@ if (!video.includes('--direction ' + directions[videoState.direction]) || !video
 }
 
 for (const e of pageErrors) fail('page: ' + e);
+console.log(frei0r ? `ffmpeg command lines checked through the frei0r plug-ins: ${ffmpegChecked}`
+                   : 'ffmpeg command lines not run: no ffmpeg or no frei0r-1 folder beside ' + flairize);
 await browser.close();
 server.close();
 console.log(failures.length ? `${failures.length} difference(s)` : `all ${cases.length} cases equal to flairize render`);
