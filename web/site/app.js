@@ -325,19 +325,29 @@
     $('cmd-melt').textContent = melt.join(' ');
   }
 
-  // Progress over the clip's frames as flairize video times them; frames on a
-  // straight line between their neighbours are left to melt's interpolation.
+  // Progress keyframed over the clip. Forward at speed 0 is the straight line
+  // from 0 to 1 (melt rounds where flairize video's timing truncates, at most
+  // one step of 16384 apart); other timings get the frames of flairize video,
+  // leaving out each frame melt's straight-line interpolation already hits.
   function meltKeyframes() {
     const frames = Math.max(2, Math.min(100000, parseInt($('frames').value, 10) || 50));
     if (settings.direction === 2 && settings.speed === 0) return '0=0;' + (frames - 1) + '=1';
     const p = [];
     for (let i = 0; i < frames; ++i) p.push(engine._fz_frame_progress(i, frames, settings.speed, settings.direction) >>> 0);
-    const keys = [];
-    for (let i = 0; i < frames; ++i) {
-      const straight = i > 0 && i < frames - 1 && p[i] - p[i - 1] === p[i + 1] - p[i];
-      if (!straight) keys.push(i + '=' + fraction(p[i], 16384));
+    const text = p.map((v) => fraction(v, 16384));
+    const value = text.map(Number);
+    const straight = (a, b) => {
+      for (let f = a + 1; f < b; ++f) {
+        if (Math.round((value[a] + ((value[b] - value[a]) * (f - a)) / (b - a)) * 16384) !== p[f]) return false;
+      }
+      return true;
+    };
+    const keys = [0];
+    for (let a = 0, b = 1; b < frames; a = b, b = a + 1) {
+      while (b + 1 < frames && straight(a, b + 1)) ++b;
+      keys.push(b);
     }
-    return keys.join(';');
+    return keys.map((i) => i + '=' + text[i]).join(';');
   }
 
   // --- downloads ------------------------------------------------------------
