@@ -217,14 +217,27 @@ async function waitIdle(timeout = 120000) {
                              { timeout, polling: 50 });
 }
 
-async function openFile(file) {
-  const input = await page.$('#file');
-  await input.uploadFile(file);
-  const name = path.basename(file);
-  await page.waitForFunction((n) => {
+// Opens a picture of WORKDIR by the file input, a drop on the preview or a paste.
+async function openPicture(how, name) {
+  const opened = await page.evaluate(() => window.flairizeEditor.state().opened);
+  if (how === 'file') {
+    await (await page.$('#file')).uploadFile(path.join(workDir, name));
+  } else {
+    await page.evaluate(async (how, n) => {
+      const blob = await (await fetch('/picture/' + n)).blob();
+      const data = new DataTransfer();
+      data.items.add(new File([blob], n, { type: 'image/png' }));
+      if (how === 'drop') {
+        document.getElementById('stage').dispatchEvent(new DragEvent('drop', { dataTransfer: data, bubbles: true, cancelable: true }));
+      } else {
+        document.dispatchEvent(new ClipboardEvent('paste', { clipboardData: data, bubbles: true }));
+      }
+    }, how, name);
+  }
+  await page.waitForFunction((was, n) => {
     const s = window.flairizeEditor.state();
-    return s.picture && s.picture.name === n;
-  }, { timeout: 60000 }, name);
+    return s.opened > was && s.picture.name === n;
+  }, { timeout: 60000 }, opened, name);
   await waitIdle();
 }
 
@@ -268,7 +281,7 @@ async function downloadBy(buttonId, expectedName) {
 if (bench) {
   const file = writePicture('bench-1280x720.png', 1280, 720, 3);
   await openPage();
-  await openFile(file);
+  await openPicture('file', path.basename(file));
   const r = await page.evaluate(() => window.flairizeEditor.benchmark(3));
   console.log(`Render time per offered effect, ${r.width}x${r.height} ${r.bpp * 8}-bit, defaults, full progress,`);
   console.log('in the page\'s worker (headless Chromium ' + (await browser.version()).replace(/^\D+/, '') + '), best of 3:');
@@ -343,6 +356,8 @@ const cases = [
   { title: 'alpha: an effect that moves the alpha', effect: 'Glass' },
   { title: 'alpha: colour effect', effect: 'Rain', sliders: [90, 10], colour: '#ff0080', frame: 2 },
   { title: 'alpha: fades in, quick changes, latest wins', effect: 'Motion Blur', burst: true },
+  { title: 'dropped, 24-bit', open: rgbFile, by: 'drop', effect: 'Solarize', frame: 3 },
+  { title: 'pasted, 32-bit', open: rgbaFile, by: 'paste', effect: 'Reflection', sliders: [77] },
   { title: 'large picture from ?picture=, reduced first', url: '?picture=/picture/large.png', effect: 'Mosaic',
     large: true },
 ];
@@ -355,7 +370,7 @@ for (const [n, c] of cases.entries()) {
       await openPage(c.url);
       await page.waitForFunction(() => window.flairizeEditor.state().picture, { timeout: 60000 });
     }
-    if (c.open) await openFile(c.open);
+    if (c.open) await openPicture(c.by || 'file', path.basename(c.open));
     if (c.effect) {
       await chooseEffect(c.effect);
       const s = await page.evaluate(() => window.flairizeEditor.state());

@@ -19,6 +19,8 @@
   let inFlight = null;    // the render request the worker is working on
   let shownVersion = -1;  // the version of the preview on screen
   let fullDone = null;    // the newest full-size result
+  let failedVersion = -1; // the version the engine refused (not asked again)
+  let pictureGen = 0;     // which picture the worker holds
   let smallDoneVersion = -1;
   let fullTimer = 0;
   let decoding = false;
@@ -156,6 +158,7 @@
       bitmap.close();
 
       picture = { name, width, height, bpp, pixels, small, palette: !!(png && png.palette) };
+      ++pictureGen;
       const full = { width, height, bpp, pixels: pixels.slice().buffer };
       const smallCopy = small && { ...small, pixels: small.pixels.slice().buffer };
       worker.postMessage({ type: 'picture', full, small: smallCopy },
@@ -178,14 +181,14 @@
   // --- rendering ----------------------------------------------------------
 
   function send(size) {
-    inFlight = { seq: ++requestSeq, version, size };
+    inFlight = { seq: ++requestSeq, version, size, picture: pictureGen };
     worker.postMessage({ type: 'render', seq: inFlight.seq, size, settings: renderSettings() });
   }
 
   function schedule() {
     clearTimeout(fullTimer);
     if (!picture || !engine || inFlight) return updateBusy();
-    if (fullDone && fullDone.version === version) return updateBusy();
+    if ((fullDone && fullDone.version === version) || failedVersion === version) return updateBusy();
     if (picture.small && smallDoneVersion !== version) send('small');
     else if (picture.small) {
       const v = version;
@@ -222,7 +225,8 @@
     if ((msg.type === 'result' || msg.type === 'error') && inFlight && msg.seq === inFlight.seq) {
       const done = inFlight;
       inFlight = null;
-      if (msg.type === 'result') {
+      if (msg.type === 'error') failedVersion = done.version;
+      if (msg.type === 'result' && done.picture === pictureGen) {
         // The newest result goes on screen (a full-size one replaces a reduced one of the same settings).
         if (done.version >= shownVersion) { show(msg); shownVersion = done.version; }
         if (done.size === 'small') smallDoneVersion = done.version;
@@ -244,7 +248,8 @@
   }
 
   function updateBusy() {
-    const idle = !!engine && !decoding && !inFlight && (!picture || (fullDone && fullDone.version === version));
+    const idle = !!engine && !decoding && !inFlight &&
+      (!picture || failedVersion === version || (fullDone && fullDone.version === version));
     document.body.dataset.busy = idle ? 'false' : 'true';
     const ready = idle && !!picture;
     $('save-png').disabled = !ready;
@@ -433,6 +438,7 @@
                  colour: settings.colour.slice(1), colourRef: colourRef(settings.colour),
                  direction: settings.direction, speed: settings.speed, position: settings.position,
                  progress: progressOf(settings),
+                 opened: pictureGen,
                  picture: picture && { name: picture.name, width: picture.width, height: picture.height,
                                        bpp: picture.bpp, reduced: picture.small &&
                                          { width: picture.small.width, height: picture.small.height } } };
@@ -491,10 +497,11 @@
       const f = ev.target.files[0];
       if (f) openBlob(f, f.name);
     });
+    // A picture dropped anywhere on the page opens (rather than the browser navigating to it).
     const stage = $('stage');
-    stage.addEventListener('dragover', (ev) => { ev.preventDefault(); stage.classList.add('drop'); });
-    stage.addEventListener('dragleave', () => stage.classList.remove('drop'));
-    stage.addEventListener('drop', (ev) => {
+    document.addEventListener('dragover', (ev) => { ev.preventDefault(); stage.classList.add('drop'); });
+    document.addEventListener('dragleave', (ev) => { if (!ev.relatedTarget) stage.classList.remove('drop'); });
+    document.addEventListener('drop', (ev) => {
       ev.preventDefault();
       stage.classList.remove('drop');
       const f = ev.dataTransfer.files[0];
@@ -502,7 +509,9 @@
     });
     document.addEventListener('paste', (ev) => {
       const item = [...ev.clipboardData.items].find((i) => i.kind === 'file' && i.type.startsWith('image/'));
-      if (item) openBlob(item.getAsFile(), 'pasted.png');
+      if (!item) return;
+      const file = item.getAsFile();
+      openBlob(file, file.name || 'pasted.png');
     });
 
     $('split').addEventListener('input', (ev) => {
