@@ -303,6 +303,9 @@ const fail = (text) => { failures.push(text); console.log('FAIL: ' + text); };
 const rgbFile = writePicture('scene.png', 208, 121, 3);
 const rgbaFile = writePicture('scene-alpha.png', 160, 99, 4);
 writePicture('large.png', 1712, 1001, 3);
+// A BMP and a lossless WebP with alpha, written by the command from effect renders of those.
+run(['render', rgbFile, 'scene.bmp', '--effect', 'tiles']);
+run(['render', rgbaFile, 'scene-alpha.webp', '--effect', 'charcoal']);
 
 // The frei0r plug-ins beside the command, and ffmpeg to run them.
 let frei0r = path.join(path.dirname(flairize), 'frei0r-1');
@@ -358,6 +361,9 @@ const cases = [
   { title: 'alpha: fades in, quick changes, latest wins', effect: 'Motion Blur', burst: true },
   { title: 'dropped, 24-bit', open: rgbFile, by: 'drop', effect: 'Solarize', frame: 3 },
   { title: 'pasted, 32-bit', open: rgbaFile, by: 'paste', effect: 'Reflection', sliders: [77] },
+  { title: 'a BMP', open: path.join(workDir, 'scene.bmp'), effect: 'Stamp', colour: '#3399ff' },
+  { title: 'a lossless WebP with alpha', open: path.join(workDir, 'scene-alpha.webp'), effect: 'Center Blur',
+    sliders: [200] },
   { title: 'large picture from ?picture=, reduced first', url: '?picture=/picture/large.png', effect: 'Mosaic',
     large: true },
 ];

@@ -274,6 +274,7 @@
     $('speed').value = String(settings.speed);
     $('position').value = String(settings.position);
     $('progress-value').textContent = 'progress ' + progressOf(settings);
+    $('position').setAttribute('aria-valuetext', settings.position + ' of 16384, progress ' + progressOf(settings));
   }
 
   // --- command lines --------------------------------------------------------
