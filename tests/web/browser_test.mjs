@@ -1,0 +1,511 @@
+#!/usr/bin/env node
+// Drives the web editor in headless Chromium and checks that the pictures it
+// makes are byte for byte those of `flairize render` with the same settings,
+// and that its settings download and its render command line reproduce them.
+//
+//   node tests/web/browser_test.mjs SITE_DIR FLAIRIZE_BIN WORKDIR [--bench] [--screenshots DIR]
+//
+// --bench prints the render time of every offered effect on a 1280x720 picture,
+// measured inside the page's worker, instead of checking. --screenshots DIR
+// also saves pictures of the page there. Exit 0: all equal; 1: a difference;
+// 77: Chromium or puppeteer-core is missing.
+import { execFileSync } from 'node:child_process';
+import fs from 'node:fs';
+import http from 'node:http';
+import path from 'node:path';
+import zlib from 'node:zlib';
+
+const CHROMIUM = process.env.CHROMIUM || '/usr/bin/chromium';
+
+const args = process.argv.slice(2);
+const bench = args.includes('--bench');
+const shotsAt = args.indexOf('--screenshots');
+const shotsDir = shotsAt >= 0 ? path.resolve(args[shotsAt + 1]) : null;
+const positional = args.filter((a, i) => !a.startsWith('--') && (shotsAt < 0 || i !== shotsAt + 1));
+if (positional.length !== 3) {
+  console.error('usage: browser_test.mjs SITE_DIR FLAIRIZE_BIN WORKDIR [--bench] [--screenshots DIR]');
+  process.exit(2);
+}
+const [siteDir, flairize, workDir] = positional.map((p) => path.resolve(p));
+
+if (!fs.existsSync(CHROMIUM)) {
+  console.log('SKIP: no Chromium at ' + CHROMIUM + ' (Debian package chromium)');
+  process.exit(77);
+}
+let puppeteer;
+try {
+  puppeteer = (await import('puppeteer-core')).default;
+} catch {
+  console.log('SKIP: puppeteer-core is not installed (npm ci in tests/web)');
+  process.exit(77);
+}
+for (const f of [path.join(siteDir, 'index.html'), path.join(siteDir, 'flairize-engine.js'), flairize]) {
+  if (!fs.existsSync(f)) {
+    console.error('missing: ' + f);
+    process.exit(2);
+  }
+}
+fs.rmSync(workDir, { recursive: true, force: true });
+fs.mkdirSync(workDir, { recursive: true });
+
+// --- test pictures ----------------------------------------------------------
+
+function png(width, height, channels, pixel) {
+  const raw = Buffer.alloc((width * channels + 1) * height);
+  for (let y = 0, o = 0; y < height; ++y) {
+    raw[o++] = 0;
+    for (let x = 0; x < width; ++x) for (const v of pixel(x, y).slice(0, channels)) raw[o++] = v;
+  }
+  const chunk = (type, data) => {
+    const head = Buffer.alloc(8);
+    head.writeUInt32BE(data.length);
+    head.write(type, 4, 'latin1');
+    const crc = Buffer.alloc(4);
+    crc.writeUInt32BE(zlib.crc32(Buffer.concat([head.subarray(4), data])));
+    return Buffer.concat([head, data, crc]);
+  };
+  const ihdr = Buffer.alloc(13);
+  ihdr.writeUInt32BE(width);
+  ihdr.writeUInt32BE(height, 4);
+  ihdr[8] = 8;
+  ihdr[9] = channels === 4 ? 6 : 2;
+  return Buffer.concat([Buffer.from([137, 80, 78, 71, 13, 10, 26, 10]), chunk('IHDR', ihdr),
+                        chunk('IDAT', zlib.deflateSync(raw)), chunk('IEND', Buffer.alloc(0))]);
+}
+
+// Gradients, a disc and noise, so that edges, blurs and tones all have work.
+// Alpha: 0 on the left quarter (with colours the effect must keep), noise in
+// the middle, 255 on the right.
+function scene(width, height) {
+  return (x, y) => {
+    let h = (Math.imul(x + 1, 73856093) ^ Math.imul(y + 1, 19349663)) >>> 0;
+    h = Math.imul(h ^ (h >>> 15), 2246822519) >>> 0;
+    const inDisc = (x - width / 2) ** 2 + (y - height / 2) ** 2 < (Math.min(width, height) / 3) ** 2;
+    const r = Math.round((x * 255) / Math.max(1, width - 1));
+    const g = inDisc ? 255 - Math.round((y * 255) / Math.max(1, height - 1)) : Math.round((y * 255) / Math.max(1, height - 1));
+    const b = inDisc ? 40 : (h & 255);
+    const a = x < width / 4 ? 0 : x < width / 2 ? (h >>> 8) & 255 : 255;
+    return [r, g, b, a];
+  };
+}
+
+function writePicture(name, width, height, channels) {
+  const file = path.join(workDir, name);
+  fs.writeFileSync(file, png(width, height, channels, scene(width, height)));
+  return file;
+}
+
+// --- reading results -------------------------------------------------------
+
+// A BMP's pixels as packed rows, top first, and its bits per pixel.
+function readBmp(file) {
+  const b = fs.readFileSync(file);
+  const offset = b.readUInt32LE(10);
+  const width = b.readInt32LE(18);
+  const rawHeight = b.readInt32LE(22);
+  const bits = b.readUInt16LE(28);
+  const height = Math.abs(rawHeight);
+  const bpp = bits / 8;
+  const stride = Math.ceil((width * bits) / 32) * 4;
+  const out = Buffer.alloc(width * height * bpp);
+  for (let y = 0; y < height; ++y) {
+    const from = offset + (rawHeight > 0 ? height - 1 - y : y) * stride;
+    b.copy(out, y * width * bpp, from, from + width * bpp);
+  }
+  return { width, height, bpp, pixels: out };
+}
+
+// The page's PNG download: every chunk's CRC checked, the image data inflated
+// by zlib, every row filter 0, turned into B,G,R(,A).
+function readPagePng(file) {
+  const b = fs.readFileSync(file);
+  const idat = [];
+  let width = 0, height = 0, colourType = -1;
+  for (let at = 8; at < b.length;) {
+    const length = b.readUInt32BE(at);
+    const type = b.toString('latin1', at + 4, at + 8);
+    const data = b.subarray(at + 8, at + 8 + length);
+    if (zlib.crc32(b.subarray(at + 4, at + 8 + length)) !== b.readUInt32BE(at + 8 + length)) {
+      throw new Error(type + ' chunk CRC is wrong');
+    }
+    if (type === 'IHDR') [width, height, colourType] = [data.readUInt32BE(0), data.readUInt32BE(4), data[9]];
+    if (type === 'IDAT') idat.push(data);
+    at += 12 + length;
+  }
+  const bpp = colourType === 6 ? 4 : 3;
+  const raw = zlib.inflateSync(Buffer.concat(idat));
+  const out = Buffer.alloc(width * height * bpp);
+  for (let y = 0; y < height; ++y) {
+    const row = y * (width * bpp + 1);
+    if (raw[row] !== 0) throw new Error('row ' + y + ' has filter ' + raw[row]);
+    for (let x = 0; x < width * bpp; x += bpp) {
+      const o = y * width * bpp + x;
+      out[o] = raw[row + 1 + x + 2];
+      out[o + 1] = raw[row + 1 + x + 1];
+      out[o + 2] = raw[row + 1 + x];
+      if (bpp === 4) out[o + 3] = raw[row + 1 + x + 3];
+    }
+  }
+  return { width, height, bpp, pixels: out };
+}
+
+function run(argv, cwd = workDir) {
+  return execFileSync(flairize, argv, { cwd, stdio: ['ignore', 'pipe', 'pipe'] }).toString();
+}
+
+// A shell command line split into words (plain words and '…' quoting).
+function shellWords(line) {
+  const words = [];
+  const re = /'((?:[^']|'\\'')*)'|(\S+)/g;
+  for (let m; (m = re.exec(line));) words.push(m[1] !== undefined ? m[1].replace(/'\\''/g, "'") : m[2]);
+  return words;
+}
+
+// '' when equal, otherwise where and how they differ.
+function difference(what, got, want) {
+  if (got.width !== want.width || got.height !== want.height || got.bpp !== want.bpp) {
+    return `${what}: ${got.width}x${got.height}x${got.bpp} where ${want.width}x${want.height}x${want.bpp} was expected`;
+  }
+  if (Buffer.compare(got.pixels, want.pixels) === 0) return '';
+  let count = 0, first = -1;
+  for (let i = 0; i < want.pixels.length; ++i) {
+    if (got.pixels[i] !== want.pixels[i]) { ++count; if (first < 0) first = i; }
+  }
+  const px = Math.floor(first / want.bpp);
+  return `${what}: ${count} bytes differ, first at pixel (${px % want.width}, ${Math.floor(px / want.width)}) ` +
+    `byte ${first % want.bpp}: ${got.pixels[first]} where ${want.pixels[first]} was expected`;
+}
+
+// --- the site ----------------------------------------------------------------
+
+const types = { '.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.png': 'image/png',
+                '.wasm': 'application/wasm', '.json': 'application/json' };
+const server = http.createServer((req, res) => {
+  const url = new URL(req.url, 'http://x');
+  let file;
+  if (url.pathname.startsWith('/picture/')) file = path.join(workDir, path.basename(decodeURIComponent(url.pathname)));
+  else file = path.join(siteDir, path.normalize(decodeURIComponent(url.pathname)).replace(/^([/\\])+/, '') || 'index.html');
+  if (file.endsWith(path.sep)) file = path.join(file, 'index.html');
+  fs.readFile(file, (err, data) => {
+    if (err) { res.writeHead(404); res.end('not found'); return; }
+    res.writeHead(200, { 'Content-Type': types[path.extname(file)] || 'application/octet-stream' });
+    res.end(data);
+  });
+});
+await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
+const origin = 'http://127.0.0.1:' + server.address().port + '/';
+
+const browser = await puppeteer.launch({
+  executablePath: CHROMIUM,
+  headless: true,
+  args: ['--no-sandbox', '--enable-unsafe-swiftshader', '--use-angle=swiftshader'],
+});
+const page = await browser.newPage();
+await page.setViewport({ width: 1280, height: 960 });
+const pageErrors = [];
+page.on('pageerror', (err) => pageErrors.push(String(err)));
+page.on('console', (msg) => { if (msg.type() === 'error') pageErrors.push(msg.text()); });
+const cdp = await page.createCDPSession();
+
+async function openPage(query = '') {
+  await page.goto(origin + query, { waitUntil: 'load' });
+  await page.waitForFunction(() => window.flairizeEditor && document.body.dataset.busy === 'false', { timeout: 60000 });
+}
+
+async function waitIdle(timeout = 120000) {
+  await page.waitForFunction(() => document.body.dataset.busy === 'false' && window.flairizeEditor.lastResult() !== null,
+                             { timeout, polling: 50 });
+}
+
+// Opens a picture of WORKDIR by the file input, a drop on the preview or a paste.
+async function openPicture(how, name) {
+  const opened = await page.evaluate(() => window.flairizeEditor.state().opened);
+  if (how === 'file') {
+    await (await page.$('#file')).uploadFile(path.join(workDir, name));
+  } else {
+    await page.evaluate(async (how, n) => {
+      const blob = await (await fetch('/picture/' + n)).blob();
+      const data = new DataTransfer();
+      data.items.add(new File([blob], n, { type: 'image/png' }));
+      if (how === 'drop') {
+        document.getElementById('stage').dispatchEvent(new DragEvent('drop', { dataTransfer: data, bubbles: true, cancelable: true }));
+      } else {
+        document.dispatchEvent(new ClipboardEvent('paste', { clipboardData: data, bubbles: true }));
+      }
+    }, how, name);
+  }
+  await page.waitForFunction((was, n) => {
+    const s = window.flairizeEditor.state();
+    return s.opened > was && s.picture.name === n;
+  }, { timeout: 60000 }, opened, name);
+  await waitIdle();
+}
+
+// Sets a control's value as a person would leave it, with its input and change events.
+async function setControl(id, value) {
+  await page.$eval('#' + id, (el, v) => {
+    el.value = String(v);
+    el.dispatchEvent(new Event('input', { bubbles: true }));
+    el.dispatchEvent(new Event('change', { bubbles: true }));
+  }, value);
+}
+
+async function chooseEffect(name) {
+  const value = await page.$$eval('#effect option', (opts, n) => (opts.find((o) => o.textContent === n) || {}).value, name);
+  if (value === undefined) throw new Error('no effect ' + name + ' in the list');
+  await page.select('#effect', value);
+}
+
+let downloadCount = 0;
+async function downloadBy(buttonId, expectedName) {
+  const dir = path.join(workDir, 'downloads' + ++downloadCount);
+  fs.mkdirSync(dir);
+  await cdp.send('Browser.setDownloadBehavior', { behavior: 'allow', downloadPath: dir });
+  await page.click('#' + buttonId);
+  const file = path.join(dir, expectedName);
+  // Done when the file is there, not empty, no partial download is left and its size holds.
+  const size = () => (fs.existsSync(file) ? fs.statSync(file).size : 0);
+  for (let i = 0, last = -1; i < 600; ++i) {
+    const partial = fs.readdirSync(dir).some((f) => f.endsWith('.crdownload'));
+    const now = size();
+    if (now > 0 && !partial && now === last) break;
+    last = now;
+    await new Promise((r) => setTimeout(r, 50));
+  }
+  if (!fs.existsSync(file)) throw new Error('no download ' + expectedName + ' (found: ' + fs.readdirSync(dir).join(', ') + ')');
+  return file;
+}
+
+// --- benchmark mode --------------------------------------------------------------
+
+if (bench) {
+  const file = writePicture('bench-1280x720.png', 1280, 720, 3);
+  await openPage();
+  await openPicture('file', path.basename(file));
+  const r = await page.evaluate(() => window.flairizeEditor.benchmark(3));
+  console.log(`Render time per offered effect, ${r.width}x${r.height} ${r.bpp * 8}-bit, defaults, full progress,`);
+  console.log('in the page\'s worker (headless Chromium ' + (await browser.version()).replace(/^\D+/, '') + '), best of 3:');
+  console.log('| Effect | ms |\n|---|---:|');
+  for (const row of r.rows) console.log(`| ${row.name} | ${row.ms.toFixed(1)} |`);
+  const total = r.rows.reduce((t, row) => t + row.ms, 0);
+  console.log(`| all ${r.rows.length} | ${total.toFixed(0)} |`);
+  await browser.close();
+  server.close();
+  process.exit(0);
+}
+
+// --- checks ----------------------------------------------------------------------
+
+const failures = [];
+const fail = (text) => { failures.push(text); console.log('FAIL: ' + text); };
+
+// Widths of a multiple of 16 for ffmpeg 5.1's frei0r frames (see the README), heights odd.
+const rgbFile = writePicture('scene.png', 208, 121, 3);
+const rgbaFile = writePicture('scene-alpha.png', 160, 99, 4);
+writePicture('large.png', 1712, 1001, 3);
+// A BMP and a lossless WebP with alpha, written by the command from effect renders of those.
+run(['render', rgbFile, 'scene.bmp', '--effect', 'tiles']);
+run(['render', rgbaFile, 'scene-alpha.webp', '--effect', 'charcoal']);
+
+// The frei0r plug-ins beside the command, and ffmpeg to run them.
+let frei0r = path.join(path.dirname(flairize), 'frei0r-1');
+let ffmpegChecked = 0;
+try {
+  execFileSync('ffmpeg', ['-version'], { stdio: 'ignore' });
+  if (!fs.existsSync(frei0r)) throw new Error();
+} catch {
+  frei0r = null;
+}
+
+// The effect table as the command prints it: offered effects, labels, defaults.
+const table = run(['list', '--tsv']).trim().split('\n').map((l) => l.split('\t'))
+  .filter((f) => f[2] === '1')
+  .map((f) => ({ name: f[1], labels: f.slice(4, 7), defaults: f.slice(7, 10).map(Number) }));
+const byName = new Map(table.map((e) => [e.name, e]));
+
+// Frame positions and progresses as `flairize timing` prints them.
+function timing(frames, direction, speed) {
+  return run(['timing', '--frames', String(frames), '--direction', direction, '--speed', String(speed)])
+    .trim().split('\n').map((l) => l.trim().split(/\s+/).map(Number));
+}
+
+await openPage();
+
+// The effect list and the direction list.
+const listed = await page.$$eval('#effect option', (o) => o.map((x) => x.textContent));
+const alphabetical = table.map((e) => e.name).sort((a, b) => a.toLowerCase().localeCompare(b.toLowerCase()));
+if (JSON.stringify(listed) !== JSON.stringify(alphabetical)) fail('effect list: ' + listed.join(', '));
+const directions = await page.$$eval('#direction option', (o) => o.map((x) => x.textContent));
+if (directions.join('|') !== 'Backward|Cycle|Forward|Reverse Cycle') fail('direction list: ' + directions.join(', '));
+const start = await page.evaluate(() => window.flairizeEditor.state());
+if (start.position !== 16384 || start.direction !== 2 || start.speed !== 0 || start.name !== 'Weave') {
+  fail('start settings: ' + JSON.stringify(start));
+}
+
+// Each row: the picture, then the settings made through the controls. `frame`
+// moves the position bar to that frame of `timing --frames 5`, whose progress
+// the page must then use.
+const cases = [
+  { title: 'the default effect, 24-bit', open: rgbFile },
+  { title: 'a fading effect half in, keyboard on the bar', effect: 'Posterize', sliders: [40], frame: 2,
+    keys: 'ArrowLeft' },
+  { title: 'a colour effect with a colour, Cycle', effect: 'Find Edges', colour: '#1a2b3c', direction: 'Cycle',
+    speed: 40, frame: 1 },
+  { title: 'two sliders, Reverse Cycle, negative speed', effect: 'Pointillize', sliders: [37, 201], colour: '#e0ff10',
+    direction: 'Reverse Cycle', speed: -90, frame: 3 },
+  { title: 'no sliders shown (their defaults kept)', effect: 'Bricks', direction: 'Backward', frame: 2 },
+  { title: 'alpha: its mask, sliders', open: rgbaFile, effect: 'Shake', sliders: [200, 30], direction: 'Backward',
+    speed: 60, frame: 1 },
+  { title: 'alpha: an effect that moves the alpha', effect: 'Glass' },
+  { title: 'alpha: colour effect', effect: 'Rain', sliders: [90, 10], colour: '#ff0080', frame: 2 },
+  { title: 'alpha: fades in, quick changes, latest wins', effect: 'Motion Blur', burst: true },
+  { title: 'dropped, 24-bit', open: rgbFile, by: 'drop', effect: 'Solarize', frame: 3 },
+  { title: 'pasted, 32-bit', open: rgbaFile, by: 'paste', effect: 'Reflection', sliders: [77] },
+  { title: 'a BMP', open: path.join(workDir, 'scene.bmp'), effect: 'Stamp', colour: '#3399ff' },
+  { title: 'a lossless WebP with alpha', open: path.join(workDir, 'scene-alpha.webp'), effect: 'Center Blur',
+    sliders: [200] },
+  { title: 'large picture from ?picture=, reduced first', url: '?picture=/picture/large.png', effect: 'Mosaic',
+    large: true },
+];
+
+for (const [n, c] of cases.entries()) {
+  const label = `${n + 1}. ${c.title}`;
+  const before = failures.length;
+  try {
+    if (c.url) {
+      await openPage(c.url);
+      await page.waitForFunction(() => window.flairizeEditor.state().picture, { timeout: 60000 });
+    }
+    if (c.open) await openPicture(c.by || 'file', path.basename(c.open));
+    if (c.effect) {
+      await chooseEffect(c.effect);
+      const s = await page.evaluate(() => window.flairizeEditor.state());
+      const want = byName.get(c.effect);
+      if (JSON.stringify(s.sliders) !== JSON.stringify(want.defaults)) fail(`${label}: defaults ${s.sliders}`);
+      const shown = await page.$$eval('.slider', (rows) => rows.map((r) => (r.hidden ? '' : r.querySelector('label').textContent)));
+      if (shown.join('|') !== want.labels.join('|')) fail(`${label}: sliders shown ${JSON.stringify(shown)}`);
+      const colourOn = await page.$eval('#colour', (el) => !el.disabled);
+      if (colourOn !== s.usesColour) fail(`${label}: colour chooser enabled ${colourOn}`);
+    }
+    for (const [k, v] of (c.sliders || []).entries()) await setControl('p' + k, v);
+    if (c.colour) await setControl('colour', c.colour);
+    if (c.direction) await page.select('#direction', String(directions.indexOf(c.direction)));
+    if (c.speed !== undefined) await setControl('speed', c.speed);
+    let expectProgress = null;
+    if (c.frame !== undefined) {
+      const s = await page.evaluate(() => window.flairizeEditor.state());
+      const [, position, progress] = timing(5, directions[s.direction], s.speed)[c.frame];
+      await setControl('position', position);
+      expectProgress = progress;
+    }
+    let keysFrom = 0;
+    if (c.keys) {
+      keysFrom = await page.evaluate(() => window.flairizeEditor.state().position);
+      await page.focus('#position');
+      for (let i = 0; i < 3; ++i) await page.keyboard.press(c.keys);
+    }
+    if (c.burst) {
+      await page.evaluate(() => {
+        const el = document.getElementById('position');
+        for (let p = 16384; p >= 9000; p -= 500) {
+          el.value = String(p);
+          el.dispatchEvent(new Event('input', { bubbles: true }));
+        }
+      });
+    }
+    await waitIdle();
+
+    const s = await page.evaluate(() => window.flairizeEditor.state());
+    const r = await page.evaluate(() => window.flairizeEditor.lastResult());
+    if (expectProgress !== null && !c.keys && s.progress !== expectProgress) {
+      fail(`${label}: progress ${s.progress}, timing says ${expectProgress}`);
+    }
+    if (c.keys && s.position !== keysFrom - 3) fail(`${label}: position ${s.position} after three ${c.keys}`);
+    if (c.burst && s.position !== 9384) fail(`${label}: position ${s.position} after the burst`);
+    if (c.large && !(s.picture.reduced && s.picture.reduced.width < s.picture.width)) fail(`${label}: no reduced preview`);
+    const rs = r.settings;
+    if (rs.effect !== s.effect || rs.p1 !== s.sliders[0] || rs.p2 !== s.sliders[1] || rs.p3 !== s.sliders[2] ||
+        rs.colour !== s.colourRef || rs.progress !== s.progress) {
+      fail(`${label}: the result is of other settings ${JSON.stringify(rs)}`);
+    }
+    const got = { width: r.width, height: r.height, bpp: r.bpp, pixels: Buffer.from(r.base64, 'base64') };
+
+    const dir = path.join(workDir, 'case' + (n + 1));
+    fs.mkdirSync(dir);
+    const input = path.join(workDir, s.picture.name);
+    const expectedFile = path.join(dir, 'expected.bmp');
+    run(['render', input, expectedFile, '--effect', s.slug, '--p1', String(s.sliders[0]), '--p2', String(s.sliders[1]),
+         '--p3', String(s.sliders[2]), '--colour', s.colour, '--progress', String(s.progress)]);
+    const want = readBmp(expectedFile);
+    const wantBpp = c.large || !s.picture.name.includes('alpha') ? 3 : 4;
+    if (want.bpp !== wantBpp || s.picture.bpp !== wantBpp) fail(`${label}: depth ${s.picture.bpp * 8}-bit`);
+    let d = difference('preview', got, want);
+    if (d) fail(`${label}: ${d}`);
+
+    // The settings download, through --settings.
+    const flr = await downloadBy('save-flr', s.slug + '.flr');
+    if (fs.statSync(flr).size !== 20) fail(`${label}: the .flr is ${fs.statSync(flr).size} bytes`);
+    const viaSettings = path.join(dir, 'settings.bmp');
+    run(['render', input, viaSettings, '--settings', flr, '--progress', String(s.progress)]);
+    d = difference('.flr render', readBmp(viaSettings), want);
+    if (d) fail(`${label}: ${d}`);
+
+    // The PNG download.
+    const base = s.picture.name.replace(/\.[^.]*$/, '');
+    const pngFile = await downloadBy('save-png', `${base}-${s.slug}.png`);
+    d = difference('PNG download', readPagePng(pngFile), want);
+    if (d) fail(`${label}: ${d}`);
+
+    // The render command line, run as shown but for a BMP output, in the picture's folder.
+    const words = shellWords(await page.$eval('#cmd-render', (el) => el.textContent));
+    if (words[0] !== 'flairize' || words[1] !== 'render' || words[2] !== s.picture.name) {
+      fail(`${label}: command line ${words.join(' ')}`);
+    } else {
+      words[3] = path.join(dir, 'command.bmp');
+      run(words.slice(1));
+      d = difference('command line', readBmp(words[3]), want);
+      if (d) fail(`${label}: ${d}`);
+    }
+    // The ffmpeg line through the frei0r plug-ins, given BGRA frames so that they are the engine's pictures.
+    const filter = (await page.$eval('#cmd-ffmpeg', (el) => el.textContent)).match(/-vf "([^"]+)"/);
+    if (!filter) fail(`${label}: no filter in the ffmpeg line`);
+    else if (frei0r && s.picture.width % 16 === 0) {
+      const raw = path.join(dir, 'ffmpeg.raw');
+      execFileSync('ffmpeg', ['-v', 'error', '-y', '-i', input, '-vf', 'format=bgra,' + filter[1], '-pix_fmt', 'bgra',
+                              '-f', 'rawvideo', raw], { env: { ...process.env, FREI0R_PATH: frei0r }, stdio: 'pipe' });
+      const bgra = fs.readFileSync(raw);
+      const pixels = Buffer.alloc(want.pixels.length);
+      for (let i = 0, o = 0; o < pixels.length; i += 4, o += want.bpp) bgra.copy(pixels, o, i, i + want.bpp);
+      d = difference('ffmpeg frei0r', { ...want, pixels }, want);
+      if (d) fail(`${label}: ${d}`);
+      ++ffmpegChecked;
+    }
+    console.log(`${failures.length > before ? "" : "ok  "}${label}: ${s.name} ${s.sliders} colour ${s.colour} progress ${s.progress}`);
+
+    if (shotsDir && n === 3) {
+      fs.mkdirSync(shotsDir, { recursive: true });
+      await page.screenshot({ path: path.join(shotsDir, 'web-editor.png'), fullPage: true });
+      await setControl('split', 50);
+      const stage = await page.$('#stage');
+      await stage.screenshot({ path: path.join(shotsDir, 'web-editor-compare.png') });
+      await setControl('split', 0);
+    }
+  } catch (err) {
+    fail(`${label}: ${err && err.stack || err}`);
+  }
+}
+
+// The video command carries the direction and the speed.
+const video = await page.$eval('#cmd-video', (el) => el.textContent);
+const videoState = await page.evaluate(() => window.flairizeEditor.state());
+if (!video.includes('--direction ' + directions[videoState.direction]) || !video.includes('--speed ' + videoState.speed)) {
+  fail('video command line: ' + video);
+}
+
+for (const e of pageErrors) fail('page: ' + e);
+console.log(frei0r ? `ffmpeg command lines checked through the frei0r plug-ins: ${ffmpegChecked}`
+                   : 'ffmpeg command lines not run: no ffmpeg or no frei0r-1 folder beside ' + flairize);
+await browser.close();
+server.close();
+console.log(failures.length ? `${failures.length} difference(s)` : `all ${cases.length} cases equal to flairize render`);
+process.exit(failures.length ? 1 : 0);
