@@ -226,7 +226,11 @@ Outcome serve(const Job& job) {
         return {2, "the web editor is not built here (it needs Emscripten: Debian package emscripten); looked in " +
                        looked};
 
-    // SIGINT and SIGTERM wait for sigwait below; the server's thread inherits the mask.
+    // SIGINT and SIGTERM wait for sigwait below; the server's thread inherits the
+    // mask. A shell starts background commands with SIGINT ignored, and a system
+    // may discard an ignored signal even while it is blocked: the default comes back.
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
     sigset_t stop, previous;
     sigemptyset(&stop);
     sigaddset(&stop, SIGINT);
