@@ -59,6 +59,15 @@ const char* contentType(const std::string& name) {
     return "application/octet-stream";
 }
 
+#if !FLAIRIZE_EDIT
+
+Outcome serve(const Job&) {
+    return {2, "edit: this flairize was built without libmicrohttpd (Debian package libmicrohttpd-dev), so it "
+               "serves no web editor"};
+}
+
+#else
+
 namespace {
 
 bool isFile(const std::string& path) {
@@ -84,19 +93,6 @@ std::vector<std::string> siteCandidates(const Job& job) {
     const std::string exe = executableDir();
     return {exe + "/site", exe + "/../share/flairize/web"};
 }
-
-}  // namespace
-
-#if !FLAIRIZE_EDIT
-
-Outcome serve(const Job&) {
-    return {2, "edit: this flairize was built without libmicrohttpd (Debian package libmicrohttpd-dev), so it "
-               "serves no web editor"};
-}
-
-#else
-
-namespace {
 
 struct Site {
     std::string root;          // the site folder, resolved
