@@ -6,7 +6,8 @@ cd "$(dirname "$0")/.."
 
 bash scripts/install-deps.sh
 jobs=$(nproc 2>/dev/null || echo 2)
-# The command, its man page and the frei0r plug-ins; the tests are built by scripts/test.sh.
+# The command, its man page, the frei0r plug-ins and, where Emscripten is installed,
+# the web editor's site; the tests are built by scripts/test.sh.
 cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DFLAIRIZE_TESTS=OFF -DFLAIRIZE_BENCH=OFF >/dev/null
 cmake --build build/release -j"$jobs"
 
@@ -21,3 +22,6 @@ while IFS=$'\t' read -r index name offered _; do
 done < <("$bin/flairize" list --tsv)
 "$bin/flairize" sheet samples/sample.png "$out/contact-sheet.png"
 echo "contact sheet: $out/contact-sheet.png"
+if [ -f "$bin/site/index.html" ]; then
+  echo "web editor: $bin/flairize edit samples/sample.png"
+fi

@@ -2,8 +2,10 @@
 # Installs what Flairize needs from Debian's packages, skipping what is there.
 # Required packages must install; optional ones are reported plainly when they
 # cannot be had, and only the work that needs them is skipped later.
-#   install-deps.sh             what the main job needs: the command, the frei0r plug-ins, the man page
-#   install-deps.sh --test      also what the tests need (GoogleTest, Nettle, mingw-w64, Wine, ffmpeg, melt, clang ...)
+#   install-deps.sh             what the main job needs: the command, the frei0r plug-ins, the man page,
+#                               the web editor (Emscripten; skipped, saying so, without it)
+#   install-deps.sh --test      also what the tests need (GoogleTest, Nettle, mingw-w64, Wine, ffmpeg, melt, clang,
+#                               chromium, curl, node and npm ...)
 #   install-deps.sh --aarch64   also the aarch64 cross build and qemu
 set -u
 
@@ -15,24 +17,29 @@ case "${1:-}" in
   *) echo "usage: install-deps.sh [--test|--aarch64]" >&2; exit 2 ;;
 esac
 
+installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
+
 required=(build-essential cmake pkg-config libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libwebp-dev libtiff-dev
-          libtbb-dev libavformat-dev libavcodec-dev libswscale-dev libavutil-dev)
-optional=(help2man frei0r-plugins-dev)
+          libtbb-dev libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libmicrohttpd-dev)
+optional=(help2man frei0r-plugins-dev emscripten)   # emscripten: the web editor's site
 if [ $tests -eq 1 ]; then
   required+=(libgtest-dev nettle-dev)
   optional+=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
              g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
              python3-pefile xvfb xauth wine wine64 wine32:i386 ffmpeg melt
              gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-bad
-             clang libclang-rt-dev)   # libFuzzer, for scripts/fuzz.sh
+             clang libclang-rt-dev   # libFuzzer, for scripts/fuzz.sh
+             chromium curl)          # the web editor's browser test, flairize edit's test
+  # Node and npm run the web editor's tests. A node from elsewhere (nodesource's
+  # nodejs bundles npm) is kept: only what is missing is asked for.
+  installed nodejs || command -v node >/dev/null || optional+=(nodejs)
+  command -v npm >/dev/null || optional+=(npm)
 fi
 # The aarch64 cross build runs statically linked under qemu; Nettle comes from
 # Debian's arm64 architecture.
 if [ $aarch64 -eq 1 ]; then
   optional+=(g++-aarch64-linux-gnu qemu-user nettle-dev:arm64)
 fi
-
-installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
 
 missing=()
 for p in "${required[@]}" "${optional[@]}"; do installed "$p" || missing+=("$p"); done

@@ -2,7 +2,8 @@
 # Installs what is missing, builds, and runs every test: the native build, the
 # same tests under AddressSanitizer and UndefinedBehaviorSanitizer, the cross
 # build for 32-bit Windows, the engine's conformance check built for aarch64
-# and run under qemu, and every fuzz target for FUZZ_SECONDS (default 60) each.
+# and run under qemu, the web editor (WebAssembly under Node and in a headless
+# browser), and every fuzz target for FUZZ_SECONDS (default 60) each.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -99,6 +100,30 @@ ctest --test-dir build/tsan --output-on-failure -j"$jobs" -R 'Threads|ManyInstan
 tsan_start=$SECONDS
 build/tsan/conformance --threads 4 --every 4 tests/conformance/table
 echo "conformance under ThreadSanitizer, 4 threads: $((SECONDS - tsan_start)) s"
+
+# The web editor: the engine built with Emscripten must render every row of the
+# conformance table under Node, and the page must work in a headless browser.
+echo "== web editor"
+web_status=0
+bash scripts/build-web.sh >build/web-build.log 2>&1 || web_status=$?
+if [ $web_status -eq 77 ]; then
+  echo "skipped: the web editor (Emscripten could not be installed)"
+elif [ $web_status -ne 0 ]; then
+  tail -n 40 build/web-build.log
+  exit $web_status
+else
+  node build/web/web/conformance.js tests/conformance/table
+  if [ -f tests/web/package.json ]; then
+    (cd tests/web && PUPPETEER_SKIP_DOWNLOAD=1 npm ci --no-audit --no-fund --loglevel=error >/dev/null)
+    browser_status=0
+    node tests/web/browser_test.mjs build/web/site build/release/flairize build/web-test || browser_status=$?
+    if [ $browser_status -eq 77 ]; then
+      echo "skipped: the web editor in a browser (see the reason above)"
+    elif [ $browser_status -ne 0 ]; then
+      exit $browser_status
+    fi
+  fi
+fi
 
 # Every fuzz target for a short while from its seeds and regression inputs
 # (six targets: FUZZ_SECONDS x 6, 6 minutes by default, and about two minutes of build).

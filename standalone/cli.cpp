@@ -24,6 +24,7 @@
 #include "platform/strings.h"
 #include "platform/threads.h"
 #include "resources/string_ids.h"
+#include "standalone/edit.h"
 #include "standalone/help.h"
 #include "standalone/output_file.h"
 #include "standalone/picture_io.h"
@@ -111,6 +112,7 @@ struct Options {
     long quality = 0;   // the format's default
     std::string settings;
     std::string codec;
+    std::string site;
     bool filterOnly = false;
     bool tsv = false;
     pictures::Limits limits;   // the environment's, then the options'
@@ -198,6 +200,8 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             o.threads = parseNumber(arg, v, 1, 1024);
         } else if (arg == "--codec") {
             o.codec = value;
+        } else if (arg == "--site") {
+            o.site = value;
         } else if (arg == "--quality") {
             o.quality = parseNumber(arg, v, 1, 100);
         } else if (arg == "--max-pixels") {
@@ -504,6 +508,15 @@ int cmdVideo(int argc, char** argv) {
     return 0;
 }
 
+int cmdEdit(int argc, char** argv) {
+    Options o = parse(argc, argv, {"--site"});
+    if (o.positional.size() > 1) usage("edit takes at most one PICTURE");
+    const edit::Outcome r = edit::serve({o.positional.empty() ? "" : o.positional[0], o.site});
+    if (r.status == 2) throw UsageError{r.message};
+    if (r.status != 0) throw Failure{r.message};
+    return 0;
+}
+
 int cmdTiming(int argc, char** argv) {
     Options o = parse(argc, argv, {"--frames", "--speed", "--direction"});
     if (!o.positional.empty()) usage("timing takes no file names");
@@ -660,6 +673,7 @@ int run(int argc, char** argv) {
         if (command == "sequence") return cmdSequence(argc - 2, argv + 2);
         if (command == "sheet") return cmdSheet(argc - 2, argv + 2);
         if (command == "video") return cmdVideo(argc - 2, argv + 2);
+        if (command == "edit") return cmdEdit(argc - 2, argv + 2);
         if (command == "timing") return cmdTiming(argc - 2, argv + 2);
         if (command == "settings") return cmdSettings(argc - 2, argv + 2);
         return cmdList(argc - 2, argv + 2);

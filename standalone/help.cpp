@@ -71,6 +71,15 @@ const std::vector<CommandHelp>& commands() {
          "Each effect renders IN at its defaults and full progress; the sheet shows the\n"
          "original first, then the effects in table order, each at half size.\n"
          "  --columns N           pictures per row (default 6)\n"},
+        {"edit", "[PICTURE] [--site DIR]",
+         "open the web editor: serve it on this computer until Ctrl-C",
+         "Serves the web editor (the engine compiled to WebAssembly) on 127.0.0.1 at a\n"
+         "free port and prints its address; when the environment variable BROWSER names\n"
+         "a browser, it opens the address there. PICTURE, when given, opens in the editor.\n"
+         "Ctrl-C (SIGINT) or SIGTERM stops the server.\n"
+         "  --site DIR            the editor's folder (default: environment FLAIRIZE_WEB_DIR,\n"
+         "                        else site/ beside the flairize executable, else\n"
+         "                        ../share/flairize/web from it, where it is installed)\n"},
         {"timing", "--frames N [--direction D] [--speed S]",
          "print \"frame position progress\" for each frame of a sequence", ""},
         {"settings", "OUT.flr [effect options] [--direction D]",
