@@ -115,7 +115,7 @@ else
   node build/web/web/conformance.js tests/conformance/table
   if ! command -v npm >/dev/null; then
     echo "skipped: the web editor in a browser (npm could not be installed)"
-  elif ! (cd tests/web && PUPPETEER_SKIP_DOWNLOAD=1 npm ci --no-audit --no-fund --loglevel=error >/dev/null 2>build/npm-ci.log); then
+  elif ! (cd tests/web && PUPPETEER_SKIP_DOWNLOAD=1 npm ci --no-audit --no-fund --loglevel=error >/dev/null 2>../../build/npm-ci.log); then
     echo "skipped: the web editor in a browser (npm ci of puppeteer-core failed: $(tail -n 1 build/npm-ci.log))"
   else
     browser_status=0
