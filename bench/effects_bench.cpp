@@ -16,8 +16,8 @@
 #include "engine/dib.h"
 #include "engine/flairize.h"
 #include "platform/global_memory.h"
-#include "platform/host_ops.h"
-#include "platform/threads.h"
+#include "hostops/host_ops.h"
+#include "hostops/threads.h"
 #ifdef FLAIRIZE_FREI0R_DIR
 #include "tests/frei0r_plugin.h"
 #endif

@@ -19,10 +19,10 @@ find_program(DLLTOOL NAMES ${CMAKE_SYSTEM_PROCESSOR}-w64-mingw32-dlltool i686-w6
 set(IMPORT_LIBS)
 foreach(lib ${HOST_LIBRARIES})
   set(out ${CMAKE_CURRENT_BINARY_DIR}/lib${lib}.a)
-  definition_for_target(${CMAKE_CURRENT_SOURCE_DIR}/hostapi/${lib}.def ${CMAKE_CURRENT_BINARY_DIR}/${lib}.def)
+  definition_for_target(${CMAKE_CURRENT_SOURCE_DIR}/host/${lib}.def ${CMAKE_CURRENT_BINARY_DIR}/${lib}.def)
   add_custom_command(OUTPUT ${out}
     COMMAND ${DLLTOOL} -d ${CMAKE_CURRENT_BINARY_DIR}/${lib}.def -l ${out}
-    DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/hostapi/${lib}.def)
+    DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/host/${lib}.def)
   list(APPEND IMPORT_LIBS ${out})
 endforeach()
 add_custom_target(host_import_libs DEPENDS ${IMPORT_LIBS})

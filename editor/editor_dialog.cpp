@@ -10,7 +10,7 @@
 #include "engine/flairize.h"
 #include "host/exports.h"
 #include "host/host_context.h"
-#include "hostapi/host_imports.h"
+#include "host/host_imports.h"
 #include "platform/module.h"
 #include "platform/strings.h"
 

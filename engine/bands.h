@@ -4,7 +4,7 @@
 // must write disjoint rows.
 #pragma once
 
-#include "hostapi/host_services.h"
+#include "engine/host_services.h"
 
 using ParallelFunction = decltype(flairize::HostServices::parallel);
 

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "hostapi/host_services.h"
+#include "engine/host_services.h"
 #include "platform/win_types.h"
 
 namespace dib {

@@ -14,7 +14,7 @@
 #include <string>
 
 #include "engine/settings_record.h"
-#include "hostapi/host_services.h"
+#include "engine/host_services.h"
 #include "platform/win_types.h"
 
 namespace flairize {

@@ -32,8 +32,8 @@ extern "C" {
 
 #include "engine/flairize.h"
 #include "platform/global_memory.h"
-#include "platform/host_ops.h"
-#include "platform/threads.h"
+#include "hostops/host_ops.h"
+#include "hostops/threads.h"
 #include "platform/strings.h"
 #include "resources/string_ids.h"
 

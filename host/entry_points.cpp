@@ -4,7 +4,7 @@
 
 #include "engine/flairize.h"
 #include "host/exports.h"
-#include "hostapi/host_imports.h"
+#include "host/host_imports.h"
 #include "platform/module.h"
 #include "platform/strings.h"
 #include "resources/string_ids.h"

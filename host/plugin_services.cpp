@@ -1,6 +1,6 @@
 #include "host/plugin_services.h"
 
-#include "hostapi/host_imports.h"
+#include "host/host_imports.h"
 
 namespace plugin {
 

@@ -1,7 +1,7 @@
 // The engine's services in the plug-in: the host's own library operations.
 #pragma once
 
-#include "hostapi/host_services.h"
+#include "engine/host_services.h"
 
 namespace plugin {
 

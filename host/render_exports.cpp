@@ -6,7 +6,7 @@
 #include "host/exports.h"
 #include "host/host_context.h"
 #include "host/plugin_services.h"
-#include "hostapi/host_imports.h"
+#include "host/host_imports.h"
 #include "platform/global_memory.h"
 #include "platform/strings.h"
 #include "resources/string_ids.h"

@@ -20,9 +20,9 @@
 
 #include "engine/flairize.h"
 #include "platform/global_memory.h"
-#include "platform/host_ops.h"
+#include "hostops/host_ops.h"
 #include "platform/strings.h"
-#include "platform/threads.h"
+#include "hostops/threads.h"
 #include "resources/string_ids.h"
 #include "standalone/edit.h"
 #include "standalone/help.h"

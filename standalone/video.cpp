@@ -40,7 +40,7 @@ extern "C" {
 
 #include "engine/flairize.h"
 #include "platform/strings.h"
-#include "platform/threads.h"
+#include "hostops/threads.h"
 #include "resources/string_ids.h"
 
 namespace video {

@@ -5,7 +5,7 @@
 
 #include "effects/plain/plain_forms.h"
 #include "engine/effect_table.h"
-#include "platform/threads.h"
+#include "hostops/threads.h"
 #include "tests/picture_support.h"
 
 using namespace testpic;

@@ -5,7 +5,7 @@
 
 #include <thread>
 
-#include "platform/threads.h"
+#include "hostops/threads.h"
 #include "tests/picture_support.h"
 
 using namespace testpic;

@@ -16,8 +16,8 @@
 #include "engine/flairize.h"
 #include "host/exports.h"
 #include "platform/global_memory.h"
-#include "platform/host_ops.h"
-#include "platform/threads.h"
+#include "hostops/host_ops.h"
+#include "hostops/threads.h"
 #include "tests/picture_support.h"
 #include "tests/standin_host.h"
 

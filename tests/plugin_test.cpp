@@ -11,7 +11,7 @@
 #include "engine/curve_pow.h"
 #include "engine/flairize.h"
 #include "host/exports.h"
-#include "hostapi/host_imports.h"
+#include "host/host_imports.h"
 #include "tests/picture_support.h"
 #include "tests/standin_host.h"
 

@@ -4,8 +4,8 @@
 #include "tests/standin_host.h"
 
 #include "engine/dib.h"
-#include "hostapi/host_imports.h"
-#include "platform/host_ops.h"
+#include "host/host_imports.h"
+#include "hostops/host_ops.h"
 #include "platform/strings.h"
 
 #ifdef _WIN32

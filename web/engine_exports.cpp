@@ -12,7 +12,7 @@
 #include "engine/dib.h"
 #include "engine/flairize.h"
 #include "platform/global_memory.h"
-#include "platform/host_ops.h"
+#include "hostops/host_ops.h"
 #include "platform/strings.h"
 #include "resources/string_ids.h"
 

@@ -18,11 +18,11 @@
 
 #include "effects/plain/plain_forms.h"
 #include "engine/effect_table.h"
-#include "platform/colour_ops_plain.h"
+#include "hostops/colour_ops_plain.h"
 #include "platform/global_memory.h"
-#include "platform/host_ops.h"
+#include "hostops/host_ops.h"
 #ifdef FLAIRIZE_FRONT_ENDS
-#include "platform/threads.h"
+#include "hostops/threads.h"
 #endif
 #include "tests/conformance/cases.h"
 #include "tests/conformance/sha256.h"

@@ -7,7 +7,7 @@
 
 #include "engine/dib.h"
 #include "engine/flairize.h"
-#include "platform/threads.h"
+#include "hostops/threads.h"
 #include "tests/fuzz/fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

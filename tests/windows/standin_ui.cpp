@@ -3,7 +3,7 @@
 // render callback), and the host's group-box frames.
 #include <windows.h>
 
-#include "hostapi/host_imports.h"
+#include "host/host_imports.h"
 #include "tests/standin_host.h"
 
 // Carries out a scroll request on the scroll bar that sent it.

@@ -30,7 +30,7 @@
 #include "engine/dib.h"
 #include "engine/vector_clones.h"
 #include "platform/global_memory.h"
-#include "platform/host_ops.h"
+#include "hostops/host_ops.h"
 
 
 namespace {

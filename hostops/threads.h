@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <functional>
 
-#include "hostapi/host_services.h"
+#include "engine/host_services.h"
 
 namespace hostops {
 

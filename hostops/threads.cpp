@@ -1,4 +1,4 @@
-#include "platform/threads.h"
+#include "hostops/threads.h"
 
 #include <tbb/blocked_range.h>
 #include <tbb/global_control.h>
@@ -14,7 +14,7 @@
 #include <tuple>
 #include <vector>
 
-#include "platform/host_ops.h"
+#include "hostops/host_ops.h"
 
 // oneTBB is not built with ThreadSanitizer (nor is this file under it), so the
 // ordering its task hand-over gives (everything before a parallel run happens

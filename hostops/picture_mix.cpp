@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "engine/dib.h"
-#include "platform/host_ops.h"
+#include "hostops/host_ops.h"
 
 namespace {
 // One row of the mix, byte by byte; a flat loop the compiler vectorises.

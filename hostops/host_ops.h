@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "engine/bands.h"
-#include "hostapi/host_services.h"
+#include "engine/host_services.h"
 #include "platform/win_types.h"
 
 namespace hostops {

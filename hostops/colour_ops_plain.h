@@ -2,7 +2,7 @@
 // its whole 5 x 5 window at once, beside the separable forms of colour_ops.cpp.
 #pragma once
 
-#include "hostapi/host_services.h"
+#include "engine/host_services.h"
 
 namespace hostops {
 

@@ -1,9 +1,9 @@
-#include "platform/colour_ops_plain.h"
+#include "hostops/colour_ops_plain.h"
 
 #include <cstdint>
 
 #include "engine/dib.h"
-#include "platform/host_ops.h"
+#include "hostops/host_ops.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // What the engine asks of the host that runs it, as a table of functions the
 // host hands to every render. The plug-in forwards them to the host's libraries
-// (host/plugin_services.cpp); the Linux front ends use platform/host_ops.h.
+// (host/plugin_services.cpp); the Linux front ends use hostops/host_ops.h.
 #pragma once
 
 #include <cstdint>
