@@ -19,7 +19,7 @@
 #include "hostops/host_ops.h"
 #include "hostops/threads.h"
 #ifdef FLAIRIZE_FREI0R_DIR
-#include "tests/frei0r_plugin.h"
+#include "frei0r/plugin_loader.h"
 #endif
 
 namespace {

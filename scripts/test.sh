@@ -112,7 +112,7 @@ elif [ $web_status -ne 0 ]; then
   tail -n 40 build/web-build.log
   exit $web_status
 else
-  node build/web/web/conformance.js tests/conformance/table
+  node build/web/conformance.js tests/conformance/table
   if ! command -v npm >/dev/null; then
     echo "skipped: the web editor in a browser (npm could not be installed)"
   elif ! (cd tests/web && PUPPETEER_SKIP_DOWNLOAD=1 npm ci --no-audit --no-fund --loglevel=error >/dev/null 2>../../build/npm-ci.log); then

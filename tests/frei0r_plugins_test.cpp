@@ -19,7 +19,7 @@ TEST(Frei0rPlugins, NotBuilt) {
 #include <thread>
 #include <tuple>
 
-#include "tests/frei0r_plugin.h"
+#include "frei0r/plugin_loader.h"
 
 
 namespace {

@@ -22,7 +22,7 @@
 #include "tests/standin_host.h"
 
 #ifdef FLAIRIZE_FREI0R_DIR
-#include "tests/frei0r_plugin.h"
+#include "frei0r/plugin_loader.h"
 #endif
 
 using namespace testpic;

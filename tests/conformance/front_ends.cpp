@@ -33,7 +33,7 @@ long conformance::checkFrontEnds(const SourceOf&, const Report&) {
 #include "tests/standin_host.h"
 
 #ifdef FLAIRIZE_FREI0R_DIR
-#include "tests/frei0r_plugin.h"
+#include "frei0r/plugin_loader.h"
 #endif
 
 namespace conformance {

@@ -5,7 +5,7 @@
 // the input frame, when separate, is left as it was.
 #include <vector>
 
-#include "tests/frei0r_plugin.h"
+#include "frei0r/plugin_loader.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {

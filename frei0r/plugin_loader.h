@@ -1,5 +1,6 @@
 // A frei0r plug-in opened as a host opens it (dlopen), its f0r_* functions
-// under their own names less the prefix; kept open for the life of the test.
+// under their own names less the prefix: the benchmark and the tests call the
+// plug-ins in-process through it.
 #pragma once
 
 #include <dlfcn.h>
