@@ -32,7 +32,7 @@ add_library(FLAIR SHARED
   editor/editor_dialog.cpp host/windows/dll_main.cpp resources/flair.rc ${CMAKE_CURRENT_BINARY_DIR}/flair.def)
 set_target_properties(FLAIR PROPERTIES PREFIX "" OUTPUT_NAME FLAIR)
 add_dependencies(FLAIR host_import_libs)
-target_link_libraries(FLAIR PRIVATE flairize_editor ${IMPORT_LIBS} user32 gdi32 comdlg32)
+target_link_libraries(FLAIR PRIVATE flairize_editor flairize_plugin ${IMPORT_LIBS} user32 gdi32 comdlg32)
 # The C and C++ runtimes go inside the DLL: it needs only system libraries and the host's.
 target_link_options(FLAIR PRIVATE -static -static-libgcc -static-libstdc++ -Wl,--enable-stdcall-fixup)
 set_source_files_properties(resources/flair.rc PROPERTIES
