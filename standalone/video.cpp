@@ -33,6 +33,7 @@ extern "C" {
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 #include <vector>
 
 #include <sys/stat.h>
@@ -312,57 +313,107 @@ struct ProgressLine {
     }
 };
 
-Outcome run(const Job& job) {
-    // The output's container and encoder come first: a wrong name is a usage error.
-    const AVOutputFormat* format = av_guess_format(nullptr, job.output.c_str(), nullptr);
+// ---- the job's set-up: everything fixed before the first frame, in this
+// order: the output's container and encoder (a wrong name is a usage error),
+// the input and its decoder, the memory budget, the frame count, the encoder,
+// the output file.
+
+struct Setup {
+    explicit Setup(const Job& job);
+
+    const Job& job;
+    const AVOutputFormat* format = nullptr;
+    const AVCodec* encoder = nullptr;
+    Input in;
+    int videoStream = -1;
+    AVStream* inVideo = nullptr;
+    Codec dec;
+    int width = 0, height = 0;
+    const AVPixFmtDescriptor* decodedLayout = nullptr;
+    AVPixelFormat engineLayout = AV_PIX_FMT_NONE;   // BGR24, or BGRA for frames with alpha
+    std::uint8_t bytesPerPixel = 3;
+    unsigned threads = 1;   // frames rendered at once
+    long frames = 0;
+    Codec enc;
+    std::optional<Temporary> temporary;   // declared before `out`, which is closed first
+    Output out;
+    AVStream* outVideo = nullptr;
+    std::vector<int> audioMap;   // input stream -> output stream; -1: not copied
+
+private:
+    void chooseOutput();
+    void openDecoder();
+    void budgetMemory();
+    void openEncoder();
+    bool openOutput(bool withAudio);
+    bool addAudio(bool withAudio);
+};
+
+Setup::Setup(const Job& j) : job(j) {
+    chooseOutput();
+    openDecoder();
+    budgetMemory();
+    frames = countFrames(job.input, videoStream);
+    if (frames < 1) fail(2, job.input + ": the video has no frames");
+    openEncoder();
+    temporary.emplace(job.output);
+    if (!openOutput(true)) openOutput(false);
+}
+
+void Setup::chooseOutput() {
+    format = av_guess_format(nullptr, job.output.c_str(), nullptr);
     if (!format || (format->flags & AVFMT_NOFILE) || format->video_codec == AV_CODEC_ID_NONE)
         fail(2, job.output + ": unknown video file type (use .mkv, .mp4, .mov or another video extension FFmpeg writes)");
-    const AVCodec* encoder = chooseEncoder(job, format);
+    encoder = chooseEncoder(job, format);
+}
 
-    // The input and its video stream.
-    Input in = openInput(job.input);
+// The input's video stream, its decoder, and the layout its frames render in.
+void Setup::openDecoder() {
+    in = openInput(job.input);
     const AVCodec* decoder = nullptr;
-    const int vs = av_find_best_stream(in.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
-    if (vs == AVERROR_DECODER_NOT_FOUND) fail(2, job.input + ": FFmpeg here has no decoder for its video");
-    if (vs < 0) fail(2, job.input + ": no video stream");
-    AVStream* inVideo = in->streams[vs];
-    Codec dec(avcodec_alloc_context3(decoder));
+    videoStream = av_find_best_stream(in.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
+    if (videoStream == AVERROR_DECODER_NOT_FOUND) fail(2, job.input + ": FFmpeg here has no decoder for its video");
+    if (videoStream < 0) fail(2, job.input + ": no video stream");
+    inVideo = in->streams[videoStream];
+    dec.reset(avcodec_alloc_context3(decoder));
     if (!dec) throw std::bad_alloc();
     int e = avcodec_parameters_to_context(dec.get(), inVideo->codecpar);
     if (e < 0) fail(2, job.input + ": " + avError(e));
     dec->pkt_timebase = inVideo->time_base;
     dec->thread_count = int(job.threads);   // decoded pictures are the same for every count
     if ((e = avcodec_open2(dec.get(), decoder, nullptr)) < 0) fail(2, job.input + ": " + avError(e));
-    const int width = dec->width, height = dec->height;
+    width = dec->width, height = dec->height;
     if (width < 1 || height < 1 || width > 65535 || height > 65535)
         fail(2, job.input + ": a video of " + std::to_string(width) + " x " + std::to_string(height) +
                     " pixels (1 to 65535 a side serve)");
-    const AVPixFmtDescriptor* decodedLayout = av_pix_fmt_desc_get(dec->pix_fmt);
+    decodedLayout = av_pix_fmt_desc_get(dec->pix_fmt);
     if (!decodedLayout) fail(2, job.input + ": the video's pixel format is unknown");
     // Frames with alpha render as 32-bit pictures (alpha is the effect's mask), others as 24-bit.
     const bool alpha = (decodedLayout->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
-    const AVPixelFormat engineLayout = alpha ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR24;
-    const std::uint8_t bytesPerPixel = alpha ? 4 : 3;
-    // Each frame in flight holds a decoded, a rendered and an encoded picture
-    // and the render's working picture; frames decoding and encoding beside
-    // the renders make two more. Fewer renders run at once when the memory
-    // limit holds fewer; a frame too large for one is refused.
+    engineLayout = alpha ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR24;
+    bytesPerPixel = alpha ? 4 : 3;
+}
+
+// Each frame in flight holds a decoded, a rendered and an encoded picture
+// and the render's working picture; frames decoding and encoding beside
+// the renders make two more. Fewer renders run at once when the memory
+// limit holds fewer; a frame too large for one is refused.
+void Setup::budgetMemory() {
     const std::string frameSize = std::to_string(width) + " \u00d7 " + std::to_string(height);
     if (std::uint64_t(width) * std::uint64_t(height) > job.limits.maxPixels)
         fail(2, job.input + ": picture too large (" + frameSize + ", limit " + std::to_string(job.limits.maxPixels) +
                     " pixels)");
     const std::uint64_t perFrame = 4 * std::uint64_t(width) * std::uint64_t(height) * bytesPerPixel;
-    unsigned threads = job.threads ? job.threads : hostops::availableThreads();
+    threads = job.threads ? job.threads : hostops::availableThreads();
     while (threads > 1 && (threads + 2ull) * perFrame > job.limits.maxMemory) --threads;
     if ((threads + 2ull) * perFrame > job.limits.maxMemory)
         fail(2, job.input + ": picture too large (" + frameSize + ", limit " + pictures::sizeText(job.limits.maxMemory) +
                     " of memory; it needs " + pictures::sizeText((threads + 2ull) * perFrame) + ")");
+}
 
-    const long frames = countFrames(job.input, vs);
-    if (frames < 1) fail(2, job.input + ": the video has no frames");
-
-    // The encoder keeps the input's time base and frame rate.
-    Codec enc(avcodec_alloc_context3(encoder));
+// The encoder keeps the input's time base and frame rate.
+void Setup::openEncoder() {
+    enc.reset(avcodec_alloc_context3(encoder));
     if (!enc) throw std::bad_alloc();
     enc->width = width;
     enc->height = height;
@@ -382,199 +433,277 @@ Outcome run(const Job& job) {
     }
     if (format->flags & AVFMT_GLOBALHEADER) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     // The encoder's own threads are left to FFmpeg, so --threads never changes the bytes it writes.
-    if ((e = avcodec_open2(enc.get(), encoder, nullptr)) < 0)
+    const int e = avcodec_open2(enc.get(), encoder, nullptr);
+    if (e < 0)
         fail(2, job.output + ": the " + encoder->name + " encoder refuses " + av_get_pix_fmt_name(enc->pix_fmt) +
                     " at " + std::to_string(width) + " x " + std::to_string(height) + ": " + avError(e));
+}
 
-    // The output: the video, then the audio streams the container takes. A
-    // muxer that refuses its header with the audio in it is tried again without.
-    Temporary temporary(job.output);
-    Output out;
-    AVStream* outVideo = nullptr;
-    std::vector<int> audioMap(in->nb_streams, -1);   // input stream -> output stream
-    auto openOutput = [&](bool withAudio) {
-        out.reset();
-        AVFormatContext* raw = nullptr;
-        int r = avformat_alloc_output_context2(&raw, format, nullptr, job.output.c_str());
-        if (r < 0) fail(2, job.output + ": " + avError(r));
-        out.reset(raw);
-        outVideo = avformat_new_stream(out.get(), nullptr);
-        if (!outVideo || avcodec_parameters_from_context(outVideo->codecpar, enc.get()) < 0) throw std::bad_alloc();
-        outVideo->time_base = enc->time_base;
-        outVideo->avg_frame_rate = enc->framerate;
-        outVideo->sample_aspect_ratio = enc->sample_aspect_ratio;
-        bool audio = false;
-        for (unsigned s = 0; s < in->nb_streams; ++s) {
-            const AVStream* a = in->streams[s];
-            audioMap[s] = -1;
-            if (!withAudio || a->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
-            if (avformat_query_codec(format, a->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) {
-                std::fprintf(stderr, "flairize: %s: the %s container does not take the %s audio of stream %u; it is left out\n",
-                             job.output.c_str(), format->name, avcodec_get_name(a->codecpar->codec_id), s);
-                continue;
-            }
-            AVStream* o = avformat_new_stream(out.get(), nullptr);
-            if (!o || avcodec_parameters_copy(o->codecpar, a->codecpar) < 0) throw std::bad_alloc();
-            o->codecpar->codec_tag = 0;
-            o->time_base = a->time_base;
-            audioMap[s] = o->index;
-            audio = true;
+// The output: the video, then the audio streams the container takes. False
+// when the muxer refuses its header with the audio in it: the caller tries
+// again without.
+bool Setup::openOutput(bool withAudio) {
+    out.reset();
+    AVFormatContext* raw = nullptr;
+    int r = avformat_alloc_output_context2(&raw, format, nullptr, job.output.c_str());
+    if (r < 0) fail(2, job.output + ": " + avError(r));
+    out.reset(raw);
+    outVideo = avformat_new_stream(out.get(), nullptr);
+    if (!outVideo || avcodec_parameters_from_context(outVideo->codecpar, enc.get()) < 0) throw std::bad_alloc();
+    outVideo->time_base = enc->time_base;
+    outVideo->avg_frame_rate = enc->framerate;
+    outVideo->sample_aspect_ratio = enc->sample_aspect_ratio;
+    const bool audio = addAudio(withAudio);
+    if ((r = avio_open(&out->pb, temporary->path().c_str(), AVIO_FLAG_WRITE)) < 0)
+        fail(2, job.output + ": " + avError(r));
+    if ((r = avformat_write_header(out.get(), nullptr)) >= 0) return true;
+    if (!audio) fail(2, job.output + ": " + avError(r));
+    std::fprintf(stderr, "flairize: %s: the %s container refuses the audio (%s); it is left out\n",
+                 job.output.c_str(), format->name, avError(r).c_str());
+    return false;
+}
+
+// Output streams for the input's audio (when withAudio), copied as they are;
+// true when there is any.
+bool Setup::addAudio(bool withAudio) {
+    audioMap.assign(in->nb_streams, -1);
+    bool audio = false;
+    for (unsigned s = 0; s < in->nb_streams; ++s) {
+        const AVStream* a = in->streams[s];
+        if (!withAudio || a->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
+        if (avformat_query_codec(format, a->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) {
+            std::fprintf(stderr, "flairize: %s: the %s container does not take the %s audio of stream %u; it is left out\n",
+                         job.output.c_str(), format->name, avcodec_get_name(a->codecpar->codec_id), s);
+            continue;
         }
-        if ((r = avio_open(&out->pb, temporary.path().c_str(), AVIO_FLAG_WRITE)) < 0)
-            fail(2, job.output + ": " + avError(r));
-        if ((r = avformat_write_header(out.get(), nullptr)) >= 0) return true;
-        if (!audio) fail(2, job.output + ": " + avError(r));
-        std::fprintf(stderr, "flairize: %s: the %s container refuses the audio (%s); it is left out\n",
-                     job.output.c_str(), format->name, avError(r).c_str());
-        return false;
-    };
-    if (!openOutput(true)) openOutput(false);
-
-    auto write = [&](AVPacket* packet) {
-        const int w = av_interleaved_write_frame(out.get(), packet);
-        if (w < 0) fail(2, job.output + ": " + avError(w));
-    };
-    auto drainEncoder = [&](AVPacket* packet) {
-        int r;
-        while ((r = avcodec_receive_packet(enc.get(), packet)) >= 0) {
-            av_packet_rescale_ts(packet, enc->time_base, outVideo->time_base);
-            packet->stream_index = outVideo->index;
-            write(packet);
-        }
-        if (r != AVERROR(EAGAIN) && r != AVERROR_EOF) fail(1, job.output + ": the encoder failed: " + avError(r));
-    };
-
-    // Frame i renders at the progress the host gives frame i of a sequence of N.
-    auto settingsFor = [&](long i) {
-        SettingsRecord r = job.record;
-        const long last = std::min(i, frames - 1);   // a video that decodes more frames than counted ends at its last
-        r.progress = flairize::frameProgress(flairize::sequencePosition(std::uint64_t(last), std::uint64_t(frames)),
-                                             job.speed, r.direction);
-        return flairize::settingsOf(r);
-    };
-
-    // Decoding (in order), rendering (several frames at once, one thread each)
-    // and encoding (in order) overlap; the frames never depend on the thread count.
-    const flairize::HostServices host = hostops::threadedServices(1);
-    const std::size_t tokens = std::size_t(threads) + 2;   // a frame decoding and one encoding beside the renders
-    std::vector<std::unique_ptr<Item>> items;
-    for (std::size_t k = 0; k < tokens; ++k) {
-        items.push_back(std::make_unique<Item>());
-        allocate(items.back()->source.get(), engineLayout, width, height);
-        allocate(items.back()->rendered.get(), engineLayout, width, height);
-        allocate(items.back()->encoded.get(), enc->pix_fmt, width, height);
-        items.back()->encoded->colorspace = enc->colorspace;
-        items.back()->encoded->color_range = enc->color_range;
+        AVStream* o = avformat_new_stream(out.get(), nullptr);
+        if (!o || avcodec_parameters_copy(o->codecpar, a->codecpar) < 0) throw std::bad_alloc();
+        o->codecpar->codec_tag = 0;
+        o->time_base = a->time_base;
+        audioMap[s] = o->index;
+        audio = true;
     }
-    tbb::enumerable_thread_specific<Scalers> scalers;
-    Packet packet = newPacket();
-    bool inputEnded = false, decoderEnded = false;
-    long decodedFrames = 0, next = 0, encodedFrames = 0;
-    std::int64_t lastPts = AV_NOPTS_VALUE;
-    ProgressLine progress;
+    return audio;
+}
 
-    auto decodeStage = [&]() -> void* {
-        Item& item = *items[std::size_t(next++ % long(tokens))];
-        item.index = -1;
-        item.audio.clear();
-        av_frame_unref(item.decoded.get());
-        while (!decoderEnded) {
-            const int r = avcodec_receive_frame(dec.get(), item.decoded.get());
-            if (r >= 0) {
-                item.index = decodedFrames++;
-                return &item;
-            }
-            if (r == AVERROR_EOF) {
-                decoderEnded = true;
-                break;
-            }
-            if (r != AVERROR(EAGAIN)) fail(2, job.input + ": damaged video near frame " + std::to_string(decodedFrames) + ": " + avError(r));
-            if (inputEnded) fail(2, job.input + ": the decoder stopped early");
-            const int got = av_read_frame(in.get(), packet.get());
-            if (got == AVERROR_EOF) {
-                inputEnded = true;
-                avcodec_send_packet(dec.get(), nullptr);   // drain the frames the decoder still holds
-                continue;
-            }
-            if (got < 0) fail(2, job.input + ": " + avError(got));
-            const int s = packet->stream_index;
-            if (s == vs) {
-                const int sent = avcodec_send_packet(dec.get(), packet.get());
-                av_packet_unref(packet.get());
-                if (sent < 0)   // never EAGAIN: the decoder's frames were all taken first
-                    fail(2, job.input + ": damaged video near frame " + std::to_string(decodedFrames) + ": " + avError(sent));
-            } else if (s >= 0 && std::size_t(s) < audioMap.size() && audioMap[std::size_t(s)] >= 0) {
-                Packet copy = newPacket();
-                av_packet_move_ref(copy.get(), packet.get());
-                item.audio.push_back(std::move(copy));
-            } else {
-                av_packet_unref(packet.get());
-            }
+// ---- the pipeline: decoding (in order), rendering (several frames at once,
+// one thread each) and encoding (in order) overlap; the frames never depend
+// on the thread count. A frame is decoded, converted to the engine's layout,
+// rendered, converted back to the encoder's, encoded and muxed.
+
+class Pipeline {
+public:
+    explicit Pipeline(Setup& setup);
+    void run();
+    void finish();   // the encoder's last frames, the trailer, the file in its place
+
+private:
+    Item* decode();
+    void readPacket(Item& item);
+    Item* process(Item* item);
+    void convertForEngine(Item& item, Scaler& scaler, const std::string& where);
+    void render(Item& item, const std::string& where);
+    void convertForEncoder(Item& item, Scaler& scaler, const std::string& where);
+    void encode(Item* item);
+    void writeAudio(Item& item);
+    void drainEncoder();
+    void mux(AVPacket* packet);
+    flairize::Settings settingsFor(long i) const;
+
+    Setup& setup_;
+    const Job& job_;
+    const flairize::HostServices host_ = hostops::threadedServices(1);
+    const std::size_t tokens_;   // a frame decoding and one encoding beside the renders
+    std::vector<std::unique_ptr<Item>> items_;
+    tbb::enumerable_thread_specific<Scalers> scalers_;
+    Packet packet_ = newPacket();          // read from the input
+    Packet encodedPacket_ = newPacket();   // from the encoder
+    bool inputEnded_ = false, decoderEnded_ = false;
+    long decodedFrames_ = 0, next_ = 0, encodedFrames_ = 0;
+    std::int64_t lastPts_ = AV_NOPTS_VALUE;
+    ProgressLine progress_;
+};
+
+Pipeline::Pipeline(Setup& setup) : setup_(setup), job_(setup.job), tokens_(std::size_t(setup.threads) + 2) {
+    for (std::size_t k = 0; k < tokens_; ++k) {
+        items_.push_back(std::make_unique<Item>());
+        allocate(items_.back()->source.get(), setup_.engineLayout, setup_.width, setup_.height);
+        allocate(items_.back()->rendered.get(), setup_.engineLayout, setup_.width, setup_.height);
+        allocate(items_.back()->encoded.get(), setup_.enc->pix_fmt, setup_.width, setup_.height);
+        items_.back()->encoded->colorspace = setup_.enc->colorspace;
+        items_.back()->encoded->color_range = setup_.enc->color_range;
+    }
+}
+
+void Pipeline::run() {
+    hostops::runPipeline(
+        setup_.threads, tokens_, [this]() -> void* { return decode(); },
+        [this](void* item) -> void* { return process(static_cast<Item*>(item)); },
+        [this](void* item) { encode(static_cast<Item*>(item)); });
+}
+
+// The next frame with the audio read before it; after the last frame, the
+// audio read after it, or null.
+Item* Pipeline::decode() {
+    Item& item = *items_[std::size_t(next_++ % long(tokens_))];
+    item.index = -1;
+    item.audio.clear();
+    av_frame_unref(item.decoded.get());
+    while (!decoderEnded_) {
+        const int r = avcodec_receive_frame(setup_.dec.get(), item.decoded.get());
+        if (r >= 0) {
+            item.index = decodedFrames_++;
+            return &item;
         }
-        if (item.audio.empty()) return nullptr;
-        return &item;   // the audio read after the last frame
-    };
-
-    auto renderStage = [&](void* stageItem) -> void* {
-        Item* item = static_cast<Item*>(stageItem);
-        if (item->index < 0) return item;
-        const AVFrame* d = item->decoded.get();
-        const std::string where = job.input + ": frame " + std::to_string(item->index);
-        if (d->width != width || d->height != height)
-            fail(2, where + " is " + std::to_string(d->width) + " x " + std::to_string(d->height) +
-                        ", the video's first frames " + std::to_string(width) + " x " + std::to_string(height));
-        Scalers& mine = scalers.local();
-        mine.toEngine.convert(d, item->source.get(), where);
-        if (av_frame_make_writable(item->rendered.get()) < 0) throw std::bad_alloc();   // it may go to the encoder itself
-        const flairize::Result r = flairize::renderInto(host, viewOf(item->source.get(), bytesPerPixel),
-                                                        settingsFor(item->index), flairize::Mix::Always,
-                                                        viewOf(item->rendered.get(), bytesPerPixel));
-        if (r.status != flairize::Status::Ok)
-            fail(1, where + ": " + plat::loadString(r.messageId ? r.messageId : ids::kNoMemory));
-        if (enc->pix_fmt != engineLayout) {
-            // The encoder may still hold the last frame written into this item.
-            if (av_frame_make_writable(item->encoded.get()) < 0) throw std::bad_alloc();
-            mine.toEncoder.convert(item->rendered.get(), item->encoded.get(), where);
+        if (r == AVERROR_EOF) {
+            decoderEnded_ = true;
+            break;
         }
-        item->pts = d->best_effort_timestamp;
-        return item;
-    };
+        if (r != AVERROR(EAGAIN))
+            fail(2, job_.input + ": damaged video near frame " + std::to_string(decodedFrames_) + ": " + avError(r));
+        readPacket(item);
+    }
+    return item.audio.empty() ? nullptr : &item;
+}
 
-    Packet encodedPacket = newPacket();
-    auto encodeStage = [&](void* stageItem) {
-        Item* item = static_cast<Item*>(stageItem);
-        for (Packet& a : item->audio) {
-            const int s = a->stream_index;
-            av_packet_rescale_ts(a.get(), in->streams[s]->time_base, out->streams[audioMap[std::size_t(s)]]->time_base);
-            a->stream_index = audioMap[std::size_t(s)];
-            write(a.get());
-        }
-        item->audio.clear();
-        if (item->index < 0) return;
-        AVFrame* f = enc->pix_fmt != engineLayout ? item->encoded.get() : item->rendered.get();
-        // Timestamps as decoded; a missing or repeated one follows the one before.
-        std::int64_t pts = item->pts;
-        if (pts == AV_NOPTS_VALUE || (lastPts != AV_NOPTS_VALUE && pts <= lastPts))
-            pts = lastPts == AV_NOPTS_VALUE ? 0 : lastPts + 1;
-        lastPts = f->pts = pts;
-        f->pict_type = AV_PICTURE_TYPE_NONE;
-        const int sent = avcodec_send_frame(enc.get(), f);
-        if (sent < 0) fail(1, job.output + ": the encoder failed: " + avError(sent));
-        drainEncoder(encodedPacket.get());
-        progress.show(++encodedFrames, frames, false);
-    };
+// One packet: video to the decoder, audio kept with the item, the rest dropped.
+void Pipeline::readPacket(Item& item) {
+    if (inputEnded_) fail(2, job_.input + ": the decoder stopped early");
+    const int got = av_read_frame(setup_.in.get(), packet_.get());
+    if (got == AVERROR_EOF) {
+        inputEnded_ = true;
+        avcodec_send_packet(setup_.dec.get(), nullptr);   // drain the frames the decoder still holds
+        return;
+    }
+    if (got < 0) fail(2, job_.input + ": " + avError(got));
+    const int stream = packet_->stream_index;
+    if (stream == setup_.videoStream) {
+        const int sent = avcodec_send_packet(setup_.dec.get(), packet_.get());
+        av_packet_unref(packet_.get());
+        if (sent < 0)   // never EAGAIN: the decoder's frames were all taken first
+            fail(2, job_.input + ": damaged video near frame " + std::to_string(decodedFrames_) + ": " + avError(sent));
+    } else if (stream >= 0 && std::size_t(stream) < setup_.audioMap.size() &&
+               setup_.audioMap[std::size_t(stream)] >= 0) {
+        Packet copy = newPacket();
+        av_packet_move_ref(copy.get(), packet_.get());
+        item.audio.push_back(std::move(copy));
+    } else {
+        av_packet_unref(packet_.get());
+    }
+}
 
-    hostops::runPipeline(threads, tokens, decodeStage, renderStage, encodeStage);
-    if ((e = avcodec_send_frame(enc.get(), nullptr)) < 0) fail(1, job.output + ": the encoder failed: " + avError(e));
-    drainEncoder(encodedPacket.get());
-    if ((e = av_write_trailer(out.get())) < 0) fail(2, job.output + ": " + avError(e));
-    if ((e = avio_closep(&out->pb)) < 0) fail(2, job.output + ": " + avError(e));
-    if (encodedFrames == 0) fail(2, job.input + ": no frame could be decoded");
-    temporary.keepAs(job.output);
-    progress.show(encodedFrames, frames, true);
-    if (encodedFrames != frames)
-        std::fprintf(stderr, "flairize: %s: %ld frames were counted but %ld decoded\n", job.input.c_str(), frames,
-                     encodedFrames);
+// The stage that runs on several threads at once.
+Item* Pipeline::process(Item* item) {
+    if (item->index < 0) return item;
+    const std::string where = job_.input + ": frame " + std::to_string(item->index);
+    Scalers& mine = scalers_.local();
+    convertForEngine(*item, mine.toEngine, where);
+    render(*item, where);
+    if (setup_.enc->pix_fmt != setup_.engineLayout) convertForEncoder(*item, mine.toEncoder, where);
+    item->pts = item->decoded->best_effort_timestamp;
+    return item;
+}
+
+// The decoded frame into the engine's layout.
+void Pipeline::convertForEngine(Item& item, Scaler& scaler, const std::string& where) {
+    const AVFrame* d = item.decoded.get();
+    if (d->width != setup_.width || d->height != setup_.height)
+        fail(2, where + " is " + std::to_string(d->width) + " x " + std::to_string(d->height) +
+                    ", the video's first frames " + std::to_string(setup_.width) + " x " +
+                    std::to_string(setup_.height));
+    scaler.convert(d, item.source.get(), where);
+}
+
+// Frame i renders at the progress the host gives frame i of a sequence of N.
+flairize::Settings Pipeline::settingsFor(long i) const {
+    SettingsRecord r = job_.record;
+    // A video that decodes more frames than counted ends at its last.
+    const long last = std::min(i, setup_.frames - 1);
+    r.progress = flairize::frameProgress(flairize::sequencePosition(std::uint64_t(last), std::uint64_t(setup_.frames)),
+                                         job_.speed, r.direction);
+    return flairize::settingsOf(r);
+}
+
+void Pipeline::render(Item& item, const std::string& where) {
+    if (av_frame_make_writable(item.rendered.get()) < 0) throw std::bad_alloc();   // it may go to the encoder itself
+    const flairize::Result r = flairize::renderInto(host_, viewOf(item.source.get(), setup_.bytesPerPixel),
+                                                    settingsFor(item.index), flairize::Mix::Always,
+                                                    viewOf(item.rendered.get(), setup_.bytesPerPixel));
+    if (r.status != flairize::Status::Ok)
+        fail(1, where + ": " + plat::loadString(r.messageId ? r.messageId : ids::kNoMemory));
+}
+
+// The rendered frame into the encoder's pixel format, where it differs.
+void Pipeline::convertForEncoder(Item& item, Scaler& scaler, const std::string& where) {
+    // The encoder may still hold the last frame written into this item.
+    if (av_frame_make_writable(item.encoded.get()) < 0) throw std::bad_alloc();
+    scaler.convert(item.rendered.get(), item.encoded.get(), where);
+}
+
+// In order: the audio read before the frame, then the frame.
+void Pipeline::encode(Item* item) {
+    writeAudio(*item);
+    if (item->index < 0) return;
+    AVFrame* f = setup_.enc->pix_fmt != setup_.engineLayout ? item->encoded.get() : item->rendered.get();
+    // Timestamps as decoded; a missing or repeated one follows the one before.
+    std::int64_t pts = item->pts;
+    if (pts == AV_NOPTS_VALUE || (lastPts_ != AV_NOPTS_VALUE && pts <= lastPts_))
+        pts = lastPts_ == AV_NOPTS_VALUE ? 0 : lastPts_ + 1;
+    lastPts_ = f->pts = pts;
+    f->pict_type = AV_PICTURE_TYPE_NONE;
+    const int sent = avcodec_send_frame(setup_.enc.get(), f);
+    if (sent < 0) fail(1, job_.output + ": the encoder failed: " + avError(sent));
+    drainEncoder();
+    progress_.show(++encodedFrames_, setup_.frames, false);
+}
+
+void Pipeline::writeAudio(Item& item) {
+    for (Packet& a : item.audio) {
+        const int stream = a->stream_index;
+        const int to = setup_.audioMap[std::size_t(stream)];
+        av_packet_rescale_ts(a.get(), setup_.in->streams[stream]->time_base, setup_.out->streams[to]->time_base);
+        a->stream_index = to;
+        mux(a.get());
+    }
+    item.audio.clear();
+}
+
+void Pipeline::drainEncoder() {
+    AVPacket* p = encodedPacket_.get();
+    int r;
+    while ((r = avcodec_receive_packet(setup_.enc.get(), p)) >= 0) {
+        av_packet_rescale_ts(p, setup_.enc->time_base, setup_.outVideo->time_base);
+        p->stream_index = setup_.outVideo->index;
+        mux(p);
+    }
+    if (r != AVERROR(EAGAIN) && r != AVERROR_EOF) fail(1, job_.output + ": the encoder failed: " + avError(r));
+}
+
+void Pipeline::mux(AVPacket* p) {
+    const int w = av_interleaved_write_frame(setup_.out.get(), p);
+    if (w < 0) fail(2, job_.output + ": " + avError(w));
+}
+
+void Pipeline::finish() {
+    int e;
+    if ((e = avcodec_send_frame(setup_.enc.get(), nullptr)) < 0)
+        fail(1, job_.output + ": the encoder failed: " + avError(e));
+    drainEncoder();
+    if ((e = av_write_trailer(setup_.out.get())) < 0) fail(2, job_.output + ": " + avError(e));
+    if ((e = avio_closep(&setup_.out->pb)) < 0) fail(2, job_.output + ": " + avError(e));
+    if (encodedFrames_ == 0) fail(2, job_.input + ": no frame could be decoded");
+    setup_.temporary->keepAs(job_.output);
+    progress_.show(encodedFrames_, setup_.frames, true);
+    if (encodedFrames_ != setup_.frames)
+        std::fprintf(stderr, "flairize: %s: %ld frames were counted but %ld decoded\n", job_.input.c_str(),
+                     setup_.frames, encodedFrames_);
+}
+
+Outcome run(const Job& job) {
+    Setup setup(job);
+    Pipeline pipeline(setup);
+    pipeline.run();
+    pipeline.finish();
     return {};
 }
 
