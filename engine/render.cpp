@@ -1,5 +1,6 @@
 // Rendering a picture: the effect's filter, then for effects that fade in the
 // mix with the source by the progress. Also what front ends read of the table.
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 
@@ -154,19 +155,13 @@ std::string effectName(unsigned effect) {
 }
 
 std::string effectSlug(unsigned effect) {
-    std::string slug;
-    for (char c : effectName(effect)) {
-        if (c == '[') break;
-        if (c == '*') continue;
-        slug.push_back(c == ' ' ? '-' : static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
-    }
-    while (!slug.empty() && slug.back() == '-') slug.pop_back();
-    return slug;
+    const EffectRecord* e = recordOf(effect);
+    return e ? e->slug : "";
 }
 
 bool effectOffered(unsigned effect) {
-    const std::string name = effectName(effect);
-    return !name.empty() && name[0] != '*';
+    const EffectRecord* e = recordOf(effect);
+    return e && e->offered;
 }
 
 unsigned offeredCount() {
@@ -185,9 +180,55 @@ bool effectUsesColour(unsigned effect) {
     return e && (e->flags & kFlagColour);
 }
 
-std::uint16_t sliderLabelId(unsigned effect, int slider) {
+const char* effectDescription(unsigned effect) {
     const EffectRecord* e = recordOf(effect);
-    return e && slider >= 0 && slider < 3 ? e->labelIds[slider] : 0;
+    return e ? e->description : "";
+}
+
+const char* effectCategory(unsigned effect) {
+    const EffectRecord* e = recordOf(effect);
+    if (!e) return "";
+    switch (e->category) {
+    case EffectCategory::Artistic: return "Artistic";
+    case EffectCategory::Blur: return "Blur";
+    case EffectCategory::Distort: return "Distort";
+    case EffectCategory::Stylize: return "Stylize";
+    case EffectCategory::Texture: return "Texture";
+    }
+    return "";
+}
+
+std::vector<unsigned> dialogOrder() {
+    struct Item {
+        std::string name;
+        unsigned effect;
+    };
+    std::vector<Item> items;
+    for (unsigned i = 0; i < effectCount(); ++i)
+        if (effectOffered(i)) items.push_back({effectName(i), i});
+    auto lower = [](char c) { return std::tolower(static_cast<unsigned char>(c)); };
+    std::stable_sort(items.begin(), items.end(), [&](const Item& a, const Item& b) {
+        return std::lexicographical_compare(a.name.begin(), a.name.end(), b.name.begin(), b.name.end(),
+                                            [&](char x, char y) { return lower(x) < lower(y); });
+    });
+    std::vector<unsigned> order;
+    for (const Item& item : items) order.push_back(item.effect);
+    return order;
+}
+
+namespace {
+
+// The record of a shown slider, or null.
+const SliderRecord* shownSlider(unsigned effect, int slider) {
+    const EffectRecord* e = recordOf(effect);
+    return e && slider >= 0 && slider < 3 && e->sliders[slider].labelId ? &e->sliders[slider] : nullptr;
+}
+
+}  // namespace
+
+std::uint16_t sliderLabelId(unsigned effect, int slider) {
+    const SliderRecord* s = shownSlider(effect, slider);
+    return s ? s->labelId : 0;
 }
 
 std::string sliderLabel(unsigned effect, int slider) {
@@ -197,7 +238,32 @@ std::string sliderLabel(unsigned effect, int slider) {
 
 std::uint16_t sliderDefault(unsigned effect, int slider) {
     const EffectRecord* e = recordOf(effect);
-    return e && slider >= 0 && slider < 3 ? e->defaults[slider] : 0;
+    return e && slider >= 0 && slider < 3 ? e->sliders[slider].defaultValue : 0;
+}
+
+const char* sliderOption(unsigned effect, int slider) {
+    const SliderRecord* s = shownSlider(effect, slider);
+    return s ? s->option : "";
+}
+
+const char* sliderUnit(unsigned effect, int slider) {
+    const SliderRecord* s = shownSlider(effect, slider);
+    return s ? s->unit : "";
+}
+
+const char* sliderMeaning(unsigned effect, int slider) {
+    const SliderRecord* s = shownSlider(effect, slider);
+    return s ? s->meaning : "";
+}
+
+std::uint16_t sliderMinimum(unsigned effect, int slider) {
+    const SliderRecord* s = shownSlider(effect, slider);
+    return s ? s->minimum : 0;
+}
+
+std::uint16_t sliderMaximum(unsigned effect, int slider) {
+    const SliderRecord* s = shownSlider(effect, slider);
+    return s ? s->maximum : 0;
 }
 
 }  // namespace flairize
