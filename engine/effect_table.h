@@ -1,7 +1,8 @@
-// The effect table and the contract between the engine and the effects: one
-// record per effect, in index order, that ties the effect's name, sliders and
-// flags to its functions. Adding an effect takes its family file, one record
-// here and its strings.
+// The types of the effect table and the contract between the engine and the
+// effects: one record per effect, in index order, that ties the effect's name,
+// sliders, flags and what the front ends show of it to its functions. The
+// table itself is the catalogue (effects/catalogue.cpp): adding an effect takes
+// its family file, one record there and its name in the strings.
 #pragma once
 
 #include <cstdint>
@@ -112,7 +113,6 @@ struct EffectTable {
     const EffectRecord* records;   // `count` records, then one of zeros
     unsigned count;
 };
-extern const EffectTable kEffectTable;
 
 // Row effects are rendered by the row driver; the whole-picture filters by family.
 flairize::Result rowDriver(const FilterCall& call);
@@ -130,11 +130,12 @@ struct InnerEffect {
 };
 
 namespace flairize {
-// render() with another table of the same effects (the plain forms, for the tests).
+// render() and renderInto() with a given table: the catalogue's, or another of
+// the same effects (the plain forms, for the tests).
 Result renderWith(const EffectTable& table, const HostServices& host, HGLOBAL source, const Settings& settings,
                   Mix mix);
-// The first record whose filter is `filter`, or null.
-const EffectRecord* recordWithFilter(FilterFunction filter);
+Result renderIntoWith(const EffectTable& table, const HostServices& host, const PictureView& source,
+                      const Settings& settings, Mix mix, const PictureView& output);
 }  // namespace flairize
 
 // Blends every row of `picture` with the same row of `first` by the host's

@@ -2,7 +2,7 @@
 // record. Each record is the one place that describes its effect: its name and
 // the name to type, what it does, its sliders and what they do, its flags, its
 // functions and their plain forms.
-#include "engine/effect_table.h"
+#include "effects/catalogue.h"
 
 #include <iterator>
 
