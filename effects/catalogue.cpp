@@ -127,8 +127,8 @@ constexpr EffectRecord kRecords[] = {
         .plainForm(PlainFindEdges),
     Effect(7, "fragment", C::Stylize, kPlaceholder).hidden().rows(M, kIndependent, EmptyRow, EmptyRow),
     Effect(8, "lens-flare", C::Distort,
-           "Not offered: zooms the picture about its centre as the progress rises; an 8-bit picture gives no "
-           "picture of its own.")
+           "Not offered: zooms the picture about its centre as the progress rises; renders nothing for an 8-bit "
+           "picture.")
         .hidden()
         .rows(M, kIndependent, LensFlareLine1, LensFlareLine2)
         .wholeRows(),
@@ -158,7 +158,7 @@ constexpr EffectRecord kRecords[] = {
         .initDone(EdgeBuffersInit, EdgeBuffersDone)
         .plainForm(PlainContours),
     Effect(14, "shake", C::Blur,
-           "Smears each pixel along one direction, the dark parts most, as if the camera shook.")
+           "Smears the picture along one direction, where the smear is dark, as if the camera shook.")
         .rows(M, kIndependent, ShakeLine1, ShakeLine2)
         .withSlider(0, slider(kLabelAngle, "angle", 0,
                               "the direction of the smear: 0..255 is one turn (0 up, 64 right, 128 down, 192 left)",
