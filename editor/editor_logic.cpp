@@ -13,7 +13,8 @@ std::vector<ListItem> offeredEffects() {
 
 std::vector<ListItem> effectList() {
     std::vector<ListItem> items;
-    for (unsigned effect : flairize::dialogOrder()) items.push_back({flairize::effectName(effect), std::uint16_t(effect)});
+    for (unsigned effect : flairize::dialogOrder())
+        items.push_back({flairize::effectName(effect), std::uint16_t(effect)});
     return items;
 }
 

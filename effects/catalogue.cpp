@@ -279,8 +279,7 @@ constexpr EffectRecord kRecords[] = {
            "Mixes a charcoal drawing of the picture half and half with the picture, like a colour pencil "
            "sketch.")
         .picture(M, colorPencilFilter, &kColorPencilCharcoal),
-    Effect(36, "bubbles", C::Distort,
-           "Not offered: lays a grid of small magnifying bubbles over the picture.")
+    Effect(36, "bubbles", C::Distort, "Not offered: lays a grid of small magnifying bubbles over the picture.")
         .hidden()
         .picture(M, bubblesFilter)
         .withSlider(0, slider(kLabelNumber, "number", 128,

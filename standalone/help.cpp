@@ -89,7 +89,7 @@ const std::vector<CommandHelp>& commands() {
         {"settings", "OUT.flr [effect options] [--direction D]",
          "write a 20-byte settings block (for --settings)", ""},
         {"list", "[--tsv]",
-         "list the effects: the name to type, the sliders and what they do",
+         "list the effects: the name to type, what each does, its sliders and what they do",
          "  --tsv                 one tab-separated line per effect: index, name, offered,\n"
          "                        flags (1 fades in, 2 paints with the colour), the three\n"
          "                        slider labels and their defaults\n"},
