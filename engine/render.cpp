@@ -114,8 +114,8 @@ Result renderWith(const EffectTable& table, const HostServices& host, HGLOBAL so
     return renderViews(table, host, source, nullptr, s, mix, nullptr);
 }
 
-Result renderIntoWith(const EffectTable& table, const HostServices& host, const PictureView& source, const Settings& settings, Mix mix,
-                  const PictureView& output) {
+Result renderIntoWith(const EffectTable& table, const HostServices& host, const PictureView& source,
+                      const Settings& settings, Mix mix, const PictureView& output) {
     auto bottomFirst = [](const PictureView& v) {
         dib::View d;
         d.bottom = v.height ? v.top + std::ptrdiff_t(v.height - 1) * v.stride : v.top;
