@@ -1,20 +1,8 @@
 #include "editor/editor_logic.h"
 
-#include <algorithm>
-#include <cctype>
-
 #include "engine/flairize.h"
 
 namespace editor {
-namespace {
-
-bool lessIgnoringCase(const std::string& a, const std::string& b) {
-    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-        return std::tolower(static_cast<unsigned char>(x)) < std::tolower(static_cast<unsigned char>(y));
-    });
-}
-
-}  // namespace
 
 std::vector<ListItem> offeredEffects() {
     std::vector<ListItem> items;
@@ -24,9 +12,9 @@ std::vector<ListItem> offeredEffects() {
 }
 
 std::vector<ListItem> effectList() {
-    std::vector<ListItem> items = offeredEffects();
-    std::stable_sort(items.begin(), items.end(),
-                     [](const ListItem& a, const ListItem& b) { return lessIgnoringCase(a.name, b.name); });
+    std::vector<ListItem> items;
+    for (unsigned effect : flairize::dialogOrder())
+        items.push_back({flairize::effectName(effect), std::uint16_t(effect)});
     return items;
 }
 

@@ -1,7 +1,8 @@
 // A frei0r filter over the engine. Every plug-in is a copy of this one module,
 // named flairize-<effect>.so after the effect it renders; it finds its effect
-// by its own file name, and its name, sliders, colour and fade-in come from the
-// effect table, so a newly landed effect needs nothing here.
+// by its own file name, and its name, description, sliders and what they do,
+// colour and fade-in come from the catalogue, so a newly landed effect needs
+// nothing here.
 //
 // Parameters, in this order:
 //   the effect's shown sliders by their labels, doubles 0..1 for 0..255
@@ -22,6 +23,7 @@ extern "C" {
 
 #include <dlfcn.h>
 
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -90,14 +92,20 @@ Description describe() {
     d.name = "flairize-" + flairize::effectSlug(e);   // GStreamer names its elements after it
     d.author = plat::loadString(ids::kDisplayName);
     const bool fades = flairize::effectFadesIn(e);
-    d.explanation = "The " + flairize::effectName(e) + " effect of " + d.author + ", bit for bit as the flairize command renders it; " +
-                    (fades ? "fades in with Progress" : "animates with Progress");
+    d.explanation = std::string(flairize::effectDescription(e)) + " The " + flairize::effectName(e) + " effect of " +
+                    d.author + ", bit for bit as the flairize command renders it; it " +
+                    (fades ? "fades in with Progress." : "animates with Progress.");
 
+    // Each slider: what it does in the effect's own terms, then how 0..1 maps onto its steps.
     for (int k = 0; k < 3; ++k) {
         if (!flairize::sliderLabelId(e, k)) continue;
-        const std::string label = flairize::sliderLabel(e, k);
-        d.params.push_back({ParamKind::Slider, unsigned(k), F0R_PARAM_DOUBLE, label,
-                            label + " of the effect, 0 to 1 for its slider's 0 to 255 (rounded to the nearest step)"});
+        std::string explanation = flairize::sliderMeaning(e, k);
+        if (!explanation.empty()) explanation[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(explanation[0])));
+        const std::string unit = flairize::sliderUnit(e, k);
+        explanation += "; 0..1 covers the slider's " + std::to_string(flairize::sliderMinimum(e, k)) + ".." +
+                       std::to_string(flairize::sliderMaximum(e, k)) + " (rounded to the nearest step" +
+                       (unit.empty() ? "" : " of " + unit) + ")";
+        d.params.push_back({ParamKind::Slider, unsigned(k), F0R_PARAM_DOUBLE, flairize::sliderLabel(e, k), explanation});
     }
     d.params.push_back({ParamKind::Progress, 0, F0R_PARAM_DOUBLE, "Progress",
                         fades ? "How far the effect has faded in: 0 shows the source, 1 the full effect "

@@ -107,7 +107,7 @@ struct Options {
     long speed = 0;
     long threads = 0;   // all cores
     long columns = 6;
-    std::map<std::string, long> named;   // sliders by label ("Amount") as given
+    std::map<std::string, long> named;   // sliders by option ("amount") as given
     std::vector<std::string> given;      // the options given, for the warnings
     long quality = 0;   // the format's default
     std::string settings;
@@ -210,18 +210,20 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             setMaxMemory(o.limits, arg, v);
         } else if (arg == "--columns") {
             o.columns = parseNumber(arg, v, 1, 64);
-        } else {   // a slider by its label
-            std::string label = arg.substr(2);
-            label[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(label[0])));
-            o.named[label] = parseNumber(arg, v, 0, 255);
+        } else {   // a slider by its option
+            o.named[arg.substr(2)] = parseNumber(arg, v, 0, 255);
         }
     }
     return o;
 }
 
-const std::vector<std::string> kEffectOptions = {"--effect", "--p1",     "--p2",   "--p3",         "--colour",
-                                                 "--color",  "--settings", "--amount", "--angle", "--colors",
-                                                 "--number", "--randomness", "--size"};
+// The options that choose the effect and its settings: the fixed ones, then
+// every slider option of the catalogue.
+std::vector<std::string> effectOptions() {
+    std::vector<std::string> options = {"--effect", "--p1", "--p2", "--p3", "--colour", "--color", "--settings"};
+    for (const std::string& option : sliderOptions()) options.push_back("--" + option);
+    return options;
+}
 
 std::vector<std::string> with(std::vector<std::string> base, std::initializer_list<const char*> more) {
     for (const char* m : more) base.emplace_back(m);
@@ -256,15 +258,13 @@ SettingsRecord buildRecord(const Options& o) {
         if (why.empty()) why = "its sliders: " + (sliders.empty() ? std::string("none") : sliders);
         std::fprintf(stderr, "flairize: warning: %s has no effect on %s (%s)\n", what.c_str(), name.c_str(), why.c_str());
     };
-    for (const auto& [label, value] : o.named) {
+    for (const auto& [option, value] : o.named) {
         int k = 0;
-        while (k < 3 && flairize::sliderLabel(r.effect, k) != label) ++k;
-        std::string option = "--" + label;
-        option[2] = static_cast<char>(std::tolower(static_cast<unsigned char>(option[2])));
-        if (k < 3 && flairize::sliderLabelId(r.effect, k))
+        while (k < 3 && option != flairize::sliderOption(r.effect, k)) ++k;
+        if (k < 3)
             *params[k] = std::uint16_t(value);
         else
-            warn(option);
+            warn("--" + option);
     }
     for (int k = 0; k < 3; ++k)
         if (o.params[k] >= 0 && !flairize::sliderLabelId(r.effect, k)) warn("--p" + std::to_string(k + 1));
@@ -366,7 +366,7 @@ void onRowTick(void* user) {
 
 int cmdRender(int argc, char** argv) {
     Options o = parse(argc, argv,
-                      with(kEffectOptions, {"--progress", "--filter-only", "--threads", "--quality", "--max-pixels",
+                      with(effectOptions(), {"--progress", "--filter-only", "--threads", "--quality", "--max-pixels",
                                             "--max-memory"}));
     if (o.positional.size() != 2) usage("render needs IN and OUT");
     SettingsRecord record = buildRecord(o);
@@ -425,7 +425,7 @@ std::string frameName(const std::string& pattern, long i) {
 
 int cmdSequence(int argc, char** argv) {
     Options o = parse(argc, argv,
-                      with(kEffectOptions, {"--frames", "--direction", "--speed", "--threads", "--quality",
+                      with(effectOptions(), {"--frames", "--direction", "--speed", "--threads", "--quality",
                                             "--max-pixels", "--max-memory"}));
     if (o.positional.size() != 2) usage("sequence needs IN and OUTPATTERN");
     if (o.frames < 1) usage("sequence needs --frames N");
@@ -499,7 +499,7 @@ int cmdSequence(int argc, char** argv) {
 
 int cmdVideo(int argc, char** argv) {
     Options o = parse(argc, argv,
-                      with(kEffectOptions, {"--direction", "--speed", "--threads", "--codec", "--max-pixels", "--max-memory"}));
+                      with(effectOptions(), {"--direction", "--speed", "--threads", "--codec", "--max-pixels", "--max-memory"}));
     if (o.positional.size() != 2) usage("video needs IN and OUT");
     const video::Outcome r = video::convert({o.positional[0], o.positional[1], o.codec, buildRecord(o),
                                              static_cast<std::int8_t>(o.speed), unsigned(o.threads), o.limits});
@@ -533,7 +533,7 @@ int cmdTiming(int argc, char** argv) {
 }
 
 int cmdSettings(int argc, char** argv) {
-    Options o = parse(argc, argv, with(kEffectOptions, {"--direction"}));
+    Options o = parse(argc, argv, with(effectOptions(), {"--direction"}));
     if (o.positional.size() != 1) usage("settings needs OUT.flr");
     const SettingsRecord record = buildRecord(o);
     const std::string path = o.positional[0];
@@ -563,19 +563,24 @@ int cmdList(int argc, char** argv) {
             out += "\n";
             continue;
         }
-        std::string notes = offered ? "" : "hidden (not in the editor's list)";
-        if (flairize::effectFadesIn(i)) notes += std::string(notes.empty() ? "" : "; ") + "fades in";
-        if (flairize::effectUsesColour(i)) notes += std::string(notes.empty() ? "" : "; ") + "paints with --colour";
+        std::string notes = flairize::effectCategory(i);
+        if (!offered) notes += "; hidden";
+        if (flairize::effectFadesIn(i)) notes += "; fades in";
+        if (flairize::effectUsesColour(i)) notes += "; paints with --colour";
         char line[200];
         std::snprintf(line, sizeof line, "%5u  %-15s %-22s %s\n", i, flairize::effectSlug(i).c_str(), name.c_str(),
                       notes.c_str());
         out += line;
+        out += wrapped(flairize::effectDescription(i), 7, 0);
         for (int k = 0; k < 3; ++k) {
             if (!flairize::sliderLabelId(i, k)) continue;
-            std::string option = flairize::sliderLabel(i, k);
-            for (char& ch : option) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-            out += "       --" + option + " (--p" + std::to_string(k + 1) + "), default " +
-                   std::to_string(flairize::sliderDefault(i, k)) + ": " + sliderMeaning(i, k) + "\n";
+            const std::string unit = flairize::sliderUnit(i, k);
+            out += wrapped(std::string("--") + flairize::sliderOption(i, k) + " (--p" + std::to_string(k + 1) + ") " +
+                               std::to_string(flairize::sliderMinimum(i, k)) + ".." +
+                               std::to_string(flairize::sliderMaximum(i, k)) +
+                               (unit.empty() ? "" : " in steps of " + unit) + ", default " +
+                               std::to_string(flairize::sliderDefault(i, k)) + ": " + flairize::sliderMeaning(i, k),
+                           7, 2);
         }
     }
     std::fputs(out.c_str(), stdout);

@@ -9,17 +9,21 @@ namespace cli {
 
 namespace {
 
-const char* const kEffectOptions =
-    "Effect options:\n"
-    "  --effect NAME|INDEX   the effect, by the name `flairize list` shows (\"find-edges\") or\n"
-    "                        its index (default: weave)\n"
-    "  --amount, --angle, --colors, --number, --randomness, --size N\n"
-    "                        the effect's sliders by their labels, 0..255 (default: the\n"
-    "                        effect's own; `flairize list` says what each one does)\n"
-    "  --p1 N --p2 N --p3 N  the sliders by position, 0..255\n"
-    "  --colour RRGGBB       the colour the effect paints with, hex, red first (default 000000)\n"
-    "  --settings FILE.flr   effect, sliders, colour and direction from a settings block;\n"
-    "                        options given as well override it\n";
+// The effect options; the slider options come from the catalogue.
+std::string effectOptions() {
+    std::string sliders;
+    for (const std::string& option : sliderOptions()) sliders += (sliders.empty() ? "--" : ", --") + option;
+    return "Effect options:\n"
+           "  --effect NAME|INDEX   the effect, by the name `flairize list` shows (\"find-edges\") or\n"
+           "                        its index (default: weave)\n" +
+           wrapped(sliders + " N", 2, 0) +
+           "                        the effect's sliders by name, 0..255 (default: the effect's\n"
+           "                        own; `flairize list` says what each one does)\n"
+           "  --p1 N --p2 N --p3 N  the sliders by position, 0..255\n"
+           "  --colour RRGGBB       the colour the effect paints with, hex, red first (default 000000)\n"
+           "  --settings FILE.flr   effect, sliders, colour and direction from a settings block;\n"
+           "                        options given as well override it\n";
+}
 
 const char* const kTimingOptions =
     "  --direction D         Forward (default), Backward, Cycle or \"Reverse Cycle\"\n"
@@ -85,7 +89,7 @@ const std::vector<CommandHelp>& commands() {
         {"settings", "OUT.flr [effect options] [--direction D]",
          "write a 20-byte settings block (for --settings)", ""},
         {"list", "[--tsv]",
-         "list the effects: the name to type, the sliders and what they do",
+         "list the effects: the name to type, what each does, its sliders and what they do",
          "  --tsv                 one tab-separated line per effect: index, name, offered,\n"
          "                        flags (1 fades in, 2 paints with the colour), the three\n"
          "                        slider labels and their defaults\n"},
@@ -114,7 +118,7 @@ std::string mainHelp() {
         s += line + c.summary + "\n";
     }
     s += "\n`flairize COMMAND --help` shows a command's options; `flairize --version` the version.\n\n";
-    s += kEffectOptions;
+    s += effectOptions();
     s += "\nExit status: 0 success; 1 the render failed, out of memory always with the one\n"
          "message \"Not enough memory to complete operation\"; 2 bad input (a picture over\n"
          "--max-pixels or --max-memory included), bad usage, or an output that cannot be written.\n";
@@ -128,7 +132,7 @@ std::string commandHelp(const CommandHelp& c) {
     if (synopsis.find("--direction") != std::string::npos) s += kTimingOptions;
     if (synopsis.find("--threads") != std::string::npos) s += std::string(kThreads) + kLimits;
     if (synopsis.find("--quality") != std::string::npos) s += kQuality;
-    if (synopsis.find("effect options") != std::string::npos) s += std::string("\n") + kEffectOptions;
+    if (synopsis.find("effect options") != std::string::npos) s += "\n" + effectOptions();
     return s;
 }
 
@@ -160,30 +164,35 @@ std::string nearest(const std::string& word, const std::vector<std::string>& can
     return best;
 }
 
-std::string sliderMeaning(unsigned effect, int slider) {
-    const std::string label = flairize::sliderLabel(effect, slider);
-    const std::string name = flairize::effectSlug(effect);
-    if (label.empty()) return "";
-    if (label == "Number")
-        return "how close the " + std::string(name == "bubbles" ? "bubbles" : "marks") +
-               " lie: every 17 pixels at 0, 9 at 128, 2 at 255";
-    if (label == "Randomness")
-        return "how far each " + std::string(name == "bubbles" ? "bubble" : "mark") +
-               " strays from its place on the grid (0: not at all)";
-    if (label == "Angle")
-        return "the direction of the " + std::string(name == "shake" ? "smear" : "blur") +
-               ": 0..255 is one turn (0 up, 64 right, 128 down, 192 left)";
-    if (label == "Amount" && name == "shake") return "the length of the smear: none below 8, 16 steps at 128, 31 at 255";
-    if (label == "Amount" && name == "center-blur")
-        return "the length of the blur towards the centre: none below 8, 16 samples at 128, 31 at 255";
-    if (label == "Amount" && name == "reflection")
-        return "how far each row may move from the last: none below 16, 8 pixels at 128, 15 at 255";
-    if (label == "Colors") return "how many levels each channel keeps: (Colors / 16) + 2, so 2 .. 17; 10 at 128";
-    if (label == "Size" && name == "sampler")
-        return "the cell size: (Size / 16) + 1 pixels, 1 .. 16; below 16 the whole picture is the colour";
-    if (label == "Size" && name == "crosshair")
-        return "the radius of the opening: 255 fills the shorter side, 0 leaves only the colour";
-    return "";
+// `text` in lines of at most 79 characters, broken at spaces, each line
+// starting with `indent` spaces, the lines after the first with `hanging` more.
+std::string wrapped(const std::string& text, std::size_t indent, std::size_t hanging) {
+    std::string out, line(indent, ' ');
+    std::size_t from = 0;
+    while (from < text.size()) {
+        std::size_t end = text.find(' ', from);
+        if (end == std::string::npos) end = text.size();
+        const std::string word = text.substr(from, end - from);
+        const bool lineStart = line.size() == indent || line.size() == indent + hanging;
+        if (!lineStart && line.size() + 1 + word.size() > 79) {
+            out += line + "\n";
+            line.assign(indent + hanging, ' ');
+        }
+        if (line.size() != indent && line.size() != indent + hanging) line += ' ';
+        line += word;
+        from = end + 1;
+    }
+    return out + line + "\n";
+}
+
+std::vector<std::string> sliderOptions() {
+    std::vector<std::string> options;
+    for (unsigned e = 0; e < flairize::effectCount(); ++e)
+        for (int k = 0; k < 3; ++k)
+            if (*flairize::sliderOption(e, k)) options.emplace_back(flairize::sliderOption(e, k));
+    std::sort(options.begin(), options.end());
+    options.erase(std::unique(options.begin(), options.end()), options.end());
+    return options;
 }
 
 }  // namespace cli

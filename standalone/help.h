@@ -1,7 +1,8 @@
 // The command's own words: its help texts (which the man page is made from),
-// "did you mean" for misspelt words, and what each effect's sliders do.
+// "did you mean" for misspelt words, and the catalogue's slider options.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,11 @@ std::string commandHelp(const CommandHelp& c);   // flairize COMMAND --help
 // keyboard (a few letters swapped, missing or wrong), else "".
 std::string nearest(const std::string& word, const std::vector<std::string>& candidates);
 
-// What slider k (0..2) of an effect does, in words; "" when it has none.
-std::string sliderMeaning(unsigned effect, int slider);
+// `text` in lines of at most 79 characters, broken at spaces, each line
+// starting with `indent` spaces, the lines after the first with `hanging` more.
+std::string wrapped(const std::string& text, std::size_t indent, std::size_t hanging);
+
+// The slider options of the catalogue's effects, without dashes, sorted, each once.
+std::vector<std::string> sliderOptions();
 
 }  // namespace cli

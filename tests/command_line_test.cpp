@@ -14,8 +14,11 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <vector>
 
+#include "engine/flairize.h"
 #include "standalone/cli.h"
+#include "standalone/help.h"
 #include "standalone/picture_io.h"
 #include "tests/picture_support.h"
 
@@ -90,6 +93,52 @@ TEST(CommandLine, OptionsAsAUserTypesThem) {
         ASSERT_EQ(block.size(), 20u);
         EXPECT_EQ(block.substr(16), std::string("\x1a\x2b\x3c\x00", 4)) << form;
     }
+}
+
+// Every effect of the catalogue is described for the front ends, and each
+// shown slider's option sets that slider through the command.
+TEST(CommandLine, CatalogueDescribesEveryEffect) {
+    const std::vector<std::string> categories = {"Artistic", "Blur", "Distort", "Stylize", "Texture"};
+    const std::vector<std::string> known = cli::sliderOptions();
+    std::vector<std::string> slugs;
+    for (unsigned e = 0; e < flairize::effectCount(); ++e) {
+        SCOPED_TRACE(flairize::effectName(e));
+        const std::string slug = flairize::effectSlug(e), description = flairize::effectDescription(e);
+        EXPECT_EQ(flairize::effectOffered(e), flairize::effectName(e)[0] != '*');   // as the dialog lists it
+        EXPECT_EQ(slug.find_first_not_of("abcdefghijklmnopqrstuvwxyz-"), std::string::npos);
+        EXPECT_EQ(cli::findEffect(slug.c_str()), int(e));
+        slugs.push_back(slug);
+        EXPECT_TRUE(description.size() > 20 && description.back() == '.') << description;
+        EXPECT_NE(std::find(categories.begin(), categories.end(), flairize::effectCategory(e)), categories.end());
+        std::string args = "settings " + dir() + "/o.flr --effect " + slug;
+        std::vector<std::string> options;
+        for (int k = 0; k < 3; ++k) {
+            const std::string option = flairize::sliderOption(e, k), meaning = flairize::sliderMeaning(e, k);
+            if (!flairize::sliderLabelId(e, k)) {
+                EXPECT_TRUE(option.empty() && meaning.empty()) << k;
+                continue;
+            }
+            EXPECT_FALSE(meaning.empty()) << k;
+            EXPECT_LE(flairize::sliderMinimum(e, k), flairize::sliderDefault(e, k));
+            EXPECT_LE(flairize::sliderDefault(e, k), flairize::sliderMaximum(e, k));
+            EXPECT_EQ(std::count(options.begin(), options.end(), option), 0) << option;
+            EXPECT_NE(std::find(known.begin(), known.end(), option), known.end()) << option;
+            options.push_back(option);
+            args += " --" + option + " " + std::to_string(11 * (k + 1));
+        }
+        // The options given set their own sliders, with no warning.
+        const CommandRun r = command(args);
+        ASSERT_EQ(r.status, 0) << args << r.err;
+        EXPECT_EQ(r.err, "") << args;
+        const std::string block = slurp(dir() + "/o.flr");
+        ASSERT_EQ(block.size(), std::size_t(kSettingsBlockSize));
+        const SettingsRecord record = flairize::decodeSettingsBlock(reinterpret_cast<const std::uint8_t*>(block.data()));
+        const std::uint16_t values[3] = {record.param1, record.param2, record.param3};
+        for (int k = 0; k < 3; ++k)
+            EXPECT_EQ(values[k], flairize::sliderLabelId(e, k) ? 11 * (k + 1) : flairize::sliderDefault(e, k)) << k;
+    }
+    std::sort(slugs.begin(), slugs.end());
+    EXPECT_EQ(std::adjacent_find(slugs.begin(), slugs.end()), slugs.end());
 }
 
 TEST(CommandLine, HelpNamesAndWarnings) {

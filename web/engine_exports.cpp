@@ -8,7 +8,6 @@
 #include <cstring>
 #include <string>
 
-#include "editor/editor_logic.h"
 #include "engine/dib.h"
 #include "engine/flairize.h"
 #include "platform/global_memory.h"
@@ -33,28 +32,47 @@ std::string lastMessage;
 
 extern "C" {
 
-// Everything the page shows of the effects, as JSON: every effect by index,
-// the dialog's list order of the offered ones, and the direction names.
+// Everything the page shows of the effects, as JSON: every effect by index
+// with what it does and its sliders, the dialog's list order of the offered
+// ones, and the direction names.
 EMSCRIPTEN_KEEPALIVE const char* fz_catalog() {
     static std::string json;
     if (!json.empty()) return json.c_str();
+    // One array of three, a value per slider.
+    auto perSlider = [](unsigned e, auto value) {
+        std::string a = "[";
+        for (int k = 0; k < 3; ++k) a += (k ? "," : "") + value(e, k);
+        return a + "]";
+    };
+    auto text = [](const char* (*field)(unsigned, int)) {
+        return [field](unsigned e, int k) { return quoted(field(e, k)); };
+    };
     json = "{\"effects\":[";
     for (unsigned e = 0; e < flairize::effectCount(); ++e) {
         json += e ? "," : "";
         json += "{\"index\":" + std::to_string(e) + ",\"name\":" + quoted(flairize::effectName(e)) +
                 ",\"slug\":" + quoted(flairize::effectSlug(e)) +
+                ",\"description\":" + quoted(flairize::effectDescription(e)) +
+                ",\"category\":" + quoted(flairize::effectCategory(e)) +
                 ",\"offered\":" + (flairize::effectOffered(e) ? "true" : "false") +
                 ",\"fadesIn\":" + (flairize::effectFadesIn(e) ? "true" : "false") +
-                ",\"usesColour\":" + (flairize::effectUsesColour(e) ? "true" : "false") + ",\"labels\":[";
-        for (int k = 0; k < 3; ++k) json += (k ? "," : "") + quoted(flairize::sliderLabel(e, k));
-        json += "],\"defaults\":[";
-        for (int k = 0; k < 3; ++k) json += (k ? "," : "") + std::to_string(flairize::sliderDefault(e, k));
-        json += "]}";
+                ",\"usesColour\":" + (flairize::effectUsesColour(e) ? "true" : "false") +
+                ",\"labels\":" + perSlider(e, [](unsigned i, int k) { return quoted(flairize::sliderLabel(i, k)); }) +
+                ",\"defaults\":" +
+                perSlider(e, [](unsigned i, int k) { return std::to_string(flairize::sliderDefault(i, k)); }) +
+                ",\"options\":" + perSlider(e, text(flairize::sliderOption)) +
+                ",\"units\":" + perSlider(e, text(flairize::sliderUnit)) +
+                ",\"meanings\":" + perSlider(e, text(flairize::sliderMeaning)) + ",\"ranges\":" +
+                perSlider(e, [](unsigned i, int k) {
+                    return "[" + std::to_string(flairize::sliderMinimum(i, k)) + "," +
+                           std::to_string(flairize::sliderMaximum(i, k)) + "]";
+                }) +
+                "}";
     }
     json += "],\"list\":[";
     bool first = true;
-    for (const editor::ListItem& item : editor::effectList()) {
-        json += (first ? "" : ",") + std::to_string(item.effect);
+    for (unsigned effect : flairize::dialogOrder()) {
+        json += (first ? "" : ",") + std::to_string(effect);
         first = false;
     }
     json += "],\"directions\":[";

@@ -261,10 +261,12 @@
   function updateControls() {
     const e = effectInfo();
     $('effect').value = String(settings.effect);
+    $('effect-description').textContent = e.description;
     for (let k = 0; k < 3; ++k) {
       const row = $('slider' + k);
       row.hidden = e.labels[k] === '';
       row.querySelector('label').textContent = e.labels[k];
+      $('p' + k).title = e.meanings[k];
       $('p' + k).value = String(settings.sliders[k]);
       $('p' + k + '-value').textContent = String(settings.sliders[k]);
     }
@@ -294,7 +296,7 @@
 
   function effectOptions(e) {
     const words = ['--effect', e.slug];
-    e.labels.forEach((label, k) => { if (label) words.push('--' + label.toLowerCase(), String(settings.sliders[k])); });
+    e.options.forEach((option, k) => { if (option) words.push('--' + option, String(settings.sliders[k])); });
     if (e.usesColour) words.push('--colour', settings.colour.slice(1));
     return words;
   }
