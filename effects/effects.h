@@ -6,6 +6,14 @@
 #define FLR_ROW(name) void name(const Frame& frame, Carry& carry, std::uint16_t y, std::uint8_t* out)
 #define FLR_ROW_PAIR(effect) FLR_ROW(effect##Line1); FLR_ROW(effect##Line2)
 
+// The whole-picture filters.
+flairize::Result meanMapFilter(const FilterCall& call);
+flairize::Result textureFilter(const FilterCall& call);
+flairize::Result waterColorFilter(const FilterCall& call);
+flairize::Result glassFilter(const FilterCall& call);
+flairize::Result colorPencilFilter(const FilterCall& call);
+flairize::Result bubblesFilter(const FilterCall& call);
+
 // Effects that are catalogued but do no pixel work.
 FLR_ROW(EmptyRow);
 

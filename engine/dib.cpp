@@ -85,18 +85,18 @@ Source::Source(HGLOBAL handle, const flairize::HostServices* host) : handle_(han
     ok_ = true;
 }
 
-Source::Source(HGLOBAL handle, const flairize::HostServices* host, const View* view)
-    : Source(view ? nullptr : handle, host) {
-    if (!view || !view->bottom || (view->bitCount != 24 && view->bitCount != 32) || !view->width || !view->height)
-        return;
-    layout_.fullWidth = view->width;
-    layout_.fullHeight = view->height;
-    layout_.width = view->width;
-    layout_.height = view->height;
-    layout_.bitCount = view->bitCount;
-    layout_.bytesPerPixel = view->bitCount / 8;
-    pixels_ = view->bottom;
-    step_ = view->step;
+Source::Source(const View& view) {
+    if (!view.bottom || !view.width || !view.height) return;
+    if (view.bitCount != 24 && view.bitCount != 32 && !(view.bitCount == 8 && view.colourTable)) return;
+    layout_.fullWidth = view.width;
+    layout_.fullHeight = view.height;
+    layout_.width = view.width;
+    layout_.height = view.height;
+    layout_.bitCount = view.bitCount;
+    layout_.bytesPerPixel = view.bitCount / 8;
+    pixels_ = view.bottom;
+    step_ = view.step;
+    table_ = view.colourTable;
     ok_ = true;
 }
 
@@ -104,20 +104,26 @@ Source::~Source() {
     if (block_) plat::globalUnlock(handle_);
 }
 
-Output::Output(const Source& source, const View* view, bool zeroRows) {
-    if (!source.ok()) return;
+View Source::view() const {
+    View v;
+    if (!ok_) return v;
+    v.bottom = const_cast<std::uint8_t*>(pixels_);   // a source is only read
+    v.step = step_;
+    v.width = layout_.width;
+    v.height = layout_.height;
+    v.bitCount = layout_.bitCount;
+    v.colourTable = layout_.bitCount == 8 ? table_ : nullptr;
+    v.picture = block_ ? handle_ : nullptr;
+    return v;
+}
+
+Output::Output(const Source& source) {
+    if (!source.ok() || !source.block()) return;
     const Layout& in = source.layout();
-    const unsigned bits = in.bitCount == 32 ? 32 : 24;
-    rowBytes_ = std::size_t(in.width) * (bits / 8);
-    if (view) {
-        if (view->width != in.width || view->height != in.height || view->bitCount != bits) return;
-        step_ = view->step;
-        if (zeroRows)
-            for (std::uint32_t y = 0; y < in.height; ++y) std::memset(view->bottom + std::ptrdiff_t(y) * step_, 0, rowBytes_);
-        pixels_ = view->bottom;
-        return;
-    }
-    const auto stride = static_cast<std::uint32_t>(paddedStride(std::uint32_t(in.fullWidth), bits));
+    bits_ = in.bitCount == 32 ? 32 : 24;
+    width_ = in.width;
+    height_ = in.height;
+    const auto stride = static_cast<std::uint32_t>(paddedStride(std::uint32_t(in.fullWidth), bits_));
     step_ = stride;
     const std::uint32_t imageSize = stride * std::uint32_t(in.fullHeight);
     handle_ = plat::globalAlloc(std::size_t(in.headerSize) + imageSize);
@@ -126,7 +132,7 @@ Output::Output(const Source& source, const View* view, bool zeroRows) {
     std::memcpy(block, source.block(), in.headerSize);
     BITMAPINFOHEADER h;
     std::memcpy(&h, block, sizeof h);
-    h.biBitCount = static_cast<std::uint16_t>(bits);
+    h.biBitCount = bits_;
     h.biClrUsed = 0;
     h.biClrImportant = 0;
     h.biSizeImage = imageSize;
@@ -138,6 +144,18 @@ Output::~Output() {
     if (!handle_) return;
     plat::globalUnlock(handle_);
     plat::globalFree(handle_);
+}
+
+View Output::view() const {
+    View v;
+    if (!pixels_) return v;
+    v.bottom = pixels_;
+    v.step = step_;
+    v.width = width_;
+    v.height = height_;
+    v.bitCount = bits_;
+    v.picture = handle_;
+    return v;
 }
 
 View viewOf(std::uint8_t* block) {

@@ -48,13 +48,23 @@ struct Layout {
 // published rule does.
 bool inspect(const std::uint8_t* block, std::size_t blockSize, const flairize::HostServices* host, Layout& layout);
 
-// A 24- or 32-bit picture in memory its caller holds: row y (0 = bottom) at
-// bottom + y * step; a negative step walks up a picture stored top row first.
+// Pixels in memory: row y (0 = bottom) at bottom + y * step; a negative step
+// walks up a picture stored top row first. The engine's filters read and write
+// pictures only through views: render() views the packed pictures it is given
+// and makes, renderInto() the caller's frames.
 struct View {
     std::uint8_t* bottom = nullptr;
     std::ptrdiff_t step = 0;
     std::uint16_t width = 0, height = 0;
-    std::uint16_t bitCount = 0;
+    std::uint16_t bitCount = 0;                  // 8 (sources only), 24 or 32
+    const std::uint8_t* colourTable = nullptr;   // 8 bits: 256 entries of blue, green, red, reserved
+    // The packed picture whose pixels these are, where the view is one
+    // picture's pixels entire: operations that take whole pictures are
+    // handed the picture itself.
+    HGLOBAL picture = nullptr;
+
+    std::uint8_t* row(std::uint32_t y) const { return bottom + std::ptrdiff_t(y) * step; }
+    std::size_t rowBytes() const { return std::size_t(width) * (bitCount / 8u); }   // without padding
 };
 
 // A locked, checked source picture (see inspect), or a view. ok() is false for
@@ -62,8 +72,8 @@ struct View {
 class Source {
 public:
     explicit Source(HGLOBAL handle, const flairize::HostServices* host = nullptr);
-    // A view when one is given, the picture otherwise.
-    Source(HGLOBAL handle, const flairize::HostServices* host, const View* view);
+    // Reads a view (an 8-bit one through its colour table, which it must have).
+    explicit Source(const View& view);
     ~Source();
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
@@ -79,9 +89,11 @@ public:
     // index byte reads inside memory.
     const std::uint8_t* colourTable() const { return table_; }
     bool hasAlpha() const { return layout_.bitCount == 32; }
+    // The pixels as a view (of the picture, for a picture); valid while this lives.
+    View view() const;
 
 private:
-    HGLOBAL handle_;
+    HGLOBAL handle_ = nullptr;
     const std::uint8_t* block_ = nullptr;
     const std::uint8_t* pixels_ = nullptr;
     std::ptrdiff_t step_ = 0;
@@ -91,14 +103,11 @@ private:
     std::uint8_t paddedTable_[1024];
 };
 
-// An output picture for `source`: header copied (biSize bytes), biBitCount 32 for
-// a 32-bit source and 24 otherwise, no colour table, zero-filled pixels. Given a
-// view (of the source's size and that depth), the output is the view itself;
-// zeroRows says whether its rows are cleared first (a filter that writes every
-// pixel, or clears each row itself, need not).
+// A new output picture for `source`: header copied (biSize bytes), biBitCount
+// 32 for a 32-bit source and 24 otherwise, no colour table, zero-filled pixels.
 class Output {
 public:
-    explicit Output(const Source& source, const View* view = nullptr, bool zeroRows = true);
+    explicit Output(const Source& source);
     ~Output();   // frees the block unless release() handed it on
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
@@ -107,20 +116,21 @@ public:
     std::uint8_t* pixels() const { return pixels_; }   // the bottom row
     std::uint8_t* row(std::uint32_t y) const { return pixels_ + std::ptrdiff_t(y) * step_; }
     std::ptrdiff_t stride() const { return step_; }
-    std::size_t rowBytes() const { return rowBytes_; }   // the pixels of a row, without padding
-    HGLOBAL release();   // unlocks and gives up ownership; null for a view
+    std::size_t rowBytes() const { return std::size_t(width_) * (bits_ / 8u); }   // the pixels of a row, without padding
+    View view() const;   // the picture's pixels, while it is held here
+    HGLOBAL release();   // unlocks and gives up ownership
 
 private:
     HGLOBAL handle_ = nullptr;
     std::uint8_t* pixels_ = nullptr;
     std::ptrdiff_t step_ = 0;
-    std::size_t rowBytes_ = 0;
+    std::uint16_t width_ = 0, height_ = 0, bits_ = 0;
 };
 
 // The pixels of a locked 24- or 32-bit picture the engine made (no colour table).
 View viewOf(std::uint8_t* block);
 
-// Whether a view can serve as a source (sourceView) or as its output: 24 or 32
+// Whether a caller's views can serve as a render's source and output: 24 or 32
 // bits, 1 .. 65535 pixels each way, rows at least a row's bytes apart, the
 // output of the source's size and depth and not overlapping it.
 bool viewsFit(const View& source, const View& output);

@@ -14,25 +14,27 @@
 
 struct EffectTable;
 
-// One call of a filter: the picture, the render values and the host's services.
+// One call of a filter: the pictures as views, the render values and the
+// host's services. The filter writes the output view and returns no picture;
+// only where the output view is a picture's own pixels may a filter hand back
+// another picture to take that picture's place (the composite effects hand on
+// the host operation's result as the host made it).
 struct FilterCall {
     const flairize::HostServices& host;
-    HGLOBAL source;
+    const dib::View& source;    // 8-, 24- or 32-bit, checked
+    const dib::View& output;    // the source's size, 32-bit for a 32-bit source and 24-bit otherwise
+    bool outputCleared;         // every output byte is 0 (a new picture): rows need no clearing
     const EffectTable& table;   // the table the effect was found in
     std::uint16_t effect;       // its index there
     std::uint32_t progress;     // 0..16384
     std::uint16_t p1, p2, p3;   // 0..255
     std::uint32_t colour;       // COLORREF
-    // Pictures the caller holds: when sourceView is set the filter reads it in
-    // place of `source` and writes into outputView, returning no picture.
-    const dib::View* sourceView = nullptr;
-    const dib::View* outputView = nullptr;
     // The row driver blends each row with the source by the progress (the
     // host's mixRow) as soon as it is written.
     bool mixRows = false;
 };
 
-// A filter renders a whole picture: a new picture, or why there is none.
+// A filter renders a whole picture into its output: Ok, or why not.
 using FilterFunction = flairize::Result (*)(const FilterCall& call);
 
 // What the row driver hands a row effect. The frame is built before the first
@@ -114,14 +116,9 @@ struct EffectTable {
     unsigned count;
 };
 
-// Row effects are rendered by the row driver; the whole-picture filters by family.
+// Row effects are rendered by the row driver; the whole-picture filters by
+// family (effects/effects.h).
 flairize::Result rowDriver(const FilterCall& call);
-flairize::Result meanMapFilter(const FilterCall& call);
-flairize::Result textureFilter(const FilterCall& call);
-flairize::Result waterColorFilter(const FilterCall& call);
-flairize::Result glassFilter(const FilterCall& call);
-flairize::Result colorPencilFilter(const FilterCall& call);
-flairize::Result bubblesFilter(const FilterCall& call);
 
 // A composite effect runs another effect's filter at a fixed progress.
 struct InnerEffect {

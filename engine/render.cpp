@@ -1,5 +1,7 @@
 // Rendering a picture with a table of effects: the effect's filter, then for
-// effects that fade in the mix with the source by the progress.
+// effects that fade in the mix with the source by the progress. Filters work on
+// views only: renderWith() views the source picture and the output picture it
+// makes, renderIntoWith() the caller's frames.
 #include <cstring>
 
 #include "engine/dib.h"
@@ -36,98 +38,88 @@ namespace {
 
 std::uint16_t atMost(std::uint32_t v, std::uint16_t top) { return v > top ? top : static_cast<std::uint16_t>(v); }
 
-// Filters that read and write pictures through views; the others hand whole
-// pictures to the host's operations.
-bool readsViews(FilterFunction filter) {
-    return filter == rowDriver || filter == textureFilter || filter == meanMapFilter;
-}
+// One render of a table's effect: whether its result is mixed with the source.
+struct Plan {
+    const EffectTable& table;
+    const HostServices& host;
+    const Settings& settings;
+    std::uint32_t progress;
+    bool mixes;
+    bool rowsMixed;   // the row driver blends each row as it writes it
 
-// Renders into a view through a picture of the engine's own, for filters that
-// need whole pictures: the view copied in, the result copied out.
-Result renderThroughPicture(const EffectTable& table, const HostServices& host, const dib::View& source,
-                            const Settings& s, Mix mix, const dib::View& output) {
-    HGLOBAL picture = dib::create(source.width, source.height, source.bitCount);
-    if (!picture) return resultOutOfMemory();
-    const std::size_t rowBytes = std::size_t(source.width) * (source.bitCount / 8);
-    {
-        dib::View in = dib::viewOf(static_cast<std::uint8_t*>(plat::globalLock(picture)));
-        for (unsigned y = 0; y < source.height; ++y)
-            std::memcpy(in.bottom + std::ptrdiff_t(y) * in.step, source.bottom + std::ptrdiff_t(y) * source.step,
-                        rowBytes);
-        plat::globalUnlock(picture);
+    Plan(const EffectTable& t, const HostServices& h, const Settings& s, Mix mix)
+        : table(t), host(h), settings(s), progress(s.progress > 16384 ? 16384 : s.progress) {
+        const EffectRecord& effect = t.records[s.effect];
+        mixes = (effect.flags & kFlagMix) && mix != Mix::None && !(mix == Mix::BelowFull && s.progress == 16384);
+        rowsMixed = mixes && h.mixRow && effect.filter == rowDriver;
     }
-    Result r = renderWith(table, host, picture, s, mix);
-    plat::globalFree(picture);
-    if (!r.picture) return r;
-    const dib::View result = dib::viewOf(static_cast<std::uint8_t*>(plat::globalLock(r.picture)));
-    for (unsigned y = 0; y < output.height; ++y)
-        std::memcpy(output.bottom + std::ptrdiff_t(y) * output.step, result.bottom + std::ptrdiff_t(y) * result.step,
-                    rowBytes);
-    plat::globalUnlock(r.picture);
-    plat::globalFree(r.picture);
-    r.picture = nullptr;
-    return r;
-}
 
-Result renderViews(const EffectTable& table, const HostServices& host, HGLOBAL source, const dib::View* sourceView,
-                   const Settings& s, Mix mix, const dib::View* outputView) {
-    if (s.effect >= table.count || (!source && !sourceView)) return resultRefused();
-    const EffectRecord& effect = table.records[s.effect];
-    const std::uint32_t progress = s.progress > 16384 ? 16384 : s.progress;
-    const bool mixes = (effect.flags & kFlagMix) && mix != Mix::None && !(mix == Mix::BelowFull && s.progress == 16384);
-    if (sourceView && !readsViews(effect.filter))
-        return renderThroughPicture(table, host, *sourceView, s, mix, *outputView);
-    if (sourceView && mixes && !host.mixRow) return resultRefused();
-    FilterCall call{host,
-                    source,
-                    table,
-                    s.effect,
-                    progress,
-                    atMost(s.sliders[0], 255),
-                    atMost(s.sliders[1], 255),
-                    atMost(s.sliders[2], 255),
-                    s.colour};
-    call.sourceView = sourceView;
-    call.outputView = outputView;
-    call.mixRows = mixes && host.mixRow && effect.filter == rowDriver;
-    Result result = effect.filter(call);
-    if (result.status != Status::Ok || !mixes || call.mixRows) return result;
-    if (host.mixRow) {   // one blend pass over the finished output, in place
-        dib::Source src(source, &host, sourceView);
-        if (outputView) {
-            blendRows(host, src, *outputView, progress);
-        } else {
-            blendRows(host, src, dib::viewOf(static_cast<std::uint8_t*>(plat::globalLock(result.picture))), progress);
-            plat::globalUnlock(result.picture);
-        }
-        return result;
+    // The effect's filter from `source` into `output`.
+    Result filter(const dib::View& source, const dib::View& output, bool outputCleared) const {
+        FilterCall call{host,
+                        source,
+                        output,
+                        outputCleared,
+                        table,
+                        settings.effect,
+                        progress,
+                        atMost(settings.sliders[0], 255),
+                        atMost(settings.sliders[1], 255),
+                        atMost(settings.sliders[2], 255),
+                        settings.colour};
+        call.mixRows = rowsMixed;
+        return table.records[settings.effect].filter(call);
     }
-    HGLOBAL mixed = host.mix(host.user, source, result.picture, progress);
-    if (!mixed) return {result.picture, Status::MixFailed, 0};
-    plat::globalFree(result.picture);
-    return resultOk(mixed);
+};
+
+dib::View bottomFirst(const PictureView& v) {
+    dib::View d;
+    d.bottom = v.height ? v.top + std::ptrdiff_t(v.height - 1) * v.stride : v.top;
+    d.step = -v.stride;
+    d.width = v.width;
+    d.height = v.height;
+    d.bitCount = static_cast<std::uint16_t>(v.bytesPerPixel * 8u);
+    return d;
 }
 
 }  // namespace
 
+// The source picture and a new output picture, viewed; a picture the filter
+// hands back takes the output's place. Without the host's mixRow the result
+// is mixed through its picture mix, as the plug-in's host does.
 Result renderWith(const EffectTable& table, const HostServices& host, HGLOBAL source, const Settings& s, Mix mix) {
-    return renderViews(table, host, source, nullptr, s, mix, nullptr);
+    if (s.effect >= table.count) return resultRefused();
+    const dib::Source src(source, &host);
+    if (!src.ok()) return resultRefused();
+    dib::Output out(src);
+    if (!out.ok()) return resultOutOfMemory();
+    const Plan plan(table, host, s, mix);
+    const Result result = plan.filter(src.view(), out.view(), true);
+    if (result.status != Status::Ok) return result;   // the output is freed with `out`
+    HGLOBAL picture = result.picture ? result.picture : out.release();
+    if (!plan.mixes || plan.rowsMixed) return resultOk(picture);
+    if (host.mixRow) {   // one blend pass over the finished picture, in place
+        blendRows(host, src, dib::viewOf(static_cast<std::uint8_t*>(plat::globalLock(picture))), plan.progress);
+        plat::globalUnlock(picture);
+        return resultOk(picture);
+    }
+    HGLOBAL mixed = host.mix(host.user, source, picture, plan.progress);
+    if (!mixed) return {picture, Status::MixFailed, 0};
+    plat::globalFree(picture);
+    return resultOk(mixed);
 }
 
 Result renderIntoWith(const EffectTable& table, const HostServices& host, const PictureView& source,
                       const Settings& settings, Mix mix, const PictureView& output) {
-    auto bottomFirst = [](const PictureView& v) {
-        dib::View d;
-        d.bottom = v.height ? v.top + std::ptrdiff_t(v.height - 1) * v.stride : v.top;
-        d.step = -v.stride;
-        d.width = v.width;
-        d.height = v.height;
-        d.bitCount = static_cast<std::uint16_t>(v.bytesPerPixel * 8u);
-        return d;
-    };
     const dib::View in = bottomFirst(source), out = bottomFirst(output);
-    if (!source.top || !output.top || !dib::viewsFit(in, out)) return resultRefused();
-    return renderViews(table, host, nullptr, &in, settings, mix, &out);
+    if (!source.top || !output.top || !dib::viewsFit(in, out) || settings.effect >= table.count)
+        return resultRefused();
+    const Plan plan(table, host, settings, mix);
+    if (plan.mixes && !host.mixRow) return resultRefused();
+    const Result result = plan.filter(in, out, false);
+    if (result.status != Status::Ok || !plan.mixes || plan.rowsMixed) return result;
+    blendRows(host, dib::Source(in), out, plan.progress);   // one blend pass over the output, in place
+    return result;
 }
 
 }  // namespace flairize

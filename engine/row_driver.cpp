@@ -4,7 +4,8 @@
 // the host's threads where it offers them, each band writing only its own rows,
 // and so do carrying rows whose effect can start its carry at any row.
 // A row that is blended with the source is blended as soon as it is written,
-// while it is still in cache.
+// while it is still in cache. The rows are read from the source view and
+// written into the output view.
 #include <atomic>
 #include <cstring>
 
@@ -15,43 +16,39 @@
 flairize::Result rowDriver(const FilterCall& call) {
     const EffectRecord& effect = call.table.records[call.effect];
     if (!effect.line1 || !effect.line2) return resultRefused();
-    dib::Source src(call.source, &call.host, call.sourceView);
-    if (!src.ok()) return resultRefused();
-    const dib::Layout& in = src.layout();
+    const dib::View& in = call.source;
+    const unsigned bytesPerPixel = in.bitCount / 8u;
 
     Frame frame{};
-    frame.colourTable = in.bytesPerPixel == 1 ? src.colourTable() : nullptr;
+    frame.colourTable = bytesPerPixel == 1 ? in.colourTable : nullptr;
     frame.width = in.width;
     frame.height = in.height;
-    frame.hasAlpha = src.hasAlpha();
+    frame.hasAlpha = in.bitCount == 32;
     frame.progress = call.progress;
     frame.p1 = call.p1, frame.p2 = call.p2, frame.p3 = call.p3;
     frame.colour = call.colour;
     Carry carry{};
     if (effect.init && !effect.init(frame, carry)) return resultOutOfMemory();
-    auto fail = [&] {
+    HGLOBAL tableBlock = plat::globalAlloc(std::size_t(in.height) * sizeof(const std::uint8_t*));
+    if (!tableBlock) {
         if (effect.done) effect.done(carry);
         return resultOutOfMemory();
-    };
-    // A view is cleared row by row as the rows are written, unless the effect
-    // writes whole rows itself; a new picture starts cleared.
-    dib::Output out(src, call.outputView, false);
-    if (!out.ok()) return fail();
-    HGLOBAL tableBlock = plat::globalAlloc(std::size_t(in.height) * sizeof(const std::uint8_t*));
-    if (!tableBlock) return fail();
+    }
     auto* rows = static_cast<const std::uint8_t**>(plat::globalLock(tableBlock));
-    for (std::uint32_t i = 0; i < in.height; ++i) rows[i] = src.row(i);
+    for (std::uint32_t i = 0; i < in.height; ++i) rows[i] = in.row(i);
     frame.rows = rows;
 
+    // An output that is not known to be clear is cleared row by row as the
+    // rows are written, unless the effect writes whole rows itself.
     struct Band {
         const FilterCall& call;
         const EffectRecord& effect;
         RowFunction line;
         const Frame& frame;
         Carry& carry;
-        const dib::Output& out;
+        const dib::View& out;
         unsigned sourceBytes, outputBytes;
-        bool clearRows;   // a view whose rows the effect does not write whole
+        bool clearRows;
         std::atomic<bool> outOfMemory{false};
         // Rows begin .. end - 1 with the given frame and carry.
         void run(const Frame& f, Carry& c, unsigned begin, unsigned end) const {
@@ -66,9 +63,8 @@ flairize::Result rowDriver(const FilterCall& call) {
                                 f.progress);
             }
         }
-    } band{call, effect, in.bytesPerPixel == 1 ? effect.line1 : effect.line2, frame, carry, out, in.bytesPerPixel,
-           in.bitCount == 32 ? 4u : 3u,
-           call.outputView && !(effect.writesWholeRows && in.bytesPerPixel != 1)};
+    } band{call, effect, bytesPerPixel == 1 ? effect.line1 : effect.line2, frame, carry, call.output, bytesPerPixel,
+           in.bitCount == 32 ? 4u : 3u, !call.outputCleared && !(effect.writesWholeRows && bytesPerPixel != 1)};
     if (effect.independentRows && call.host.parallel) {
         call.host.parallel(call.host.user, in.height, [](void* context, unsigned begin, unsigned end) {
             const Band& b = *static_cast<const Band*>(context);
@@ -95,5 +91,5 @@ flairize::Result rowDriver(const FilterCall& call) {
     plat::globalUnlock(tableBlock);
     plat::globalFree(tableBlock);
     if (band.outOfMemory) return resultOutOfMemory();
-    return resultOk(out.release());
+    return resultOk(nullptr);
 }

@@ -2,6 +2,7 @@
 // the filters it exports, each a thin adaptor over the engine that turns the
 // engine's outcome into the plug-in's result and message.
 #include "effects/catalogue.h"
+#include "effects/effects.h"
 #include "engine/flairize.h"
 #include "host/exports.h"
 #include "host/host_context.h"

@@ -9,6 +9,14 @@ namespace {
 
 std::atomic<long> g_failCountdown{0};
 std::atomic<long> g_live{0};
+std::atomic<long> g_counted{0}, g_countedLarge{0};
+std::atomic<std::size_t> g_largeBytes{SIZE_MAX};
+
+void counted(std::size_t size) {
+    ++g_live;
+    ++g_counted;
+    if (size >= g_largeBytes.load()) ++g_countedLarge;
+}
 
 bool allocationAllowed() {
     long n = g_failCountdown.load();
@@ -22,13 +30,19 @@ bool allocationAllowed() {
 
 void failAllocationAfter(long n) { g_failCountdown.store(n < 0 ? 0 : n); }
 long liveBlocks() { return g_live.load(); }
+void countAllocations(std::size_t largeBytes) {
+    g_largeBytes.store(largeBytes);
+    g_counted.store(0);
+    g_countedLarge.store(0);
+}
+AllocationCount countedAllocations() { return {g_counted.load(), g_countedLarge.load()}; }
 
 #ifdef _WIN32
 
 HGLOBAL globalAlloc(std::size_t size) {
     if (!allocationAllowed()) return nullptr;
     HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, size);
-    if (h) ++g_live;
+    if (h) counted(size);
     return h;
 }
 void* globalLock(HGLOBAL block) { return block ? GlobalLock(block) : nullptr; }
@@ -43,7 +57,7 @@ std::size_t globalSize(HGLOBAL block) { return block ? GlobalSize(block) : 0; }
 void* localAlloc(std::size_t size) {
     if (!allocationAllowed()) return nullptr;
     HLOCAL h = LocalAlloc(LMEM_FIXED | LMEM_ZEROINIT, size);
-    if (h) ++g_live;
+    if (h) counted(size);
     return h;
 }
 void localFree(void* memory) {
@@ -73,7 +87,7 @@ HGLOBAL globalAlloc(std::size_t size) {
     if (!raw) return nullptr;
     auto* block = static_cast<GlobalBlock*>(raw);
     block->size = size;
-    ++g_live;
+    counted(size);
     return block;
 }
 void* globalLock(HGLOBAL block) {
@@ -96,7 +110,7 @@ std::size_t globalSize(HGLOBAL block) { return block ? block->size : 0; }
 void* localAlloc(std::size_t size) {
     if (!allocationAllowed()) return nullptr;
     void* p = std::calloc(1, size ? size : 1);
-    if (p) ++g_live;
+    if (p) counted(size);
     return p;
 }
 void localFree(void* memory) {

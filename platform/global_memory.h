@@ -19,5 +19,12 @@ void localFree(void* memory);
 // fails, counting global and local blocks alike; 0 switches it off.
 void failAllocationAfter(long n);
 long liveBlocks();                               // global + local blocks not yet freed
+// countAllocations(bytes): from now on counts every allocation that succeeds,
+// and apart those of at least `bytes` bytes (a frame-sized block, say).
+struct AllocationCount {
+    long all, large;
+};
+void countAllocations(std::size_t largeBytes);
+AllocationCount countedAllocations();
 
 }  // namespace plat

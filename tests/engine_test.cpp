@@ -121,3 +121,53 @@ TEST(Engine, RowTicks) {
         EXPECT_EQ(ticks, c.ticks) << c.effect;
     }
 }
+
+// Frames rendered from view to view for a host that mixes only whole pictures:
+// each effect's own result lands in a frame of stale bytes exactly as render()
+// makes it in a new picture (the composite effects hand their frames to the
+// host's picture operations as pictures), and a render that fades in is
+// refused, the frames untouched.
+TEST(Engine, ViewRendersWithoutRowMixMatchPictureRenders) {
+    flairize::HostServices wholePictures = hostops::services();
+    wholePictures.mixRow = nullptr;
+    const std::uint16_t sliderSets[2][3] = {{128, 0, 0}, {0, 255, 40}};   // the second leaves gaps between bubbles
+    for (int bits : {24, 32}) {
+        constexpr int w = 41, h = 23;
+        Owned src(make(w, h, bits, pattern));
+        const View picture(src);
+        const std::size_t rowBytes = std::size_t(w) * unsigned(bits / 8);
+        std::vector<std::uint8_t> in(rowBytes * h);
+        for (int y = 0; y < h; ++y) std::memcpy(&in[std::size_t(y) * rowBytes], picture.row(h - 1 - y), rowBytes);
+        for (unsigned effect = 0; effect < flairize::effectCount(); ++effect)
+            for (const auto& sliders : sliderSets) {
+                const std::string what = flairize::effectName(effect) + ", " + std::to_string(bits) + " bits, sliders " +
+                                         std::to_string(sliders[0]);
+                flairize::Settings s;
+                s.effect = std::uint16_t(effect);
+                for (int k = 0; k < 3; ++k) s.sliders[k] = sliders[k];
+                s.progress = 7000;
+                s.colour = 0x3060C0;
+                std::vector<std::uint8_t> out(in.size(), 0xA5);
+                const auto view = [&](std::vector<std::uint8_t>& v) {
+                    return flairize::PictureView{v.data(), std::ptrdiff_t(rowBytes), w, h, std::uint8_t(bits / 8)};
+                };
+                const long live = plat::liveBlocks();
+                ASSERT_EQ(flairize::renderInto(wholePictures, view(in), s, flairize::Mix::None, view(out)).status,
+                          flairize::Status::Ok) << what;
+                EXPECT_EQ(plat::liveBlocks(), live) << what;
+                Owned expected(flairize::render(wholePictures, src, s, flairize::Mix::None).picture);
+                const View e(expected);
+                for (int y = 0; y < h; ++y)
+                    ASSERT_EQ(0, std::memcmp(&out[std::size_t(y) * rowBytes], e.row(h - 1 - y), rowBytes))
+                        << what << ", row " << y;
+                std::vector<std::uint8_t> untouched(in.size(), 0x5A);
+                const flairize::Result faded =
+                    flairize::renderInto(wholePictures, view(in), s, flairize::Mix::Always, view(untouched));
+                EXPECT_EQ(faded.status, flairize::effectFadesIn(effect) ? flairize::Status::Refused : flairize::Status::Ok)
+                    << what;
+                if (flairize::effectFadesIn(effect)) {
+                    EXPECT_EQ(untouched, std::vector<std::uint8_t>(in.size(), 0x5A)) << what;
+                }
+            }
+    }
+}

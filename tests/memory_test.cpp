@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -97,6 +99,59 @@ TEST(Memory, EveryAllocationFailureEndsInOneReport) {
         // Every effect needs at least its output picture on each path.
         EXPECT_GE(failures, 3 * long(flairize::effectCount()) - 3 * 6) << path.name;
     }
+}
+
+// A frame rendered from view to view, as the frei0r plug-ins and the video
+// command render: only the effects that hand pictures to the host's colour
+// operations (WaterColor, Glass) or picture mix (Color Pencil, where the host
+// cannot mix rows) may make a frame-sized block; every other effect works in
+// the caller's frames with small working blocks at most.
+TEST(Memory, ViewRendersMakeNoFrameCopies) {
+    constexpr unsigned w = 256, h = 192;
+    constexpr std::size_t frameSized = std::size_t(w) * h;   // a block of at least a byte a pixel
+    const std::vector<unsigned> mayCopy = {effectNamed("WaterColor"), effectNamed("Glass"), effectNamed("Color Pencil")};
+    const flairize::HostServices oneThread = hostops::services(), sliced = hostops::threadedServices(2);
+    const struct {
+        const char* name;
+        const flairize::HostServices& host;
+        std::uint8_t bytesPerPixel;
+    } runs[] = {{"32-bit frames, slice threads", sliced, 4},
+                {"32-bit frames, one thread", oneThread, 4},
+                {"24-bit frames, slice threads", sliced, 3}};
+    for (const auto& run : runs) {
+        const std::size_t rowBytes = std::size_t(w) * run.bytesPerPixel;
+        std::vector<std::uint8_t> in(rowBytes * h), out(in.size());
+        for (std::size_t i = 0; i < in.size(); ++i) in[i] = std::uint8_t(i * 37 + (i >> 2) * 11 + (i >> 9));
+        const flairize::PictureView source{in.data(), std::ptrdiff_t(rowBytes), w, h, run.bytesPerPixel},
+            output{out.data(), std::ptrdiff_t(rowBytes), w, h, run.bytesPerPixel};
+        for (unsigned effect = 0; effect < flairize::effectCount(); ++effect) {
+            flairize::Settings s;
+            s.effect = std::uint16_t(effect);
+            for (int k = 0; k < 3; ++k) s.sliders[k] = flairize::sliderDefault(effect, k);
+            s.progress = 9000;
+            const long live = plat::liveBlocks();
+            plat::countAllocations(frameSized);
+            const flairize::Result r = flairize::renderInto(run.host, source, s, flairize::Mix::Always, output);
+            const plat::AllocationCount made = plat::countedAllocations();
+            plat::countAllocations(SIZE_MAX);
+            ASSERT_EQ(r.status, flairize::Status::Ok) << run.name << ", " << flairize::effectName(effect);
+            EXPECT_EQ(plat::liveBlocks(), live) << run.name << ", " << flairize::effectName(effect);
+            const bool copies = std::find(mayCopy.begin(), mayCopy.end(), effect) != mayCopy.end();
+            if (!copies) {
+                EXPECT_EQ(made.large, 0) << run.name << ", " << flairize::effectName(effect) << " made " << made.large
+                                         << " frame-sized blocks of " << made.all << " blocks";
+            }
+        }
+    }
+    // The count sees frame-sized blocks: a render into a new picture makes one.
+    Owned src(make(int(w), int(h), 32, pattern));
+    plat::countAllocations(frameSized);
+    Owned rendered(render(effectNamed("Solarize"), src).picture);
+    const plat::AllocationCount made = plat::countedAllocations();
+    plat::countAllocations(SIZE_MAX);
+    EXPECT_NE(rendered.h, nullptr);
+    EXPECT_EQ(made.large, 1);
+    EXPECT_GE(made.all, made.large);
 }
 
 #ifdef FLAIRIZE_FREI0R_DIR

@@ -1,7 +1,7 @@
 // The engine's entry points for JavaScript (the web editor and its tests),
 // compiled to WebAssembly. Pictures cross as packed rows, top first, 3 bytes a
-// pixel (blue, green, red) or 4 (with the mask); the render goes through a
-// packed DIB exactly as `flairize render` does, so the bytes are the command's.
+// pixel (blue, green, red) or 4 (with the mask); the engine renders from one
+// buffer into the other, bit for bit as `flairize render` renders a picture.
 #include <emscripten/emscripten.h>
 
 #include <cstdint>
@@ -82,30 +82,23 @@ EMSCRIPTEN_KEEPALIVE const char* fz_catalog() {
 }
 
 // Renders the picture at `source` (width x height, bytesPerPixel 3 or 4) into
-// `output` (the same size and depth) with the frame render's progress mix.
-// 0: done; otherwise the output is untouched and fz_message() says why.
+// `output` (the same size and depth, not overlapping it) with the frame
+// render's progress mix, the engine working in the two buffers themselves.
+// 0: done; otherwise the output holds no result and fz_message() says why.
 EMSCRIPTEN_KEEPALIVE int fz_render(const std::uint8_t* source, int width, int height, int bytesPerPixel, int effect,
                                    int p1, int p2, int p3, std::uint32_t colour, std::uint32_t progress,
                                    std::uint8_t* output) {
     lastMessage.clear();
     if (width < 1 || height < 1 || width > 32767 || height > 32767 || (bytesPerPixel != 3 && bytesPerPixel != 4) ||
-        effect < 0 || unsigned(effect) >= flairize::effectCount()) {
+        effect < 0 || unsigned(effect) >= flairize::effectCount() || !source || !output) {
         lastMessage = "the picture or the effect is not one the engine serves";
         return 1;
     }
-    const unsigned bits = unsigned(bytesPerPixel) * 8;
-    HGLOBAL picture = dib::create(width, height, bits);
-    if (!picture) {
-        lastMessage = plat::loadString(ids::kNoMemory);
-        return 2;
-    }
-    const std::size_t row = std::size_t(width) * unsigned(bytesPerPixel);
-    const std::uint64_t stride = dib::paddedStride(std::uint64_t(width), bits);
-    auto* block = static_cast<std::uint8_t*>(plat::globalLock(picture));
-    std::uint8_t* pixels = block + sizeof(BITMAPINFOHEADER);
-    for (int y = 0; y < height; ++y)
-        std::memcpy(pixels + std::size_t(height - 1 - y) * stride, source + std::size_t(y) * row, row);
-    plat::globalUnlock(picture);
+    const std::ptrdiff_t row = std::ptrdiff_t(width) * bytesPerPixel;
+    const flairize::PictureView in{const_cast<std::uint8_t*>(source), row, std::uint16_t(width),
+                                   std::uint16_t(height), std::uint8_t(bytesPerPixel)};
+    const flairize::PictureView out{output, row, std::uint16_t(width), std::uint16_t(height),
+                                    std::uint8_t(bytesPerPixel)};
 
     flairize::Settings settings;
     settings.effect = std::uint16_t(effect);
@@ -113,20 +106,14 @@ EMSCRIPTEN_KEEPALIVE int fz_render(const std::uint8_t* source, int width, int he
     for (int k = 0; k < 3; ++k) settings.sliders[k] = std::uint16_t(p[k] < 0 ? 0 : p[k] > 65535 ? 65535 : p[k]);
     settings.colour = colour;
     settings.progress = progress;
-    const flairize::Result r = flairize::render(hostops::services(), picture, settings, flairize::Mix::Always);
-    plat::globalFree(picture);
-    if (r.status != flairize::Status::Ok || !r.picture) {
-        if (r.picture) plat::globalFree(r.picture);
-        lastMessage = r.messageId ? plat::loadString(r.messageId) : "the picture cannot be rendered";
-        return 3;
+    const flairize::Result r = flairize::renderInto(hostops::services(), in, settings, flairize::Mix::Always, out);
+    if (r.status == flairize::Status::Ok) return 0;
+    if (r.status == flairize::Status::OutOfMemory) {
+        lastMessage = plat::loadString(ids::kNoMemory);
+        return 2;
     }
-    const auto* out = static_cast<const std::uint8_t*>(plat::globalLock(r.picture));
-    const std::uint8_t* outPixels = out + sizeof(BITMAPINFOHEADER);
-    for (int y = 0; y < height; ++y)
-        std::memcpy(output + std::size_t(y) * row, outPixels + std::size_t(height - 1 - y) * stride, row);
-    plat::globalUnlock(r.picture);
-    plat::globalFree(r.picture);
-    return 0;
+    lastMessage = r.messageId ? plat::loadString(r.messageId) : "the picture cannot be rendered";
+    return 3;
 }
 
 EMSCRIPTEN_KEEPALIVE const char* fz_message() { return lastMessage.c_str(); }

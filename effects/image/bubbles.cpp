@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "effects/effects.h"
 #include "effects/image/grid.h"
@@ -75,20 +76,22 @@ void BubbleCell1(plat::Random& random, std::int32_t x, std::int32_t y, std::uint
 }
 
 // Where no bubble lands: 8-bit sources show their colours, 32-bit sources
-// themselves, 24-bit sources black (the output is already zero).
-void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32_t begin, std::uint32_t end) {
-    const dib::Layout& in = src.layout();
-    if (in.bitCount == 24) return;
+// themselves, 24-bit sources black (an output known to be clear is left as it is).
+void paintBackground(const dib::View& src, const dib::View& out, bool outputCleared, std::uint32_t begin,
+                     std::uint32_t end) {
+    if (src.bitCount == 24 && outputCleared) return;
     for (std::uint32_t y = begin; y < end; ++y) {
         const std::uint8_t* s = src.row(y);
         std::uint8_t* o = out.row(y);
-        if (in.bitCount == 8) {
-            for (std::uint32_t x = 0; x < in.width; ++x, o += 3) {
-                const std::uint8_t* e = src.colourTable() + 4u * s[x];
+        if (src.bitCount == 8) {
+            for (std::uint32_t x = 0; x < src.width; ++x, o += 3) {
+                const std::uint8_t* e = src.colourTable + 4u * s[x];
                 o[0] = e[0], o[1] = e[1], o[2] = e[2];
             }
+        } else if (src.bitCount == 24) {
+            std::memset(o, 0, out.rowBytes());
         } else {
-            for (std::uint32_t k = 0; k < 4u * in.width; ++k) o[k] = s[k];
+            for (std::uint32_t k = 0; k < 4u * src.width; ++k) o[k] = s[k];
         }
     }
 }
@@ -99,12 +102,11 @@ void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32
 // the last grid row and column at or before it. Each pixel is written once
 // instead of once per overlapping bubble; the row ticks stay those of painting
 // every bubble (one a grid row, in the band that holds the grid row).
-void paintGridBubbles(const FilterCall& call, const dib::Source& src, const dib::Output& out, int step,
+void paintGridBubbles(const FilterCall& call, const dib::View& src, const dib::View& out, int step,
                       const BubbleMapEntry* map, int begin, int end) {
-    const dib::Layout& in = src.layout();
-    const int width = in.width, height = in.height;
-    const unsigned inStep = in.bytesPerPixel, outStep = in.bitCount == 32 ? 4 : 3;
-    const bool palette = in.bytesPerPixel == 1;
+    const int width = src.width, height = src.height;
+    const unsigned inStep = src.bitCount / 8u, outStep = src.bitCount == 32 ? 4 : 3;
+    const bool palette = inStep == 1;
     for (int y = begin; y < end; ++y) {
         const int gy = y - y % step;
         if (call.host.rowTick && y == gy) call.host.rowTick(call.host.user);
@@ -117,7 +119,7 @@ void paintGridBubbles(const FilterCall& call, const dib::Source& src, const dib:
                 const int sx = clampToLast(gx + m.x, width - 1);
                 const int sy = clampToLast(gy + m.y, height - 1);
                 const std::uint8_t* s = src.row(std::uint32_t(sy)) + std::size_t(sx) * inStep;
-                if (palette) s = src.colourTable() + 4u * s[0];
+                if (palette) s = src.colourTable + 4u * s[0];
                 o[0] = s[0], o[1] = s[1], o[2] = s[2];
                 if (outStep == 4) o[3] = s[3];
             }
@@ -158,50 +160,48 @@ BubbleMapEntry* MakeBubbleMap(std::int32_t w, std::int32_t h) {
 
 }  // namespace
 
+// With no randomness the bubbles cover every output pixel; otherwise the
+// background is painted first.
 flairize::Result bubblesFilter(const FilterCall& call) {
-    dib::Source src(call.source, &call.host);
-    if (!src.ok()) return resultRefused();
-    dib::Output out(src);
-    if (!out.ok()) return resultOutOfMemory();
-    const dib::Layout& in = src.layout();
+    const dib::View &src = call.source, &out = call.output;
     const int step = grid::spacing(call.p1);
     const std::uint16_t jitter = grid::jitter(call.p2);
     BubbleMapEntry* map = MakeBubbleMap(kBubbleSize, kBubbleSize);
-    if (!map) return resultOutOfMemory();   // the output is freed with `out`
+    if (!map) return resultOutOfMemory();
     if (!jitter) {
-        runBands(call.host, in.height, [&](unsigned begin, unsigned end) {
+        runBands(call.host, src.height, [&](unsigned begin, unsigned end) {
             paintGridBubbles(call, src, out, step, map, int(begin), int(end));
         });
         plat::localFree(map);
-        return resultOk(out.release());
+        return resultOk(nullptr);
     }
 
     // Output rows begin .. end - 1: the background, then every bubble that
     // reaches them in the order of painting them all (grid row by grid row,
     // left to right, two random draws a bubble), the generator moved on to the
     // first grid row whose bubbles can reach the band.
-    const std::uint32_t hasAlpha = src.hasAlpha() ? 1 : 0;
-    const std::uint64_t cellsPerRow = std::uint64_t((in.width + step - 1) / step);
-    runBands(call.host, in.height, [&](unsigned bandBegin, unsigned bandEnd) {
+    const std::uint32_t hasAlpha = src.bitCount == 32 ? 1 : 0;
+    const std::uint64_t cellsPerRow = std::uint64_t((src.width + step - 1) / step);
+    runBands(call.host, src.height, [&](unsigned bandBegin, unsigned bandEnd) {
         const int begin = int(bandBegin), end = int(bandEnd);
-        paintBackground(src, out, bandBegin, bandEnd);
+        paintBackground(src, out, call.outputCleared, bandBegin, bandEnd);
         const int lowest = begin - (kBubbleSize - 1) - jitter;   // a bubble of grid row gy starts at gy - jitter or 0
         const int firstGridRow = lowest <= 0 ? 0 : (lowest + step - 1) / step;
         plat::Random random;
         random.srand(0);
         random.skip(std::uint64_t(firstGridRow) * cellsPerRow * 2);
-        for (int y = firstGridRow * step; y < in.height && y < end + jitter; y += step) {
+        for (int y = firstGridRow * step; y < src.height && y < end + jitter; y += step) {
             if (call.host.rowTick && y >= begin && y < end) call.host.rowTick(call.host.user);
-            for (int x = 0; x < in.width; x += step) {
-                if (in.bytesPerPixel == 1)
-                    BubbleCell1(random, x, y, in.width, in.height, src.pixels(), out.pixels(), src.step(),
-                                out.stride(), src.colourTable(), map, kBubbleSize, kBubbleSize, jitter, begin, end);
+            for (int x = 0; x < src.width; x += step) {
+                if (src.bitCount == 8)
+                    BubbleCell1(random, x, y, src.width, src.height, src.bottom, out.bottom, src.step, out.step,
+                                src.colourTable, map, kBubbleSize, kBubbleSize, jitter, begin, end);
                 else
-                    BubbleCell2(random, x, y, in.width, in.height, src.pixels(), out.pixels(), src.step(),
-                                out.stride(), hasAlpha, map, kBubbleSize, kBubbleSize, jitter, begin, end);
+                    BubbleCell2(random, x, y, src.width, src.height, src.bottom, out.bottom, src.step, out.step,
+                                hasAlpha, map, kBubbleSize, kBubbleSize, jitter, begin, end);
             }
         }
     });
     plat::localFree(map);
-    return resultOk(out.release());
+    return resultOk(nullptr);
 }

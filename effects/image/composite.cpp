@@ -2,6 +2,8 @@
 // operations (the host's colour operations, another effect, the picture mix).
 // Each intermediate picture is freed as soon as the next one exists; a step
 // that fails ends the chain with nothing left behind.
+#include <cstring>
+
 #include "effects/effects.h"
 #include "engine/dib.h"
 #include "platform/global_memory.h"
@@ -10,8 +12,62 @@ namespace {
 
 using ColourOperation = HGLOBAL (*)(void* user, HGLOBAL picture);
 
-// The pictures every filter refuses, whichever operation runs first.
-bool acceptable(const FilterCall& call) { return dib::Source(call.source, &call.host).ok(); }
+// The host's colour operations and picture mix take whole pictures, not views.
+// A view that is a picture's own pixels is handed on as that picture; any
+// other (24- or 32-bit) view becomes a new picture of its size and depth, its
+// pixels copied where they are to be read. A result the host hands back
+// becomes the filter's output (see intoOutput).
+class AsPicture {
+public:
+    AsPicture(const dib::View& view, bool copyPixels) : handle_(view.picture), view_(view) {
+        if (handle_ || view.bitCount == 8) return;   // 8-bit views are only ever pictures' own
+        made_ = dib::create(view.width, view.height, view.bitCount);
+        if (!made_) return;
+        view_ = dib::viewOf(static_cast<std::uint8_t*>(plat::globalLock(made_)));
+        view_.picture = made_;
+        if (copyPixels)
+            for (std::uint32_t y = 0; y < view.height; ++y) std::memcpy(view_.row(y), view.row(y), view.rowBytes());
+        handle_ = made_;
+    }
+    ~AsPicture() {
+        plat::globalUnlock(made_);
+        plat::globalFree(made_);
+    }
+    AsPicture(const AsPicture&) = delete;
+    AsPicture& operator=(const AsPicture&) = delete;
+
+    HGLOBAL handle() const { return handle_; }     // null when a new picture could not be had
+    const dib::View& view() const { return view_; }   // its pixels
+    bool isNew() const { return made_ != nullptr; }   // a new picture, cleared unless its pixels were copied
+
+private:
+    HGLOBAL handle_;
+    HGLOBAL made_ = nullptr;
+    dib::View view_;
+};
+
+// A colour operation of the host that fails reports no message of its own.
+flairize::Result hostFailed() { return {nullptr, flairize::Status::OutOfMemory, 0}; }
+
+// The host's result as the filter's output: where the output view is a
+// picture's own pixels, the result takes that picture's place as the host
+// made it; otherwise its pixels are copied into the output view.
+flairize::Result intoOutput(const FilterCall& call, HGLOBAL result) {
+    if (!result) return hostFailed();
+    if (call.output.picture) return resultOk(result);
+    bool fits;
+    {
+        const dib::Source picture(result, &call.host);
+        const dib::Layout& l = picture.layout();
+        fits = picture.ok() && l.width == call.output.width && l.height == call.output.height &&
+               l.bitCount == call.output.bitCount;
+        if (fits)
+            for (std::uint32_t y = 0; y < l.height; ++y)
+                std::memcpy(call.output.row(y), picture.row(y), call.output.rowBytes());
+    }
+    plat::globalFree(result);
+    return fits ? resultOk(nullptr) : resultRefused();
+}
 
 // next = operation(current), then current is freed.
 HGLOBAL replaceWith(const FilterCall& call, HGLOBAL current, ColourOperation operation) {
@@ -20,48 +76,48 @@ HGLOBAL replaceWith(const FilterCall& call, HGLOBAL current, ColourOperation ope
     return next;
 }
 
-// A colour operation of the host that fails reports no message of its own.
-flairize::Result fromHost(HGLOBAL picture) {
-    return picture ? resultOk(picture) : flairize::Result{nullptr, flairize::Status::OutOfMemory, 0};
-}
-
-// The inner effect's filter at its fixed progress, with this render's values.
-flairize::Result runInner(const FilterCall& call) {
+// The inner effect's filter at its fixed progress, with this render's values,
+// into `output`.
+flairize::Result runInner(const FilterCall& call, const dib::View& output, bool outputCleared) {
     const auto& inner = *static_cast<const InnerEffect*>(call.table.records[call.effect].data);
-    const FilterCall innerCall{call.host, call.source, call.table, inner.effect, inner.progress,
-                               call.p1,   call.p2,     call.p3,    call.colour};
+    const FilterCall innerCall{call.host, call.source, output,  outputCleared, call.table, inner.effect,
+                               inner.progress, call.p1, call.p2, call.p3,      call.colour};
     return call.table.records[inner.effect].filter(innerCall);
 }
 
 }  // namespace
 
 flairize::Result waterColorFilter(const FilterCall& call) {
-    if (!acceptable(call)) return resultRefused();
-    HGLOBAL picture = call.host.smooth(call.host.user, call.source);
+    const AsPicture source(call.source, true);
+    if (!source.handle()) return resultOutOfMemory();
+    HGLOBAL picture = call.host.smooth(call.host.user, source.handle());
     if (picture) picture = replaceWith(call, picture, call.host.simplify);
     if (picture) picture = replaceWith(call, picture, call.host.smooth);
     if (picture) picture = replaceWith(call, picture, call.host.simplify);
-    return fromHost(picture);
+    return intoOutput(call, picture);
 }
 
+// Frazzle is rendered into the picture that Soften then reads.
 flairize::Result glassFilter(const FilterCall& call) {
-    if (!acceptable(call)) return resultRefused();
-    const flairize::Result frazzled = runInner(call);
-    if (frazzled.status != flairize::Status::Ok) return frazzled;
-    return fromHost(replaceWith(call, frazzled.picture, call.host.soften));
+    const AsPicture frazzled(call.output, false);
+    if (!frazzled.handle()) return resultOutOfMemory();
+    const flairize::Result inner = runInner(call, frazzled.view(), frazzled.isNew() || call.outputCleared);
+    if (inner.status != flairize::Status::Ok) return inner;
+    return intoOutput(call, call.host.soften(call.host.user, frazzled.handle()));
 }
 
 flairize::Result colorPencilFilter(const FilterCall& call) {
-    if (!acceptable(call)) return resultRefused();
-    const flairize::Result charcoal = runInner(call);
-    if (charcoal.status != flairize::Status::Ok) return charcoal;
-    if (call.host.mixRow) {   // blended in place, row by row
-        const dib::Source src(call.source, &call.host);
-        blendRows(call.host, src, dib::viewOf(static_cast<std::uint8_t*>(plat::globalLock(charcoal.picture))), 8192);
-        plat::globalUnlock(charcoal.picture);
+    if (call.host.mixRow) {   // Charcoal into the output, blended there row by row
+        const flairize::Result charcoal = runInner(call, call.output, call.outputCleared);
+        if (charcoal.status != flairize::Status::Ok) return charcoal;
+        blendRows(call.host, dib::Source(call.source), call.output, 8192);
         return charcoal;
     }
-    HGLOBAL mixed = call.host.mix(call.host.user, call.source, charcoal.picture, 8192);   // half and half
-    plat::globalFree(charcoal.picture);
-    return fromHost(mixed);
+    const AsPicture charcoal(call.output, false);
+    if (!charcoal.handle()) return resultOutOfMemory();
+    const flairize::Result inner = runInner(call, charcoal.view(), charcoal.isNew() || call.outputCleared);
+    if (inner.status != flairize::Status::Ok) return inner;
+    const AsPicture source(call.source, true);
+    if (!source.handle()) return resultOutOfMemory();
+    return intoOutput(call, call.host.mix(call.host.user, source.handle(), charcoal.handle(), 8192));   // half and half
 }

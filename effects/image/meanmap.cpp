@@ -152,15 +152,14 @@ void paintMark(const Canvas& c, const grid::Area& a, const std::uint32_t* shape,
 
 // Background of the effect colour over rows begin .. end - 1; on 32-bit
 // pictures mixed with the source by alpha.
-void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32_t colour, unsigned begin,
+void paintBackground(const dib::View& src, const dib::View& out, std::uint32_t colour, unsigned begin,
                      unsigned end) {
-    const dib::Layout& in = src.layout();
     const std::uint8_t bgr[3] = {px::colourBlue(colour), px::colourGreen(colour), px::colourRed(colour)};
     for (std::uint32_t y = begin; y < end; ++y) {
         std::uint8_t* o = out.row(y);
-        if (src.hasAlpha()) {
+        if (src.bitCount == 32) {
             const std::uint8_t* s = src.row(y);
-            for (std::uint32_t x = 0; x < in.width; ++x, s += 4, o += 4) {
+            for (std::uint32_t x = 0; x < src.width; ++x, s += 4, o += 4) {
                 const unsigned alpha = s[3];
                 if (alpha == 255) {
                     o[0] = bgr[0], o[1] = bgr[1], o[2] = bgr[2];
@@ -172,7 +171,7 @@ void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32
                 o[3] = s[3];
             }
         } else {
-            for (std::uint32_t x = 0; x < in.width; ++x, o += 3) o[0] = bgr[0], o[1] = bgr[1], o[2] = bgr[2];
+            for (std::uint32_t x = 0; x < src.width; ++x, o += 3) o[0] = bgr[0], o[1] = bgr[1], o[2] = bgr[2];
         }
     }
 }
@@ -180,8 +179,8 @@ void paintBackground(const dib::Source& src, const dib::Output& out, std::uint32
 struct MarkRender {
     const FilterCall& call;
     const MarkPair& marks;
-    const dib::Source& src;
-    const dib::Output& out;
+    const dib::View& src;
+    const dib::View& out;
     Canvas canvas;
     int width, height, step;
     std::uint16_t jitter;
@@ -221,22 +220,18 @@ void paintBand(const MarkRender& m, int begin, int end) {
 
 flairize::Result meanMapFilter(const FilterCall& call) {
     const auto& marks = *static_cast<const MarkPair*>(call.table.records[call.effect].data);
-    dib::Source src(call.source, &call.host, call.sourceView);
-    if (!src.ok()) return resultRefused();
-    dib::Output out(src, call.outputView, false);   // the background covers every pixel
-    if (!out.ok()) return resultOutOfMemory();
-    const dib::Layout& in = src.layout();
+    const dib::View &src = call.source, &out = call.output;   // the background covers every output pixel
     const MarkRender m{call,
                        marks,
                        src,
                        out,
-                       {src.pixels(), src.step(), out.pixels(), out.stride(), src.colourTable()},
-                       in.width,
-                       in.height,
+                       {src.bottom, src.step, out.bottom, out.step, src.colourTable},
+                       src.width,
+                       src.height,
                        grid::spacing(call.p1),
                        grid::jitter(call.p2)};
-    const unsigned bytes = in.bytesPerPixel;
-    runBands(call.host, in.height, [&m, bytes](unsigned begin, unsigned end) {
+    const unsigned bytes = src.bitCount / 8u;
+    runBands(call.host, src.height, [&m, bytes](unsigned begin, unsigned end) {
         if (bytes == 1)
             paintBand<1>(m, int(begin), int(end));
         else if (bytes == 3)
@@ -244,5 +239,5 @@ flairize::Result meanMapFilter(const FilterCall& call) {
         else
             paintBand<4>(m, int(begin), int(end));
     });
-    return resultOk(out.release());
+    return resultOk(nullptr);
 }

@@ -135,8 +135,6 @@ void TextureRow2(std::uint16_t y, std::uint16_t width, const std::uint8_t* src, 
 // The rows of one render, run in bands where the host offers threads.
 struct Bands {
     const FilterCall& call;
-    const dib::Source& src;
-    const dib::Output& out;
     const Texture& texture;
     RowPattern patterns[kMaxTexture];
 };
@@ -144,35 +142,32 @@ struct Bands {
 void paintRows(void* context, unsigned begin, unsigned end) {
     const Bands& b = *static_cast<const Bands*>(context);
     const flairize::HostServices& host = b.call.host;
-    const dib::Layout& in = b.src.layout();
+    const dib::View &in = b.call.source, &out = b.call.output;
     for (unsigned y = begin; y < end; ++y) {
         if (host.rowTick) host.rowTick(host.user);
         const auto row = static_cast<std::uint16_t>(y);
-        if (in.bytesPerPixel == 1)
-            TextureRow1(row, in.width, in.height, b.src.row(y), b.out.row(y), b.src.colourTable(),
-                        b.texture.offsets, b.texture.n, b.texture.n);
+        if (in.bitCount == 8)
+            TextureRow1(row, in.width, in.height, in.row(y), out.row(y), in.colourTable, b.texture.offsets,
+                        b.texture.n, b.texture.n);
         else
-            TextureRow2(row, in.width, b.src.row(y), b.out.row(y), b.src.hasAlpha() ? 1 : 0, b.patterns, b.texture.n);
+            TextureRow2(row, in.width, in.row(y), out.row(y), in.bitCount == 32 ? 1 : 0, b.patterns, b.texture.n);
     }
 }
 
 }  // namespace
 
+// Every output pixel is written.
 flairize::Result textureFilter(const FilterCall& call) {
     const auto& texture = *static_cast<const Texture*>(call.table.records[call.effect].data);
     if (texture.n == 0 || texture.n > kMaxTexture || kPatternPixels % texture.n) return resultRefused();
-    dib::Source src(call.source, &call.host, call.sourceView);
-    if (!src.ok()) return resultRefused();
-    dib::Output out(src, call.outputView, false);   // every pixel is written
-    if (!out.ok()) return resultOutOfMemory();
-    const dib::Layout& in = src.layout();
-    Bands bands{call, src, out, texture, {}};
-    if (in.bytesPerPixel != 1)
+    const dib::View& in = call.source;
+    Bands bands{call, texture, {}};
+    if (in.bitCount != 8)
         for (unsigned r = 0; r < texture.n; ++r)
-            makePattern(bands.patterns[r], texture.offsets + r * texture.n, texture.n, src.hasAlpha() ? 4 : 3);
+            makePattern(bands.patterns[r], texture.offsets + r * texture.n, texture.n, in.bitCount / 8u);
     if (call.host.parallel)
         call.host.parallel(call.host.user, in.height, paintRows, &bands);
     else
         paintRows(&bands, 0, in.height);
-    return resultOk(out.release());
+    return resultOk(nullptr);
 }

@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+
+#include "effects/effects.h"
 #include "effects/plain/plain_forms.h"
 #include "hostops/colour_ops_plain.h"
 #include "platform/global_memory.h"

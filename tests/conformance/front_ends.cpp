@@ -25,6 +25,7 @@ long conformance::checkFrontEnds(const SourceOf&, const Report&) {
 #include <vector>
 
 #include "effects/catalogue.h"
+#include "effects/effects.h"
 #include "engine/dib.h"
 #include "host/exports.h"
 #include "platform/global_memory.h"
