@@ -48,6 +48,18 @@ FLR_ROW_PAIR(Mosaic);
 FLR_ROW_PAIR(Sampler);
 FLR_ROW_PAIR(Crosshair);
 
+// The plain forms (effects/plain): each serves 8-bit and 24-/32-bit sources alike.
+FLR_ROW(PlainMotionBlur);
+FLR_ROW(PlainCenterBlur);
+FLR_ROW(PlainRadialBlur);
+FLR_ROW(PlainShake);
+FLR_ROW(PlainCharcoal);
+FLR_ROW(PlainFindEdges);
+FLR_ROW(PlainContours);
+FLR_ROW(PlainDarkStrokes);
+FLR_ROW(PlainFresco);
+FLR_ROW(PlainStamp);
+
 // Whole-picture effects' data: the texture of each texture effect, the pair of
 // marks of each mean-map effect.
 struct Texture;

@@ -1,7 +1,8 @@
-// The effect table and the contract between the engine and the effects: one
-// record per effect, in index order, that ties the effect's name, sliders and
-// flags to its functions. Adding an effect takes its family file, one record
-// here and its strings.
+// The types of the effect table and the contract between the engine and the
+// effects: one record per effect, in index order, that ties the effect's name,
+// sliders, flags and what the front ends show of it to its functions. The
+// table itself is the catalogue (effects/catalogue.cpp): adding an effect takes
+// its family file, one record there and its name in the strings.
 #pragma once
 
 #include <cstdint>
@@ -66,6 +67,19 @@ using BandStartFunction = void (*)(const Frame& frame, Carry& carry, std::uint16
 constexpr std::uint16_t kFlagMix = 1;      // mix the filter's result with the source by progress
 constexpr std::uint16_t kFlagColour = 2;   // the effect paints with the record's colour
 
+// What a front end shows of one slider, and its value for a new use of the effect.
+struct SliderRecord {
+    std::uint16_t labelId = 0;        // string id of the label; 0 hides the slider
+    std::uint16_t defaultValue = 0;
+    std::uint16_t minimum = 0, maximum = 0;   // the values it offers (larger ones act as the maximum)
+    const char* option = "";          // the command's option without dashes: "angle"
+    const char* unit = "";            // "" or the unit of one step in words
+    const char* meaning = "";         // what it does, in the effect's own terms
+};
+
+// The group a front end lists the effect under.
+enum class EffectCategory : std::uint8_t { Artistic, Blur, Distort, Stylize, Texture };
+
 struct EffectRecord {
     std::uint16_t nameId;       // string id of the name; a leading "*" keeps it out of the editor
     std::uint16_t index;
@@ -78,20 +92,27 @@ struct EffectRecord {
     RowFunction line2;
     DoneFunction done;
     bool independentRows;       // rows read only the frame and the source: any order, any thread
-    std::uint16_t labelIds[3];  // 0 hides the slider
-    std::uint16_t defaults[3];
+    SliderRecord sliders[3];
     const void* data;           // the family's own data for this effect (texture, shapes, chain)
     // Rows that carry values to the next row but can start anywhere: with it
     // the driver runs bands on threads, each with its own carry.
     BandStartFunction bandStart;
     bool writesWholeRows = false;   // line2 writes every pixel byte of its row: a view's rows need no clearing
+    // What the front ends show of the effect.
+    const char* slug = "";          // the name to type: lower case with dashes, "find-edges"
+    const char* description = "";   // one line: what the effect does
+    EffectCategory category = EffectCategory::Stylize;
+    bool offered = false;           // listed by the editor (the name has no leading "*")
+    // The row function written plainly as the algorithm reads, serving 8-bit
+    // and 24-/32-bit sources alike (effects/plain): the tests render with it
+    // in place of line1 and line2. Null where the effect has none.
+    RowFunction plain = nullptr;
 };
 
 struct EffectTable {
     const EffectRecord* records;   // `count` records, then one of zeros
     unsigned count;
 };
-extern const EffectTable kEffectTable;
 
 // Row effects are rendered by the row driver; the whole-picture filters by family.
 flairize::Result rowDriver(const FilterCall& call);
@@ -109,11 +130,12 @@ struct InnerEffect {
 };
 
 namespace flairize {
-// render() with another table of the same effects (the plain forms, for the tests).
+// render() and renderInto() with a given table: the catalogue's, or another of
+// the same effects (the plain forms, for the tests).
 Result renderWith(const EffectTable& table, const HostServices& host, HGLOBAL source, const Settings& settings,
                   Mix mix);
-// The first record whose filter is `filter`, or null.
-const EffectRecord* recordWithFilter(FilterFunction filter);
+Result renderIntoWith(const EffectTable& table, const HostServices& host, const PictureView& source,
+                      const Settings& settings, Mix mix, const PictureView& output);
 }  // namespace flairize
 
 // Blends every row of `picture` with the same row of `first` by the host's

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "engine/settings_record.h"
 #include "hostapi/host_services.h"
@@ -31,6 +32,16 @@ bool effectUsesColour(unsigned effect);      // the effect paints with the setti
 std::uint16_t sliderLabelId(unsigned effect, int slider);   // string id of slider 0..2's label; 0: not shown
 std::string sliderLabel(unsigned effect, int slider);       // "" when the slider is not shown
 std::uint16_t sliderDefault(unsigned effect, int slider);
+// What front ends show. Every text lives as long as the program; an effect
+// outside the table, or a slider that is not shown, gives "" or 0.
+const char* effectDescription(unsigned effect);         // one line: what the effect does
+const char* effectCategory(unsigned effect);            // "Artistic", "Blur", "Distort", "Stylize" or "Texture"
+const char* sliderOption(unsigned effect, int slider);  // the command's option without dashes: "angle"
+const char* sliderUnit(unsigned effect, int slider);    // "" or the unit of one step in words: "1/255 turn"
+const char* sliderMeaning(unsigned effect, int slider); // what the slider does, in the effect's own terms
+std::uint16_t sliderMinimum(unsigned effect, int slider);   // 0 for a shown slider
+std::uint16_t sliderMaximum(unsigned effect, int slider);   // 255 for a shown slider (larger values act as 255)
+std::vector<unsigned> dialogOrder();   // the offered effects in the editor's list order: by name, ignoring case
 
 // ---- rendering
 

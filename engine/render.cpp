@@ -1,13 +1,11 @@
-// Rendering a picture: the effect's filter, then for effects that fade in the
-// mix with the source by the progress. Also what front ends read of the table.
-#include <cctype>
+// Rendering a picture with a table of effects: the effect's filter, then for
+// effects that fade in the mix with the source by the progress.
 #include <cstring>
 
 #include "engine/dib.h"
 #include "engine/effect_table.h"
 #include "engine/flairize.h"
 #include "platform/global_memory.h"
-#include "platform/strings.h"
 #include "resources/string_ids.h"
 
 flairize::Result resultOutOfMemory() { return {nullptr, flairize::Status::OutOfMemory, ids::kNoMemory}; }
@@ -35,10 +33,6 @@ void blendRows(const flairize::HostServices& host, const dib::Source& src, const
 
 namespace flairize {
 namespace {
-
-const EffectRecord* recordOf(unsigned effect) {
-    return effect < kEffectTable.count ? &kEffectTable.records[effect] : nullptr;
-}
 
 std::uint16_t atMost(std::uint32_t v, std::uint16_t top) { return v > top ? top : static_cast<std::uint16_t>(v); }
 
@@ -120,11 +114,7 @@ Result renderWith(const EffectTable& table, const HostServices& host, HGLOBAL so
     return renderViews(table, host, source, nullptr, s, mix, nullptr);
 }
 
-Result render(const HostServices& host, HGLOBAL source, const Settings& settings, Mix mix) {
-    return renderWith(kEffectTable, host, source, settings, mix);
-}
-
-Result renderInto(const HostServices& host, const PictureView& source, const Settings& settings, Mix mix,
+Result renderIntoWith(const EffectTable& table, const HostServices& host, const PictureView& source, const Settings& settings, Mix mix,
                   const PictureView& output) {
     auto bottomFirst = [](const PictureView& v) {
         dib::View d;
@@ -137,67 +127,7 @@ Result renderInto(const HostServices& host, const PictureView& source, const Set
     };
     const dib::View in = bottomFirst(source), out = bottomFirst(output);
     if (!source.top || !output.top || !dib::viewsFit(in, out)) return resultRefused();
-    return renderViews(kEffectTable, host, nullptr, &in, settings, mix, &out);
-}
-
-const EffectRecord* recordWithFilter(FilterFunction filter) {
-    for (unsigned i = 0; i < kEffectTable.count; ++i)
-        if (kEffectTable.records[i].filter == filter) return &kEffectTable.records[i];
-    return nullptr;
-}
-
-unsigned effectCount() { return kEffectTable.count; }
-
-std::string effectName(unsigned effect) {
-    const EffectRecord* e = recordOf(effect);
-    return e ? plat::loadString(e->nameId) : std::string();
-}
-
-std::string effectSlug(unsigned effect) {
-    std::string slug;
-    for (char c : effectName(effect)) {
-        if (c == '[') break;
-        if (c == '*') continue;
-        slug.push_back(c == ' ' ? '-' : static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
-    }
-    while (!slug.empty() && slug.back() == '-') slug.pop_back();
-    return slug;
-}
-
-bool effectOffered(unsigned effect) {
-    const std::string name = effectName(effect);
-    return !name.empty() && name[0] != '*';
-}
-
-unsigned offeredCount() {
-    unsigned n = 0;
-    for (unsigned i = 0; i < effectCount(); ++i) n += effectOffered(i);
-    return n;
-}
-
-bool effectFadesIn(unsigned effect) {
-    const EffectRecord* e = recordOf(effect);
-    return e && (e->flags & kFlagMix);
-}
-
-bool effectUsesColour(unsigned effect) {
-    const EffectRecord* e = recordOf(effect);
-    return e && (e->flags & kFlagColour);
-}
-
-std::uint16_t sliderLabelId(unsigned effect, int slider) {
-    const EffectRecord* e = recordOf(effect);
-    return e && slider >= 0 && slider < 3 ? e->labelIds[slider] : 0;
-}
-
-std::string sliderLabel(unsigned effect, int slider) {
-    const std::uint16_t id = sliderLabelId(effect, slider);
-    return id ? plat::loadString(id) : std::string();
-}
-
-std::uint16_t sliderDefault(unsigned effect, int slider) {
-    const EffectRecord* e = recordOf(effect);
-    return e && slider >= 0 && slider < 3 ? e->defaults[slider] : 0;
+    return renderViews(table, host, nullptr, &in, settings, mix, &out);
 }
 
 }  // namespace flairize

@@ -1,23 +1,7 @@
-// Settings records: a new one, choosing an effect, and the 20-byte block.
-#include "engine/effect_table.h"
+// Settings records: the render settings of one, and its 20-byte block.
 #include "engine/flairize.h"
 
 namespace flairize {
-
-SettingsRecord newSettingsRecord() {
-    SettingsRecord r{};
-    chooseEffect(r, kDefaultEffect);
-    r.direction = kDirectionForward;
-    r.colour = 0;
-    return r;
-}
-
-void chooseEffect(SettingsRecord& r, std::uint16_t effect) {
-    r.effect = effect;
-    r.param1 = sliderDefault(effect, 0);
-    r.param2 = sliderDefault(effect, 1);
-    r.param3 = sliderDefault(effect, 2);
-}
 
 Settings settingsOf(const SettingsRecord& r) {
     Settings s;

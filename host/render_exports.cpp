@@ -1,7 +1,7 @@
 // The plug-in's render calls: the host's frame render, the preview's render and
 // the filters it exports, each a thin adaptor over the engine that turns the
 // engine's outcome into the plug-in's result and message.
-#include "engine/effect_table.h"
+#include "effects/catalogue.h"
 #include "engine/flairize.h"
 #include "host/exports.h"
 #include "host/host_context.h"

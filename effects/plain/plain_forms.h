@@ -4,6 +4,6 @@
 // to the same bytes.
 #pragma once
 
-#include "engine/effect_table.h"
+#include "effects/catalogue.h"
 
 const EffectTable& plainEffectTable();

@@ -30,15 +30,3 @@ inline int clampTo(int v, int last) { return v < 0 ? 0 : (v > last ? last : v); 
 inline int luminanceOf(const std::uint8_t* p) { return px::luminance(p[0], p[1], p[2]); }
 
 }  // namespace plain
-
-// The plain row functions; each serves 8-bit and 24-/32-bit sources alike.
-FLR_ROW(PlainMotionBlur);
-FLR_ROW(PlainCenterBlur);
-FLR_ROW(PlainRadialBlur);
-FLR_ROW(PlainShake);
-FLR_ROW(PlainCharcoal);
-FLR_ROW(PlainFindEdges);
-FLR_ROW(PlainContours);
-FLR_ROW(PlainDarkStrokes);
-FLR_ROW(PlainFresco);
-FLR_ROW(PlainStamp);

@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "effects/plain/plain_forms.h"
-#include "engine/effect_table.h"
 #include "platform/colour_ops_plain.h"
 #include "platform/global_memory.h"
 #include "platform/host_ops.h"

@@ -25,8 +25,8 @@ long conformance::checkFrontEnds(const SourceOf&, const Report&) {
 #include <sstream>
 #include <vector>
 
+#include "effects/catalogue.h"
 #include "engine/dib.h"
-#include "engine/effect_table.h"
 #include "host/exports.h"
 #include "platform/global_memory.h"
 #include "standalone/picture_io.h"
