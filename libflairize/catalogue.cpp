@@ -67,6 +67,10 @@ const char* flairize_effect_slug(unsigned effect) {
     return t ? t->slug.c_str() : "";
 }
 
+const char* flairize_effect_description(unsigned effect) { return flairize::effectDescription(effect); }
+
+const char* flairize_effect_category(unsigned effect) { return flairize::effectCategory(effect); }
+
 int flairize_effect_offered(unsigned effect) {
     return libflairize::guardedValue(0, [&] { return flairize::effectOffered(effect) ? 1 : 0; });
 }
@@ -98,8 +102,28 @@ const char* flairize_slider_label(unsigned effect, unsigned slider) {
     return t && isSlider(slider) ? t->labels[slider].c_str() : "";
 }
 
+const char* flairize_slider_option(unsigned effect, unsigned slider) {
+    return isSlider(slider) ? flairize::sliderOption(effect, int(slider)) : "";
+}
+
+const char* flairize_slider_meaning(unsigned effect, unsigned slider) {
+    return isSlider(slider) ? flairize::sliderMeaning(effect, int(slider)) : "";
+}
+
+const char* flairize_slider_unit(unsigned effect, unsigned slider) {
+    return isSlider(slider) ? flairize::sliderUnit(effect, int(slider)) : "";
+}
+
 unsigned flairize_slider_default(unsigned effect, unsigned slider) {
     return flairize_slider_shown(effect, slider) ? flairize::sliderDefault(effect, int(slider)) : 0;
+}
+
+unsigned flairize_slider_minimum(unsigned effect, unsigned slider) {
+    return isSlider(slider) ? flairize::sliderMinimum(effect, int(slider)) : 0;
+}
+
+unsigned flairize_slider_maximum(unsigned effect, unsigned slider) {
+    return isSlider(slider) ? flairize::sliderMaximum(effect, int(slider)) : 0;
 }
 
 }  // extern "C"
