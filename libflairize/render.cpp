@@ -26,19 +26,79 @@ struct Outcome {
     const char* message;
 };
 
-// Exchanges the first and third byte of every pixel of a row from `from` into
-// `to`, which may be the same row (never a partly overlapping one).
+// Red and blue exchanged over a row of `width` pixels, from one row into
+// another that does not overlap it, or in place. Pixels are taken as 32-bit
+// words (4 pixels of 3 bytes are 3 words) so that the loops run in vector
+// registers; a big-endian machine takes them byte by byte.
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+constexpr bool kLittleEndian = true;
+#else
+constexpr bool kLittleEndian = false;
+#endif
+
+inline std::uint32_t load32(const std::uint8_t* p) {
+    std::uint32_t v;
+    std::memcpy(&v, p, 4);
+    return v;
+}
+inline void store32(std::uint8_t* p, std::uint32_t v) { std::memcpy(p, &v, 4); }
+
+// One pixel of 4 bytes (blue or red lowest) with the other of the two lowest.
+inline std::uint32_t swapped4(std::uint32_t v) { return (v & 0xFF00FF00u) | ((v >> 16) & 0xFFu) | ((v & 0xFFu) << 16); }
+
+// Four pixels of 3 bytes in three words: b0 g0 r0 b1 | g1 r1 b2 g2 | r2 b3 g3 r3
+// (lowest byte first) become r0 g0 b0 r1 | g1 b1 r2 g2 | b2 r3 g3 b3.
+inline void swapped3x4(std::uint32_t& w0, std::uint32_t& w1, std::uint32_t& w2) {
+    const std::uint32_t a = w0, b = w1, c = w2;
+    w0 = ((a >> 16) & 0xFFu) | (a & 0xFF00u) | ((a & 0xFFu) << 16) | ((b & 0xFF00u) << 16);
+    w1 = (b & 0xFFu) | ((a >> 16) & 0xFF00u) | ((c & 0xFFu) << 16) | (b & 0xFF000000u);
+    w2 = ((b >> 16) & 0xFFu) | ((c >> 16) & 0xFF00u) | (c & 0xFF0000u) | ((c & 0xFF00u) << 16);
+}
+
 template <unsigned kBytes>
-void swapRedBlueRow(const std::uint8_t* from, std::uint8_t* to, unsigned width) {
-    for (unsigned x = 0; x < width; ++x, from += kBytes, to += kBytes) {
-        const std::uint8_t first = from[0], third = from[2];
-        to[0] = third;
-        to[2] = first;
-        if (from != to) {
-            to[1] = from[1];
-            if (kBytes == 4) to[3] = from[3];
+void swapRowBytewise(const std::uint8_t* from, std::uint8_t* to, unsigned first, unsigned width) {
+    for (unsigned x = first; x < width; ++x) {
+        const std::uint8_t* f = from + std::size_t(x) * kBytes;
+        std::uint8_t* t = to + std::size_t(x) * kBytes;
+        const std::uint8_t b = f[0], g = f[1], r = f[2];
+        t[0] = r, t[1] = g, t[2] = b;
+        if (kBytes == 4) t[3] = f[3];
+    }
+}
+
+template <unsigned kBytes>
+void swapRowCopy(const std::uint8_t* __restrict from, std::uint8_t* __restrict to, unsigned width) {
+    unsigned done = 0;
+    if (kLittleEndian && kBytes == 4) {
+        for (; done < width; ++done)
+            store32(to + 4 * std::size_t(done), swapped4(load32(from + 4 * std::size_t(done))));
+    } else if (kLittleEndian) {
+        for (; done + 4 <= width; done += 4) {
+            const std::uint8_t* f = from + 3 * std::size_t(done);
+            std::uint32_t w0 = load32(f), w1 = load32(f + 4), w2 = load32(f + 8);
+            swapped3x4(w0, w1, w2);
+            std::uint8_t* t = to + 3 * std::size_t(done);
+            store32(t, w0), store32(t + 4, w1), store32(t + 8, w2);
         }
     }
+    swapRowBytewise<kBytes>(from, to, done, width);
+}
+
+template <unsigned kBytes>
+void swapRowInPlace(std::uint8_t* row, unsigned width) {
+    unsigned done = 0;
+    if (kLittleEndian && kBytes == 4) {
+        for (; done < width; ++done)
+            store32(row + 4 * std::size_t(done), swapped4(load32(row + 4 * std::size_t(done))));
+    } else if (kLittleEndian) {
+        for (; done + 4 <= width; done += 4) {
+            std::uint8_t* p = row + 3 * std::size_t(done);
+            std::uint32_t w0 = load32(p), w1 = load32(p + 4), w2 = load32(p + 8);
+            swapped3x4(w0, w1, w2);
+            store32(p, w0), store32(p + 4, w1), store32(p + 8, w2);
+        }
+    }
+    swapRowBytewise<kBytes>(row, row, done, width);
 }
 
 // One pass over a picture's rows: `from` rows swapped into `to` rows.
@@ -55,10 +115,10 @@ void swapBand(void* context, unsigned begin, unsigned end) {
     for (unsigned y = begin; y < end; ++y) {
         const std::uint8_t* from = p.from + std::ptrdiff_t(y) * p.fromStride;
         std::uint8_t* to = p.to + std::ptrdiff_t(y) * p.toStride;
-        if (p.bytesPerPixel == 4)
-            swapRedBlueRow<4>(from, to, p.width);
+        if (from == to)
+            p.bytesPerPixel == 4 ? swapRowInPlace<4>(to, p.width) : swapRowInPlace<3>(to, p.width);
         else
-            swapRedBlueRow<3>(from, to, p.width);
+            p.bytesPerPixel == 4 ? swapRowCopy<4>(from, to, p.width) : swapRowCopy<3>(from, to, p.width);
     }
 }
 
@@ -94,12 +154,14 @@ bool spanOf(const void* top, std::ptrdiff_t stride, std::uint32_t height, std::s
 
 Outcome outcomeOf(const flairize::Result& r) {
     switch (r.status) {
-    case flairize::Status::Ok: return {FLAIRIZE_OK, ""};
-    case flairize::Status::Refused: return {FLAIRIZE_ERROR_REFUSED, "the engine refused the picture"};
-    case flairize::Status::OutOfMemory:
-        return {FLAIRIZE_ERROR_OUT_OF_MEMORY, "not enough memory for the effect's working pictures"};
-    case flairize::Status::MixFailed:
-        return {FLAIRIZE_ERROR_OUT_OF_MEMORY, "not enough memory to blend the effect with the source"};
+        case flairize::Status::Ok:
+            return {FLAIRIZE_OK, ""};
+        case flairize::Status::Refused:
+            return {FLAIRIZE_ERROR_REFUSED, "the engine refused the picture"};
+        case flairize::Status::OutOfMemory:
+            return {FLAIRIZE_ERROR_OUT_OF_MEMORY, "not enough memory for the effect's working pictures"};
+        case flairize::Status::MixFailed:
+            return {FLAIRIZE_ERROR_OUT_OF_MEMORY, "not enough memory to blend the effect with the source"};
     }
     return {FLAIRIZE_ERROR_INTERNAL, "the engine gave an unknown status"};
 }
@@ -182,8 +244,8 @@ unsigned flairize_renderer_threads(const flairize_renderer* renderer) { return r
 
 flairize_status flairize_render(const flairize_renderer* renderer, const flairize_settings* settings,
                                 const void* source, ptrdiff_t source_stride, void* output, ptrdiff_t output_stride,
-                                uint32_t width, uint32_t height, uint32_t bytes_per_pixel,
-                                flairize_channel_order order, const char** message) {
+                                uint32_t width, uint32_t height, uint32_t bytes_per_pixel, flairize_channel_order order,
+                                const char** message) {
     Outcome outcome{FLAIRIZE_OK, ""};
     bool returned = false;
     const flairize_status status = libflairize::guarded([&] {
