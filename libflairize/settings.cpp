@@ -35,16 +35,28 @@ extern "C" {
 
 const char* flairize_status_text(flairize_status status) {
     switch (status) {
-    case FLAIRIZE_OK: return "ok";
-    case FLAIRIZE_ERROR_NULL: return "a pointer that must be given is null";
-    case FLAIRIZE_ERROR_SIZE: return "width or height is 0 or more than 65535";
-    case FLAIRIZE_ERROR_STRIDE: return "a stride is smaller than a row's bytes";
-    case FLAIRIZE_ERROR_FORMAT: return "bytes per pixel is not 3 or 4, or the channel order is unknown";
-    case FLAIRIZE_ERROR_EFFECT: return "no such effect";
-    case FLAIRIZE_ERROR_ARGUMENT: return "an argument is out of range";
-    case FLAIRIZE_ERROR_OUT_OF_MEMORY: return "out of memory";
-    case FLAIRIZE_ERROR_REFUSED: return "the engine refused the render";
-    case FLAIRIZE_ERROR_INTERNAL: return "an unexpected failure inside the library";
+        case FLAIRIZE_OK:
+            return "ok";
+        case FLAIRIZE_ERROR_NULL:
+            return "a pointer that must be given is null";
+        case FLAIRIZE_ERROR_SIZE:
+            return "width or height is 0 or more than 65535";
+        case FLAIRIZE_ERROR_STRIDE:
+            return "a stride is smaller than a row's bytes";
+        case FLAIRIZE_ERROR_FORMAT:
+            return "bytes per pixel is not 3 or 4, or the channel order is unknown";
+        case FLAIRIZE_ERROR_EFFECT:
+            return "no such effect";
+        case FLAIRIZE_ERROR_ARGUMENT:
+            return "an argument is out of range";
+        case FLAIRIZE_ERROR_OUT_OF_MEMORY:
+            return "out of memory";
+        case FLAIRIZE_ERROR_REFUSED:
+            return "the engine refused the render";
+        case FLAIRIZE_ERROR_INTERNAL:
+            return "an unexpected failure inside the library";
+        case FLAIRIZE_STATUS_MAX_ENUM:
+            break;
     }
     return "unknown status";
 }
@@ -66,8 +78,7 @@ flairize_status flairize_settings_init(flairize_settings* settings, unsigned eff
 
 uint32_t flairize_frame_progress(uint32_t position, int speed, uint32_t direction) {
     const int clamped = speed < -128 ? -128 : speed > 127 ? 127 : speed;
-    return flairize::frameProgress(position > 16384 ? 16384 : position, static_cast<std::int8_t>(clamped),
-                                   direction);
+    return flairize::frameProgress(position > 16384 ? 16384 : position, static_cast<std::int8_t>(clamped), direction);
 }
 
 uint32_t flairize_sequence_position(uint64_t frame, uint64_t frames) {

@@ -45,16 +45,16 @@ extern "C" {
 
 typedef enum flairize_status {
     FLAIRIZE_OK = 0,
-    FLAIRIZE_ERROR_NULL = 1,          /* a pointer that must be given is null */
-    FLAIRIZE_ERROR_SIZE = 2,          /* width or height is 0 or more than 65535 */
-    FLAIRIZE_ERROR_STRIDE = 3,        /* a stride is smaller than a row's bytes (width x bytes per pixel) */
-    FLAIRIZE_ERROR_FORMAT = 4,        /* bytes per pixel is not 3 or 4, or the channel order is unknown */
-    FLAIRIZE_ERROR_EFFECT = 5,        /* an effect index outside the catalogue, or a name it does not hold */
-    FLAIRIZE_ERROR_ARGUMENT = 6,      /* another argument out of range: the mix, a thread count, a block
-                                         that is too short, buffers that overlap */
-    FLAIRIZE_ERROR_OUT_OF_MEMORY = 7, /* memory for the render could not be had */
-    FLAIRIZE_ERROR_REFUSED = 8,       /* the engine refused the render */
-    FLAIRIZE_ERROR_INTERNAL = 9,      /* an unexpected failure inside the library */
+    FLAIRIZE_ERROR_NULL = 1,              /* a pointer that must be given is null */
+    FLAIRIZE_ERROR_SIZE = 2,              /* width or height is 0 or more than 65535 */
+    FLAIRIZE_ERROR_STRIDE = 3,            /* a stride is smaller than a row's bytes (width x bytes per pixel) */
+    FLAIRIZE_ERROR_FORMAT = 4,            /* bytes per pixel is not 3 or 4, or the channel order is unknown */
+    FLAIRIZE_ERROR_EFFECT = 5,            /* an effect index outside the catalogue, or a name it does not hold */
+    FLAIRIZE_ERROR_ARGUMENT = 6,          /* another argument out of range: the mix, a thread count, a block
+                                             that is too short, buffers that overlap */
+    FLAIRIZE_ERROR_OUT_OF_MEMORY = 7,     /* memory for the render could not be had */
+    FLAIRIZE_ERROR_REFUSED = 8,           /* the engine refused the render */
+    FLAIRIZE_ERROR_INTERNAL = 9,          /* an unexpected failure inside the library */
     FLAIRIZE_STATUS_MAX_ENUM = 0x7FFFFFFF /* not a status: keeps the type as wide as an int */
 } flairize_status;
 
@@ -132,7 +132,7 @@ FLAIRIZE_API unsigned flairize_slider_maximum(unsigned effect, unsigned slider);
 /* ---- render settings */
 
 typedef enum flairize_mix {
-    FLAIRIZE_MIX_FULL = 0,  /* the full render: effects that fade in are blended with the source by the progress */
+    FLAIRIZE_MIX_FULL = 0,   /* the full render: effects that fade in are blended with the source by the progress */
     FLAIRIZE_MIX_FILTER = 1, /* the effect's filter alone, without that blend */
     FLAIRIZE_MIX_MAX_ENUM = 0x7FFFFFFF
 } flairize_mix;
@@ -239,13 +239,13 @@ FLAIRIZE_API uint32_t flairize_sequence_position(uint64_t frame, uint64_t frames
 
 typedef struct flairize_record {
     uint16_t effect;
-    uint32_t progress;   /* 0..16384 */
-    uint16_t param1;     /* the sliders */
+    uint32_t progress; /* 0..16384 */
+    uint16_t param1;   /* the sliders */
     uint16_t param2;
     uint16_t param3;
-    uint32_t direction;  /* low two bits: FLAIRIZE_DIRECTION_* */
-    uint32_t colour;     /* 0xRRGGBB; the block stores red in its lowest byte. The
-                            top byte is carried through as the block has it. */
+    uint32_t direction; /* low two bits: FLAIRIZE_DIRECTION_* */
+    uint32_t colour;    /* 0xRRGGBB; the block stores red in its lowest byte. The
+                           top byte is carried through as the block has it. */
 } flairize_record;
 
 /* A new record for the effect: its default sliders, progress 0, Forward, black.

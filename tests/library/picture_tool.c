@@ -30,13 +30,17 @@ static void colourAt(unsigned x, unsigned y, unsigned char rgb[3]) {
     h *= 3266489917u;
     h ^= h >> 16;
     switch ((x / 16u + y / 16u) % 3u) {
-    case 0: rgb[0] = (unsigned char)(x * 3u), rgb[1] = (unsigned char)(y * 2u), rgb[2] = (unsigned char)(x + y); break;
-    case 1: rgb[0] = (unsigned char)h, rgb[1] = (unsigned char)(h >> 8), rgb[2] = (unsigned char)(h >> 16); break;
-    default:
-        h = (x * 2654435761u) ^ (y * 40503u);
-        h ^= h >> 15;
-        h *= 2246822519u;
-        rgb[0] = (unsigned char)(h >> 3), rgb[1] = (unsigned char)(h >> 11), rgb[2] = (unsigned char)(h >> 19);
+        case 0:
+            rgb[0] = (unsigned char)(x * 3u), rgb[1] = (unsigned char)(y * 2u), rgb[2] = (unsigned char)(x + y);
+            break;
+        case 1:
+            rgb[0] = (unsigned char)h, rgb[1] = (unsigned char)(h >> 8), rgb[2] = (unsigned char)(h >> 16);
+            break;
+        default:
+            h = (x * 2654435761u) ^ (y * 40503u);
+            h ^= h >> 15;
+            h *= 2246822519u;
+            rgb[0] = (unsigned char)(h >> 3), rgb[1] = (unsigned char)(h >> 11), rgb[2] = (unsigned char)(h >> 19);
     }
 }
 
@@ -53,7 +57,7 @@ static int make(unsigned width, unsigned height, const char* ppmPath, const char
     put32(bmp + 10, 54);
     put32(bmp + 14, 40);
     put32(bmp + 18, width);
-    put32(bmp + 22, height);   /* positive: bottom row first */
+    put32(bmp + 22, height); /* positive: bottom row first */
     bmp[26] = 1, bmp[28] = 24;
     put32(bmp + 34, (uint32_t)image);
     for (y = 0; y < height; ++y)
@@ -80,8 +84,8 @@ static int toPpm(const char* bmpPath, const char* ppmPath) {
     long size = 0;
     int ok = 0;
     if (f && fseek(f, 0, SEEK_END) == 0 && (size = ftell(f)) > 54 && fseek(f, 0, SEEK_SET) == 0 &&
-        (file = malloc((size_t)size)) != NULL && fread(file, 1, (size_t)size, f) == (size_t)size &&
-        file[0] == 'B' && file[1] == 'M' && file[28] == 24 && get32(file + 30) == 0) {
+        (file = malloc((size_t)size)) != NULL && fread(file, 1, (size_t)size, f) == (size_t)size && file[0] == 'B' &&
+        file[1] == 'M' && file[28] == 24 && get32(file + 30) == 0) {
         const uint32_t offset = get32(file + 10), width = get32(file + 18);
         const int32_t rawHeight = (int32_t)get32(file + 22);
         const uint32_t height = rawHeight < 0 ? (uint32_t)-rawHeight : (uint32_t)rawHeight;

@@ -51,7 +51,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "render_example: no effect is named %s\n", argv[3]);
         return 2;
     }
-    flairize_settings_init(&settings, effect);   /* the effect's defaults, full progress, black */
+    flairize_settings_init(&settings, effect); /* the effect's defaults, full progress, black */
     if (argc > 4) settings.progress = (uint32_t)strtoul(argv[4], NULL, 10);
     if (argc > 5) settings.colour = (uint32_t)strtoul(argv[5], NULL, 16);
     for (k = 0; argc > 6 && k < 3; ++k) settings.sliders[k] = (uint32_t)strtoul(argv[6 + k], NULL, 10);
@@ -64,8 +64,8 @@ int main(int argc, char** argv) {
     output = malloc((size_t)width * height * 3);
     status = output ? flairize_renderer_new(0, &renderer) : FLAIRIZE_ERROR_OUT_OF_MEMORY;
     if (status == FLAIRIZE_OK)
-        status = flairize_render(renderer, &settings, source, (ptrdiff_t)width * 3, output, (ptrdiff_t)width * 3,
-                                 width, height, 3, FLAIRIZE_ORDER_RGB, &message);
+        status = flairize_render(renderer, &settings, source, (ptrdiff_t)width * 3, output, (ptrdiff_t)width * 3, width,
+                                 height, 3, FLAIRIZE_ORDER_RGB, &message);
     flairize_renderer_free(renderer);
     if (status != FLAIRIZE_OK) {
         fprintf(stderr, "render_example: %s (%s)\n", flairize_status_text(status), message);
