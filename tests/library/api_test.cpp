@@ -15,7 +15,16 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define FLAIRIZE_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+#define FLAIRIZE_SANITIZED 1
+#endif
+#endif
 
 extern "C" int flairize_header_check_c(void);  // header_check.c: the header compiled as C99
 
@@ -153,7 +162,7 @@ TEST(LibraryRender, RefusesBadArgumentsBeforeTouchingAPixel) {
 // With too little address space for its working memory, every kind of render
 // reports FLAIRIZE_ERROR_OUT_OF_MEMORY (in a child process, whose limit ends with it).
 TEST(LibraryRender, ReportsMemoryItCannotHave) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if FLAIRIZE_SANITIZED
     GTEST_SKIP() << "the sanitizers reserve address space of their own";
 #else
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -176,6 +185,55 @@ TEST(LibraryRender, ReportsMemoryItCannotHave) {
 #endif
 }
 
+// One renderer serves renders from several threads at once, and every render
+// equals the one the caller's thread makes alone.
+TEST(LibraryRenderer, SharedByThreadsAtOnce) {
+    const std::uint32_t width = 97, height = 61;
+    const std::vector<std::uint8_t> source = patternBytes(std::size_t(width) * height * 4);
+    const char* const effects[] = {"find-edges", "motion-blur", "pointillize", "watercolor", "tiles", "kaleidoscope"};
+    struct Job {
+        flairize_settings settings;
+        flairize_channel_order order;
+        std::uint32_t bytes;
+        std::vector<std::uint8_t> alone, shared;
+    };
+    std::vector<Job> jobs;
+    for (const char* name : effects)
+        for (flairize_channel_order order : {FLAIRIZE_ORDER_BGR, FLAIRIZE_ORDER_RGB})
+            for (std::uint32_t bytes : {3u, 4u}) {
+                Job job{{}, order, bytes, std::vector<std::uint8_t>(source.size()), {}};
+                flairize_settings_init(&job.settings, effectNamed(name));
+                job.settings.progress = 9000;
+                job.settings.colour = 0x30A0E0;
+                job.shared = job.alone;
+                const std::ptrdiff_t stride = std::ptrdiff_t(width) * bytes;
+                ASSERT_EQ(flairize_render(nullptr, &job.settings, source.data(), stride, job.alone.data(), stride,
+                                          width, height, bytes, order, nullptr),
+                          FLAIRIZE_OK)
+                    << name;
+                jobs.push_back(std::move(job));
+            }
+    flairize_renderer* renderer = nullptr;
+    ASSERT_EQ(flairize_renderer_new(3, &renderer), FLAIRIZE_OK);
+    std::vector<std::thread> threads;
+    std::vector<flairize_status> statuses(jobs.size(), FLAIRIZE_ERROR_INTERNAL);
+    for (std::size_t t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (std::size_t i = t; i < jobs.size(); i += 4) {
+                const std::ptrdiff_t stride = std::ptrdiff_t(width) * jobs[i].bytes;
+                statuses[i] = flairize_render(renderer, &jobs[i].settings, source.data(), stride, jobs[i].shared.data(),
+                                              stride, width, height, jobs[i].bytes, jobs[i].order, nullptr);
+            }
+        });
+    for (std::thread& t : threads) t.join();
+    flairize_renderer_free(renderer);
+    for (std::size_t i = 0; i < jobs.size(); ++i) {
+        EXPECT_EQ(statuses[i], FLAIRIZE_OK) << i;
+        EXPECT_TRUE(jobs[i].shared == jobs[i].alone) << flairize_effect_slug(jobs[i].settings.effect) << ", "
+                                                     << jobs[i].bytes << " bytes, order " << jobs[i].order;
+    }
+}
+
 TEST(LibraryRenderer, ThreadCounts) {
     flairize_renderer* renderer = nullptr;
     EXPECT_EQ(flairize_renderer_new(2, nullptr), FLAIRIZE_ERROR_NULL);
@@ -192,7 +250,7 @@ TEST(LibraryRenderer, ThreadCounts) {
 }
 
 // Effect numbers and slider numbers outside the catalogue give "" and 0; every
-// effect is found again by its slug and by its name in any case.
+// effect is described, and found again by its slug and by its name in any case.
 TEST(LibraryCatalogue, AnswersOutsideTheCatalogueAndFindsEveryEffect) {
     const unsigned count = flairize_effect_count();
     ASSERT_GT(count, 0u);
@@ -205,6 +263,7 @@ TEST(LibraryCatalogue, AnswersOutsideTheCatalogueAndFindsEveryEffect) {
             0);
         for (unsigned slider = 0; slider < 3; ++slider) EXPECT_EQ(flairize_slider_shown(effect, slider), 0);
     }
+    const std::set<std::string> categories = {"Artistic", "Blur", "Distort", "Stylize", "Texture"};
     std::set<std::string> slugs;
     for (unsigned effect = 0; effect < count; ++effect) {
         for (unsigned slider : {3u, 4u, 0xFFFFFFFFu}) {
@@ -215,6 +274,25 @@ TEST(LibraryCatalogue, AnswersOutsideTheCatalogueAndFindsEveryEffect) {
             EXPECT_EQ(flairize_slider_default(effect, slider) + flairize_slider_minimum(effect, slider) +
                           flairize_slider_maximum(effect, slider),
                       0u);
+        }
+        // Every effect says what it does and where it belongs; a shown slider
+        // has its texts and a range holding its default, a hidden one none.
+        EXPECT_GT(std::strlen(flairize_effect_description(effect)), 10u) << effect;
+        EXPECT_EQ(categories.count(flairize_effect_category(effect)), 1u)
+            << effect << ": " << flairize_effect_category(effect);
+        for (unsigned slider = 0; slider < 3; ++slider) {
+            const bool shown = flairize_slider_shown(effect, slider);
+            for (const char* text : {flairize_slider_label(effect, slider), flairize_slider_option(effect, slider),
+                                     flairize_slider_meaning(effect, slider)})
+                EXPECT_EQ(std::strlen(text) > 0, shown) << effect << " slider " << slider << ": " << text;
+            if (!shown) {
+                EXPECT_STREQ(flairize_slider_unit(effect, slider), "");
+                EXPECT_EQ(flairize_slider_maximum(effect, slider), 0u);
+                continue;
+            }
+            EXPECT_LT(flairize_slider_minimum(effect, slider), flairize_slider_maximum(effect, slider));
+            EXPECT_GE(flairize_slider_default(effect, slider), flairize_slider_minimum(effect, slider));
+            EXPECT_LE(flairize_slider_default(effect, slider), flairize_slider_maximum(effect, slider));
         }
         const std::string slug = flairize_effect_slug(effect), name = flairize_effect_name(effect);
         ASSERT_FALSE(slug.empty()) << effect;
