@@ -5,6 +5,7 @@
 #include <flairize/flairize.h>
 
 #include <cstdint>
+#include <cstring>
 #include <new>
 
 namespace libflairize {
@@ -30,6 +31,17 @@ Value guardedValue(Value failed, const Body& body) noexcept {
     } catch (...) {
         return failed;
     }
+}
+
+// The value a C caller passed for an enumeration. C takes any int there, but in
+// C++ a value outside the enumeration's range may not be read as the
+// enumeration itself: its bytes are read as an int instead.
+template <class Enum>
+int passedValue(const Enum& value) {
+    static_assert(sizeof(Enum) == sizeof(int), "the header's enumerations are as wide as an int");
+    int raw;
+    std::memcpy(&raw, &value, sizeof raw);
+    return raw;
 }
 
 // 0xRRGGBB to the engine's COLORREF (red in the lowest byte) and back: the

@@ -168,7 +168,7 @@ Outcome outcomeOf(const flairize::Result& r) {
 
 Outcome renderChecked(const flairize::HostServices& host, const flairize_settings* settings, const void* source,
                       std::ptrdiff_t sourceStride, void* output, std::ptrdiff_t outputStride, std::uint32_t width,
-                      std::uint32_t height, std::uint32_t bytesPerPixel, flairize_channel_order order) {
+                      std::uint32_t height, std::uint32_t bytesPerPixel, int order) {
     if (!settings) return {FLAIRIZE_ERROR_NULL, "settings is null"};
     if (!source) return {FLAIRIZE_ERROR_NULL, "source is null"};
     if (!output) return {FLAIRIZE_ERROR_NULL, "output is null"};
@@ -250,7 +250,7 @@ flairize_status flairize_render(const flairize_renderer* renderer, const flairiz
     bool returned = false;
     const flairize_status status = libflairize::guarded([&] {
         outcome = renderChecked(renderer ? renderer->host : hostops::services(), settings, source, source_stride,
-                                output, output_stride, width, height, bytes_per_pixel, order);
+                                output, output_stride, width, height, bytes_per_pixel, libflairize::passedValue(order));
         returned = true;
         return outcome.status;
     });

@@ -34,7 +34,7 @@ SettingsRecord engineRecordOf(const flairize_record& c) {
 extern "C" {
 
 const char* flairize_status_text(flairize_status status) {
-    switch (status) {
+    switch (libflairize::passedValue(status)) {
         case FLAIRIZE_OK:
             return "ok";
         case FLAIRIZE_ERROR_NULL:

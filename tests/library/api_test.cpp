@@ -67,6 +67,7 @@ struct RenderCall {
     }
 };
 
+#if !FLAIRIZE_SANITIZED
 // Renders a 1600 x 1600 picture with 2 MiB of address space to spare and ends
 // the process with the render's status.
 [[noreturn]] void renderWithoutMemory(unsigned effect, flairize_channel_order order, unsigned threads) {
@@ -91,6 +92,7 @@ struct RenderCall {
     flairize_renderer_free(renderer);
     std::_Exit(status);
 }
+#endif
 
 }  // namespace
 
