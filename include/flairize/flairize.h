@@ -155,9 +155,9 @@ FLAIRIZE_API flairize_status flairize_settings_init(flairize_settings* settings,
 /* ---- rendering */
 
 /* The order of a pixel's colour bytes in memory. With 4 bytes a pixel the
-   fourth byte follows the three colours in both orders (BGRA, RGBA); it is the
-   effect's mask (for most effects it travels through unchanged), not
-   premultiplied alpha. The engine works in BGR; an RGB picture is converted
+   fourth byte follows the three colours in both orders (BGRA, RGBA); the
+   engine takes it as the effect's mask, as it does for every 32-bit picture.
+   It is not premultiplied alpha. The engine works in BGR; an RGB picture is converted
    inside the library, with a working copy of the source. */
 typedef enum flairize_channel_order {
     FLAIRIZE_ORDER_BGR = 0, /* blue, green, red (, alpha): Windows DIBs, frei0r's BGRA8888 */
