@@ -2,6 +2,8 @@
    and in RGBA order, alternating, and prints the fastest and the median of
    each: what the channel swap of RGB pictures costs.
      render_timing [EFFECT [THREADS [RUNS]]]   (default: posterize, all cores, 15) */
+#define _POSIX_C_SOURCE 199309L /* clock_gettime */
+
 #include <flairize/flairize.h>
 #include <stdio.h>
 #include <stdlib.h>
