@@ -5,7 +5,7 @@
 //   conformance --write TABLEDIR   renders every row through the engine and writes the table
 //   conformance TABLEDIR           checks the engine and the plain forms
 //   conformance --all TABLEDIR     also the plug-in's exports, the frei0r plug-ins, a sample
-//                                  through `flairize render` and, under Wine, the DLL
+//                                  through `flairize render`, the C library and, under Wine, the DLL
 //   --threads N,... and --every K before these: see main()
 #include <cstdio>
 #include <cstdlib>

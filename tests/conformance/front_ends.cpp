@@ -21,6 +21,7 @@ long conformance::checkFrontEnds(const SourceOf&, const Report&) {
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <utility>
 #include <sstream>
 #include <vector>
 
@@ -35,6 +36,9 @@ long conformance::checkFrontEnds(const SourceOf&, const Report&) {
 
 #ifdef FLAIRIZE_FREI0R_DIR
 #include "frei0r/plugin_loader.h"
+#endif
+#ifdef FLAIRIZE_LIBRARY
+#include <flairize/flairize.h>
 #endif
 
 namespace conformance {
@@ -161,6 +165,78 @@ void checkFrei0r(const SourceOf& source, const Report& report) {
 }
 #endif
 
+#ifdef FLAIRIZE_LIBRARY
+// The first and third byte of every pixel of a row exchanged: BGR(A) to RGB(A) and back.
+void exchangeRedBlue(std::uint8_t* row, unsigned width, unsigned bytesPerPixel) {
+    for (unsigned x = 0; x < width; ++x, row += bytesPerPixel) std::swap(row[0], row[2]);
+}
+
+// libflairize's C interface on the rows of 24- and 32-bit sources, in both
+// channel orders: in BGR order on the caller's thread; in RGB order, with the
+// source's red and blue exchanged before and the output's after, on a renderer
+// of three threads. The buffers have padded rows, every other one stored bottom
+// row first (a negative stride), and the output starts with stale bytes.
+void checkLibrary(const SourceOf& source, const Report& report) {
+    flairize_renderer* threaded = nullptr;
+    if (flairize_renderer_new(3, &threaded) != FLAIRIZE_OK) {
+        report("C library", 0, "(no renderer)", "refused");
+        return;
+    }
+    long paletteRows = 0, rendered = 0;
+    for (unsigned effect = 0; effect < flairize::effectCount(); ++effect)
+        for (const Case& c : casesOf(effect)) {
+            if (sourceBits(c.source) == 8) {
+                ++paletteRows;
+                continue;
+            }
+            const flairize::Settings s = settingsOf(c);
+            flairize_settings settings;
+            settings.effect = s.effect;
+            for (int k = 0; k < 3; ++k) settings.sliders[k] = s.sliders[k];
+            settings.colour = (s.colour & 0xFFu) << 16 | (s.colour & 0xFF00u) | (s.colour >> 16 & 0xFFu);
+            settings.progress = s.progress;
+            settings.mix = c.filterOnly ? FLAIRIZE_MIX_FILTER : FLAIRIZE_MIX_FULL;
+
+            dib::Source src(source(c.source, c.size));
+            const unsigned w = src.layout().width, h = src.layout().height, bytes = src.layout().bytesPerPixel;
+            const std::size_t rowBytes = std::size_t(w) * bytes, stride = rowBytes + 5;
+            const bool bottomFirst = rendered++ % 2;
+            // Row r (0 = top) of a buffer of `stride`-byte rows, stored either way up.
+            auto rowOf = [&](std::vector<std::uint8_t>& buffer, unsigned r) {
+                return &buffer[(bottomFirst ? h - 1 - r : r) * stride];
+            };
+            const std::ptrdiff_t step = bottomFirst ? -std::ptrdiff_t(stride) : std::ptrdiff_t(stride);
+            for (flairize_channel_order order : {FLAIRIZE_ORDER_BGR, FLAIRIZE_ORDER_RGB}) {
+                std::vector<std::uint8_t> in(stride * h, 0x5A), out(in.size(), 0xA5);
+                for (unsigned r = 0; r < h; ++r) {
+                    std::memcpy(rowOf(in, r), src.row(h - 1 - r), rowBytes);
+                    if (order == FLAIRIZE_ORDER_RGB) exchangeRedBlue(rowOf(in, r), w, bytes);
+                }
+                const flairize_status status =
+                    flairize_render(order == FLAIRIZE_ORDER_RGB ? threaded : nullptr, &settings, rowOf(in, 0), step,
+                                    rowOf(out, 0), step, w, h, bytes, order, nullptr);
+                const char* frontEnd = order == FLAIRIZE_ORDER_RGB ? "C library, RGB order" : "C library, BGR order";
+                if (status != FLAIRIZE_OK) {
+                    report(frontEnd, effect, key(c), "refused");
+                    continue;
+                }
+                dib::Output picture(src);
+                for (unsigned r = 0; r < h; ++r) {
+                    if (order == FLAIRIZE_ORDER_RGB) exchangeRedBlue(rowOf(out, r), w, bytes);
+                    std::memcpy(picture.row(h - 1 - r), rowOf(out, r), rowBytes);
+                }
+                // The bytes between the rows are the caller's: the render leaves them as they were.
+                bool paddingKept = true;
+                for (unsigned r = 0; r < h; ++r)
+                    for (std::size_t i = rowBytes; i < stride; ++i) paddingKept = paddingKept && rowOf(out, r)[i] == 0xA5;
+                report(frontEnd, effect, key(c), paddingKept ? takeHash(picture.release()) : "padding written");
+            }
+        }
+    flairize_renderer_free(threaded);
+    std::printf("C library: the %ld rows of 8-bit palette sources are left to the other front ends\n", paletteRows);
+}
+#endif
+
 // A program's exit status, or -1; the arguments are paths and numbers, quoted whole.
 int run(const std::vector<std::string>& args) {
     std::string command;
@@ -282,6 +358,11 @@ long checkFrontEnds(const SourceOf& source, const Report& report) {
     std::printf("frei0r plug-ins: skipped, frei0r.h was not found when the build was configured\n");
 #endif
     checkCommand(source, report, work);
+#ifdef FLAIRIZE_LIBRARY
+    checkLibrary(source, report);
+#else
+    std::printf("C library: skipped, libflairize is not built\n");
+#endif
     const long failures = checkWine(report, work);
     std::filesystem::remove_all(work);
     return failures;

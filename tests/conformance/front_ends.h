@@ -17,8 +17,8 @@ using SourceOf = std::function<HGLOBAL(Source, Size)>;
 using Report = std::function<void(const std::string& frontEnd, unsigned effect, const std::string& row,
                                   const std::string& hash)>;
 
-// The plug-in's exports, the frei0r plug-ins, `flairize render` and the DLL
-// under Wine, as far as each is built and configured; says what it skipped.
+// The plug-in's exports, the frei0r plug-ins, `flairize render`, the C library
+// and the DLL under Wine, as far as each is built and configured; says what it skipped.
 // Returns how many checks beside the rows failed (the Wine host's own).
 long checkFrontEnds(const SourceOf& source, const Report& report);
 
