@@ -30,7 +30,7 @@ LAYERS = [
 UNITS = {"include": "libflairize"}
 SOURCE_SUFFIXES = {".c", ".cpp", ".h", ".inc"}
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
-TARGET = re.compile(r"\badd_(?:library|executable|custom_target)\s*\(\s*([A-Za-z0-9_.+${}-]+)")
+TARGET = re.compile(r"\badd_(?:library|executable|custom_target)\s*\(\s*([A-Za-z0-9_.+${}:-]+)")
 
 
 def rank_of(folder):
