@@ -22,7 +22,11 @@ inline int sourceBits(Source s) { return s == Source::Palette256 || s == Source:
 struct Size {
     int width, height;
 };
-constexpr Size kSizes[] = {{1, 1}, {2, 1}, {1, 7}, {7, 5}, {67, 45}, {333, 199}};
+// 4 x 3 is an even width (mirrored halves meet without a middle column);
+// 1538 x 3 has rows longer than the blocks of 128, 256 and 512 pixels that
+// effects work their rows in, and an even width past Kaleidoscope's runs of
+// five mirrored pixels.
+constexpr Size kSizes[] = {{1, 1}, {2, 1}, {1, 7}, {4, 3}, {7, 5}, {67, 45}, {333, 199}, {1538, 3}};
 
 // Slider sets: the effect's defaults; low values; high values, P1 and P3 beyond
 // 255 so that they clamp.

@@ -151,7 +151,8 @@ struct Tally {
 int main(int argc, char** argv) {
     // --threads N,N,...: the engine's rows also through slice threads of each
     // count, rendered from view to view. --every K: only every K-th row of each
-    // effect (the ThreadSanitizer build, where a row costs many times more).
+    // effect, for the engine, the plug-in and the frei0r plug-ins (the sanitizer
+    // builds, where a row costs many times more).
     std::vector<unsigned> threadCounts;
     unsigned every = 1;
     while (argc >= 3 && (std::strcmp(argv[1], "--threads") == 0 || std::strcmp(argv[1], "--every") == 0)) {
@@ -245,7 +246,7 @@ int main(int argc, char** argv) {
             if (hasPlainForm) report("plain forms", effect, key(c), renderThrough(plain, c, source, plainHost));
         }
     }
-    long mismatches = all ? checkFrontEnds([&](Source s, Size z) { return sources.get(s, z); }, report) : 0;
+    long mismatches = all ? checkFrontEnds([&](Source s, Size z) { return sources.get(s, z); }, report, every) : 0;
     for (const auto& t : tallies) {
         std::printf("%-26s %7ld rows checked, %ld mismatches\n", t.first.c_str(), t.second.checked, t.second.mismatches);
         mismatches += t.second.mismatches;
