@@ -259,11 +259,25 @@ flairize::PictureView viewOf(const AVFrame* f, std::uint8_t bytesPerPixel) {
 
 // A colour conversion from frames of one size and layout into another, made
 // anew when the source's size, layout, matrix or range changes.
+// A libav colour tag as it may be used: damaged input can leave any number in
+// these enum fields, which is no value of the enum type; a number outside the
+// known tags reads as `unknown`.
+template <typename Tag>
+Tag knownTag(const Tag& field, Tag count, Tag unknown) {
+    static_assert(sizeof(Tag) == sizeof(int), "libav's colour tags are ints");
+    int v;
+    std::memcpy(&v, &field, sizeof v);
+    return v >= 0 && v < int(count) ? static_cast<Tag>(v) : unknown;
+}
+AVColorSpace colourSpaceOf(const AVColorSpace& field) { return knownTag(field, AVCOL_SPC_NB, AVCOL_SPC_UNSPECIFIED); }
+AVColorRange colourRangeOf(const AVColorRange& field) { return knownTag(field, AVCOL_RANGE_NB, AVCOL_RANGE_UNSPECIFIED); }
+
 class Scaler {
 public:
     ~Scaler() { sws_freeContext(context_); }
     void convert(const AVFrame* from, AVFrame* to, const std::string& what) {
-        const int key[] = {from->width, from->height, from->format, from->colorspace, from->color_range};
+        const int key[] = {from->width, from->height, from->format, colourSpaceOf(from->colorspace),
+                           colourRangeOf(from->color_range)};
         if (!context_ || !std::equal(std::begin(key), std::end(key), key_)) {
             sws_freeContext(context_);
             context_ = sws_getContext(from->width, from->height, AVPixelFormat(from->format), to->width, to->height,
@@ -272,8 +286,9 @@ public:
                 fail(1, what + ": no conversion from " + av_get_pix_fmt_name(AVPixelFormat(from->format)) + " to " +
                             av_get_pix_fmt_name(AVPixelFormat(to->format)));
             // YUV is read and written with the frame's own matrix and range.
-            sws_setColorspaceDetails(context_, coefficients(from), from->color_range == AVCOL_RANGE_JPEG,
-                                     coefficients(to), to->color_range == AVCOL_RANGE_JPEG, 0, 1 << 16, 1 << 16);
+            sws_setColorspaceDetails(context_, coefficients(from), colourRangeOf(from->color_range) == AVCOL_RANGE_JPEG,
+                                     coefficients(to), colourRangeOf(to->color_range) == AVCOL_RANGE_JPEG, 0,
+                                     1 << 16, 1 << 16);
             std::copy(std::begin(key), std::end(key), key_);
         }
         if (sws_scale(context_, from->data, from->linesize, 0, from->height, to->data, to->linesize) != to->height)
@@ -286,7 +301,8 @@ private:
     // YUV (RGB to RGB conversions are exact either way).
     static constexpr int kFlags = SWS_BICUBIC | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
     static const int* coefficients(const AVFrame* f) {
-        return sws_getCoefficients(f->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : int(f->colorspace));
+        const AVColorSpace space = colourSpaceOf(f->colorspace);
+        return sws_getCoefficients(space == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : int(space));
     }
     SwsContext* context_ = nullptr;
     int key_[5] = {};
@@ -426,10 +442,12 @@ void Setup::openEncoder() {
     if (encodesYuv) {   // the input's colour tags where it was YUV too, else BT.601 limited range
         const AVCodecParameters* p = inVideo->codecpar;
         const bool inputYuv = !(decodedLayout->flags & AV_PIX_FMT_FLAG_RGB);
-        enc->colorspace = inputYuv ? p->color_space : AVCOL_SPC_SMPTE170M;
-        enc->color_primaries = inputYuv ? p->color_primaries : AVCOL_PRI_UNSPECIFIED;
-        enc->color_trc = inputYuv ? p->color_trc : AVCOL_TRC_UNSPECIFIED;
-        enc->color_range = inputYuv && p->color_range == AVCOL_RANGE_JPEG ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+        enc->colorspace = inputYuv ? colourSpaceOf(p->color_space) : AVCOL_SPC_SMPTE170M;
+        enc->color_primaries =
+            inputYuv ? knownTag(p->color_primaries, AVCOL_PRI_NB, AVCOL_PRI_UNSPECIFIED) : AVCOL_PRI_UNSPECIFIED;
+        enc->color_trc = inputYuv ? knownTag(p->color_trc, AVCOL_TRC_NB, AVCOL_TRC_UNSPECIFIED) : AVCOL_TRC_UNSPECIFIED;
+        enc->color_range =
+            inputYuv && colourRangeOf(p->color_range) == AVCOL_RANGE_JPEG ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
     }
     if (format->flags & AVFMT_GLOBALHEADER) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     // The encoder's own threads are left to FFmpeg, so --threads never changes the bytes it writes.
