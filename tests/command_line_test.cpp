@@ -20,65 +20,11 @@
 #include "standalone/cli.h"
 #include "standalone/help.h"
 #include "standalone/picture_io.h"
+#include "tests/command_support.h"
 #include "tests/picture_support.h"
 
 using namespace testpic;
-
-namespace {
-
-struct CommandRun {
-    int status;
-    std::string out, err;
-};
-
-std::string dir() {
-    static std::string d = [] {
-        char t[] = "/tmp/flairize-cli-XXXXXX";
-        return std::string(mkdtemp(t));
-    }();
-    return d;
-}
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-CommandRun command(const std::string& args, const std::string& shellPrefix = "") {
-    const std::string out = dir() + "/stdout", err = dir() + "/stderr";
-    const std::string cmd = shellPrefix + std::string(FLAIRIZE_BIN) + " " + args + " >" + out + " 2>" + err;
-    const int raw = std::system(cmd.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
-}
-
-bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
-
-unsigned modeOf(const std::string& path) {
-    struct stat st {};
-    return stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
-}
-
-// Whether a folder holds a temporary of `name` ("name.XXXXXX").
-bool temporaryOf(const std::string& folder, const std::string& name) {
-    bool found = false;
-    if (DIR* d = opendir(folder.c_str())) {
-        while (dirent* e = readdir(d))
-            found = found || std::string(e->d_name).rfind(name + ".", 0) == 0;
-        closedir(d);
-    }
-    return found;
-}
-
-// Writes a test picture and returns its path.
-std::string picture(const std::string& name, int w, int h, int bits) {
-    Owned p(make(w, h, bits, pattern, bits == 8 ? palette256() : std::vector<Bgra>{}));
-    std::string error;
-    const std::string path = dir() + "/" + name;
-    EXPECT_TRUE(pictures::write(path, p, error)) << error;
-    return path;
-}
-
-}  // namespace
+using namespace testcli;
 
 TEST(CommandLine, OptionsAsAUserTypesThem) {
     const std::pair<const char*, int> names[] = {{"find-edges", 6}, {"FIND EDGES", 6}, {"lens-flare", 8}, {"bubbles", 36},

@@ -1,0 +1,78 @@
+// Running the flairize command from the tests: its exit status and output,
+// a scratch folder, and small checks on the files it leaves.
+#pragma once
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "standalone/picture_io.h"
+#include "tests/picture_support.h"
+
+namespace testcli {
+
+using namespace testpic;
+
+struct CommandRun {
+    int status;
+    std::string out, err;
+};
+
+inline std::string dir() {
+    static std::string d = [] {
+        char t[] = "/tmp/flairize-cli-XXXXXX";
+        return std::string(mkdtemp(t));
+    }();
+    return d;
+}
+
+inline std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+inline CommandRun command(const std::string& args, const std::string& shellPrefix = "") {
+    const std::string out = dir() + "/stdout", err = dir() + "/stderr";
+    const std::string cmd = shellPrefix + std::string(FLAIRIZE_BIN) + " " + args + " >" + out + " 2>" + err;
+    const int raw = std::system(cmd.c_str());
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+}
+
+inline bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+inline unsigned modeOf(const std::string& path) {
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
+}
+
+// Whether a folder holds a temporary of `name` ("name.XXXXXX").
+inline bool temporaryOf(const std::string& folder, const std::string& name) {
+    bool found = false;
+    if (DIR* d = opendir(folder.c_str())) {
+        while (dirent* e = readdir(d))
+            found = found || std::string(e->d_name).rfind(name + ".", 0) == 0;
+        closedir(d);
+    }
+    return found;
+}
+
+// Writes a test picture and returns its path.
+inline std::string picture(const std::string& name, int w, int h, int bits) {
+    Owned p(make(w, h, bits, pattern, bits == 8 ? palette256() : std::vector<Bgra>{}));
+    std::string error;
+    const std::string path = dir() + "/" + name;
+    EXPECT_TRUE(pictures::write(path, p, error)) << error;
+    return path;
+}
+
+}  // namespace testcli
