@@ -43,6 +43,20 @@ struct Failure {
 
 [[noreturn]] void usage(const std::string& message) { throw UsageError{message}; }
 
+// The command's first file name as given (its input), for want of memory
+// wherever it strikes: argv outlives the command, so naming it allocates nothing.
+const char* g_firstFileName = nullptr;
+
+// Text for standard output, flushed at once. A reader that stopped reading (a
+// closed pipe: `flairize list | head -1`) ends the command quietly; any other
+// failed write prints one line. False: exit 1.
+bool printOut(const std::string& text) {
+    if (std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return true;
+    if (errno == EPIPE) return true;
+    std::fprintf(stderr, "flairize: standard output: %s\n", std::strerror(errno));
+    return false;
+}
+
 long parseNumber(const std::string& option, const char* text, long lo, long hi) {
     errno = 0;
     char* end = nullptr;
@@ -145,6 +159,7 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
         std::string arg = argv[i];
         if (arg.size() < 2 || arg[0] != '-' || arg[1] != '-') {
             if (arg.size() > 1 && arg[0] == '-') usage("unknown option \"" + arg + "\"");
+            if (!g_firstFileName) g_firstFileName = argv[i];
             o.positional.push_back(arg);
             continue;
         }
@@ -317,7 +332,11 @@ void writeOutput(const std::string& path, HGLOBAL picture, long quality = 0) {
     std::string error;
     pictures::WriteOptions options;
     options.quality = int(quality);
-    if (!pictures::write(path, picture, error, options)) throw UsageError{path + ": " + error};
+    if (!pictures::write(path, picture, error, options)) {
+        // Standard output that fails (its reader went away) is a failed run, not a bad name.
+        if (path == "-") throw Failure{path + ": " + error};
+        throw UsageError{path + ": " + error};
+    }
 }
 
 // A render's picture, or the failure that names the input and the reason.
@@ -528,8 +547,7 @@ int cmdTiming(int argc, char** argv) {
         const std::uint32_t progress = flairize::frameProgress(position, static_cast<std::int8_t>(o.speed), direction);
         out += std::to_string(i) + " " + std::to_string(position) + " " + std::to_string(progress) + "\n";
     }
-    std::fputs(out.c_str(), stdout);
-    return 0;
+    return printOut(out) ? 0 : 1;
 }
 
 int cmdSettings(int argc, char** argv) {
@@ -583,8 +601,7 @@ int cmdList(int argc, char** argv) {
                            7, 2);
         }
     }
-    std::fputs(out.c_str(), stdout);
-    return 0;
+    return printOut(out) ? 0 : 1;
 }
 
 int cmdSheet(int argc, char** argv) {
@@ -651,12 +668,10 @@ int run(int argc, char** argv) {
     }
     const std::string command = argv[1];
     if (command == "--help" || command == "-h" || (command == "help" && argc == 2)) {
-        std::fputs(mainHelp().c_str(), stdout);
-        return 0;
+        return printOut(mainHelp()) ? 0 : 1;
     }
     if (command == "--version") {
-        std::fputs(versionText().c_str(), stdout);
-        return 0;
+        return printOut(versionText()) ? 0 : 1;
     }
     try {
         const CommandHelp* help = findCommand(command == "help" ? argv[2] : command);
@@ -671,8 +686,7 @@ int run(int argc, char** argv) {
         bool wantsHelp = command == "help";
         for (int i = 2; i < argc; ++i) wantsHelp = wantsHelp || !std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h");
         if (wantsHelp) {
-            std::fputs(commandHelp(*help).c_str(), stdout);
-            return 0;
+            return printOut(commandHelp(*help)) ? 0 : 1;
         }
         if (command == "render") return cmdRender(argc - 2, argv + 2);
         if (command == "sequence") return cmdSequence(argc - 2, argv + 2);
@@ -687,6 +701,10 @@ int run(int argc, char** argv) {
         return 2;
     } catch (const Failure& e) {
         std::fprintf(stderr, "flairize: %s\n", e.message.c_str());
+        return 1;
+    } catch (const std::bad_alloc&) {   // the one out-of-memory message, naming the input as everywhere
+        std::fprintf(stderr, "flairize: %s: %s\n", g_firstFileName ? g_firstFileName : argv[1],
+                     plat::loadString(ids::kNoMemory).c_str());
         return 1;
     }
 }

@@ -1,5 +1,6 @@
 #include <malloc.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -18,6 +19,9 @@ int main(int argc, char** argv) {
     // Test hook: FLAIRIZE_FAIL_ALLOCATION=N fails the N-th picture or working
     // block allocated from here on, so tests can run a command out of memory.
     if (const char* n = std::getenv("FLAIRIZE_FAIL_ALLOCATION")) plat::failAllocationAfter(std::atol(n));
+    // A reader that goes away (a closed pipe) makes a write fail with EPIPE,
+    // reported like any other failure, rather than killing the command.
+    std::signal(SIGPIPE, SIG_IGN);
     // Whatever escapes the commands ends the run with one line, never an abort.
     try {
         return cli::run(argc, argv);
