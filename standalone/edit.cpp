@@ -1,5 +1,6 @@
 #include "standalone/edit.h"
 
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <csignal>
@@ -13,6 +14,8 @@
 #include <limits.h>
 #include <netinet/in.h>
 #include <spawn.h>
+#include <strings.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -98,7 +101,11 @@ struct Site {
     std::string root;          // the site folder, resolved
     std::string pictureUrl;    // "/picture/<name>" as the request names it (decoded); empty: none
     std::string picturePath;   // resolved
+    std::atomic<unsigned> port{0};   // known once the daemon listens; 0 refuses every request
 };
+
+// Idle connections and requests that never finish are closed after this long.
+constexpr unsigned kConnectionTimeoutSeconds = 10;
 
 void warn(const std::string& text) { std::fprintf(stderr, "flairize: warning: %s\n", text.c_str()); }
 
@@ -120,8 +127,13 @@ MHD_Result text(MHD_Connection* c, unsigned code, const char* body, bool allowHe
 
 MHD_Result notFound(MHD_Connection* c) { return text(c, MHD_HTTP_NOT_FOUND, "Not found\n"); }
 
-MHD_Result sendFile(MHD_Connection* c, const std::string& path, const char* type) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+// Only regular files are served: a FIFO, a device or a folder is 404, looked at
+// before it is opened, and opened without blocking in case it changed since.
+// `followLink` false: a path already resolved must not have become a link.
+MHD_Result sendFile(MHD_Connection* c, const std::string& path, const char* type, bool followLink) {
+    struct stat before {};
+    if (::stat(path.c_str(), &before) != 0 || !S_ISREG(before.st_mode)) return notFound(c);
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
     if (fd < 0) return notFound(c);
     struct stat st {};
     if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
@@ -136,22 +148,38 @@ MHD_Result sendFile(MHD_Connection* c, const std::string& path, const char* type
     return queue(c, MHD_HTTP_OK, r, type);
 }
 
+// A page elsewhere whose name is made to resolve to 127.0.0.1 (DNS rebinding)
+// sends its own name as Host: only the addresses this server prints are
+// answered. An HTTP/1.0 request without Host comes from no browser and is
+// answered; HTTP/1.1 requires Host.
+bool hostAllowed(MHD_Connection* c, const char* version, unsigned port) {
+    if (port == 0) return false;
+    const char* host = MHD_lookup_connection_value(c, MHD_HEADER_KIND, MHD_HTTP_HEADER_HOST);
+    if (!host) return std::strcmp(version, MHD_HTTP_VERSION_1_0) == 0;
+    const std::string suffix = ":" + std::to_string(port);
+    for (const char* name : {"127.0.0.1", "localhost"})
+        if (strcasecmp(host, (name + suffix).c_str()) == 0) return true;
+    return false;
+}
+
 // Requests arrive with their path already %-decoded; only regular files whose
 // resolved path lies inside the site are served.
-MHD_Result answer(void* cls, MHD_Connection* c, const char* url, const char* method, const char*, const char*,
-                  std::size_t*, void**) {
+MHD_Result answer(void* cls, MHD_Connection* c, const char* url, const char* method, const char* version,
+                  const char*, std::size_t*, void**) {
     const Site& site = *static_cast<const Site*>(cls);
+    if (!hostAllowed(c, version, site.port.load()))
+        return text(c, MHD_HTTP_MISDIRECTED_REQUEST, "Use the address flairize edit printed (127.0.0.1 or localhost)\n");
     if (std::strcmp(method, MHD_HTTP_METHOD_GET) != 0 && std::strcmp(method, MHD_HTTP_METHOD_HEAD) != 0)
         return text(c, MHD_HTTP_METHOD_NOT_ALLOWED, "Only GET and HEAD\n", true);
     const std::string path = url;
     if (!site.pictureUrl.empty() && path == site.pictureUrl)
-        return sendFile(c, site.picturePath, contentType(site.picturePath));
+        return sendFile(c, site.picturePath, contentType(site.picturePath), true);
     if (path.empty() || path[0] != '/') return notFound(c);
     char resolved[PATH_MAX];
     if (!::realpath((site.root + (path == "/" ? "/index.html" : path)).c_str(), resolved)) return notFound(c);
     const std::string file = resolved;
     if (file.compare(0, site.root.size() + 1, site.root + "/") != 0) return notFound(c);
-    return sendFile(c, file, contentType(file));
+    return sendFile(c, file, contentType(file), false);
 }
 
 // Runs BROWSER (words split at spaces; "%s" stands for the address, else it
@@ -174,10 +202,13 @@ void openBrowser(const std::string& command, const std::string& url) {
     argv.push_back(nullptr);
     posix_spawnattr_t attr;
     posix_spawnattr_init(&attr);
-    sigset_t none;
+    sigset_t none, pipe;
     sigemptyset(&none);
     posix_spawnattr_setsigmask(&attr, &none);   // not the blocked SIGINT and SIGTERM of this thread
-    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK);
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    posix_spawnattr_setsigdefault(&attr, &pipe);   // flairize ignores SIGPIPE; the browser need not
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     pid_t pid = 0;
     const int error = posix_spawnp(&pid, argv[0], nullptr, &attr, argv.data(), environ);
     posix_spawnattr_destroy(&attr);
@@ -193,12 +224,26 @@ void openBrowser(const std::string& command, const std::string& url) {
     }).detach();
 }
 
+// Every connection costs a descriptor, and one more while a file is sent: the
+// soft limit goes up to the hard one, and connections are limited to what fits.
+unsigned connectionLimit() {
+    rlimit files {};
+    if (::getrlimit(RLIMIT_NOFILE, &files) != 0) return 500;
+    if (files.rlim_cur < files.rlim_max) {
+        files.rlim_cur = files.rlim_max;
+        if (::setrlimit(RLIMIT_NOFILE, &files) != 0) ::getrlimit(RLIMIT_NOFILE, &files);
+    }
+    const rlim_t spare = 32;   // standard streams, the daemon's own, the browser's
+    const rlim_t fit = files.rlim_cur > 2 * spare ? (files.rlim_cur - spare) / 2 : spare;
+    return unsigned(fit < (rlim_t(1) << 20) ? fit : (rlim_t(1) << 20));
+}
+
 }  // namespace
 
 Outcome serve(const Job& job) {
     Site site;
     if (!job.picture.empty()) {
-        const int fd = ::open(job.picture.c_str(), O_RDONLY | O_CLOEXEC);
+        const int fd = ::open(job.picture.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);   // a FIFO does not block
         if (fd < 0) return {2, job.picture + ": " + std::strerror(errno)};
         struct stat st {};
         const bool regular = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
@@ -237,8 +282,16 @@ Outcome serve(const Job& job) {
     address.sin_family = AF_INET;
     address.sin_port = 0;   // a free port, read back below
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    MHD_Daemon* daemon = MHD_start_daemon(MHD_USE_AUTO_INTERNAL_THREAD, 0, nullptr, nullptr, &answer, &site,
-                                          MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_END);
+    // epoll (else poll), not select(), which stops at 1024 descriptors: idle
+    // connections cannot lock everyone out, and time out besides.
+    const unsigned limit = connectionLimit();
+    MHD_Daemon* daemon = nullptr;
+    for (const unsigned flags : {unsigned(MHD_USE_EPOLL_INTERNAL_THREAD), unsigned(MHD_USE_POLL_INTERNAL_THREAD)}) {
+        daemon = MHD_start_daemon(flags, 0, nullptr, nullptr, &answer, &site, MHD_OPTION_SOCK_ADDR, &address,
+                                  MHD_OPTION_CONNECTION_LIMIT, limit, MHD_OPTION_CONNECTION_TIMEOUT,
+                                  kConnectionTimeoutSeconds, MHD_OPTION_END);
+        if (daemon) break;
+    }
     const MHD_DaemonInfo* info = daemon ? MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_BIND_PORT) : nullptr;
     if (!info || !info->port) {
         const int error = errno;
@@ -246,6 +299,7 @@ Outcome serve(const Job& job) {
         pthread_sigmask(SIG_SETMASK, &previous, nullptr);
         return {1, std::string("edit: cannot serve on 127.0.0.1: ") + std::strerror(error)};
     }
+    site.port = info->port;
 
     // The page's query names the picture's path, itself %-escaped once more
     // so that reading the query back gives the path as a request names it.
