@@ -22,8 +22,8 @@ using namespace testcli;
 // (or redirected, `> /dev/full`); returns flairize's own status and stderr.
 CommandRun piped(const std::string& args, const std::string& reader) {
     const std::string status = dir() + "/pipe-status", err = dir() + "/pipe-stderr";
-    const std::string cmd = "{ " + std::string(FLAIRIZE_BIN) + " " + args + " 2>" + err + "; echo $? >" + status + "; } " +
-                            reader;
+    const std::string cmd =
+        "{ " + std::string(FLAIRIZE_BIN) + " " + args + " 2>" + err + "; echo $? >" + status + "; } " + reader;
     std::system(cmd.c_str());
     const std::string code = slurp(status);
     return {code.empty() ? -1 : std::atoi(code.c_str()), "", slurp(err)};
