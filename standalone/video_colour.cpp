@@ -26,19 +26,19 @@ Tag knownTag(const Tag& field, Tag count, Tag unknown) {
 // Linear light is relative to SDR white, 203 cd/m² (BT.2408); HLG's nominal
 // peak is 1000 cd/m².
 constexpr double kSdrWhite = 203.0, kHlgPeak = 1000.0;
-constexpr int kSteps = 4096;   // table entries over the 16-bit code range
+constexpr int kSteps = 4096;  // table entries over the 16-bit code range
 
 struct Tables {
-    float pq[kSteps];         // PQ code -> linear light
-    float hlg[kSteps];        // HLG code -> scene light, 0..1
-    float hlgGain[kSteps];    // scene luminance -> the display's gain, Y^(γ-1) x peak
-    std::uint8_t bt709[kSteps];   // linear light 0..1 -> 8-bit BT.709 code
+    float pq[kSteps];            // PQ code -> linear light
+    float hlg[kSteps];           // HLG code -> scene light, 0..1
+    float hlgGain[kSteps];       // scene luminance -> the display's gain, Y^(γ-1) x peak
+    std::uint8_t bt709[kSteps];  // linear light 0..1 -> 8-bit BT.709 code
     Tables() {
         for (int i = 0; i < kSteps; ++i) {
             const double e = double(i) / (kSteps - 1);
             // SMPTE ST 2084 EOTF, in cd/m².
-            const double m1 = 2610.0 / 16384, m2 = 2523.0 / 4096 * 128, c1 = 3424.0 / 4096,
-                         c2 = 2413.0 / 4096 * 32, c3 = 2392.0 / 4096 * 32;
+            const double m1 = 2610.0 / 16384, m2 = 2523.0 / 4096 * 128, c1 = 3424.0 / 4096, c2 = 2413.0 / 4096 * 32,
+                         c3 = 2392.0 / 4096 * 32;
             const double p = std::pow(e, 1 / m2);
             pq[i] = float(10000.0 * std::pow(std::max(p - c1, 0.0) / (c2 - c3 * p), 1 / m1) / kSdrWhite);
             // ARIB STD-B67 inverse OETF.
@@ -70,9 +70,12 @@ double rollOff(double m) {
 
 const char* hdrTransferOf(const AVCodecParameters* input) {
     switch (knownTag(input->color_trc, AVCOL_TRC_NB, AVCOL_TRC_UNSPECIFIED)) {
-        case AVCOL_TRC_SMPTE2084: return "PQ";
-        case AVCOL_TRC_ARIB_STD_B67: return "HLG";
-        default: return nullptr;
+        case AVCOL_TRC_SMPTE2084:
+            return "PQ";
+        case AVCOL_TRC_ARIB_STD_B67:
+            return "HLG";
+        default:
+            return nullptr;
     }
 }
 
@@ -89,12 +92,12 @@ void setColourTags(AVCodecContext* encoder, const AVCodecParameters* input, bool
         return;
     }
     if (!yuv) return;
-    encoder->colorspace = inputYuv ? knownTag(input->color_space, AVCOL_SPC_NB, AVCOL_SPC_UNSPECIFIED)
-                                   : AVCOL_SPC_SMPTE170M;
+    encoder->colorspace =
+        inputYuv ? knownTag(input->color_space, AVCOL_SPC_NB, AVCOL_SPC_UNSPECIFIED) : AVCOL_SPC_SMPTE170M;
     encoder->color_primaries =
         inputYuv ? knownTag(input->color_primaries, AVCOL_PRI_NB, AVCOL_PRI_UNSPECIFIED) : AVCOL_PRI_UNSPECIFIED;
-    encoder->color_trc = inputYuv ? knownTag(input->color_trc, AVCOL_TRC_NB, AVCOL_TRC_UNSPECIFIED)
-                                  : AVCOL_TRC_UNSPECIFIED;
+    encoder->color_trc =
+        inputYuv ? knownTag(input->color_trc, AVCOL_TRC_NB, AVCOL_TRC_UNSPECIFIED) : AVCOL_TRC_UNSPECIFIED;
     encoder->color_range =
         inputYuv && knownTag(input->color_range, AVCOL_RANGE_NB, AVCOL_RANGE_UNSPECIFIED) == AVCOL_RANGE_JPEG
             ? AVCOL_RANGE_JPEG
@@ -136,7 +139,8 @@ bool SdrConverter::convert(const AVFrame* from, AVFrame* to) {
     const bool hlg = knownTag(from->color_trc, AVCOL_TRC_NB, AVCOL_TRC_UNSPECIFIED) == AVCOL_TRC_ARIB_STD_B67;
     const int in = alpha ? 4 : 3, out = alpha ? 4 : 3;
     for (int y = 0; y < to->height; ++y) {
-        const auto* src = reinterpret_cast<const std::uint16_t*>(wide_->data[0] + std::ptrdiff_t(y) * wide_->linesize[0]);
+        const auto* src =
+            reinterpret_cast<const std::uint16_t*>(wide_->data[0] + std::ptrdiff_t(y) * wide_->linesize[0]);
         std::uint8_t* dst = to->data[0] + std::ptrdiff_t(y) * to->linesize[0];
         for (int x = 0; x < to->width; ++x, src += in, dst += out) {
             double r, g, b;

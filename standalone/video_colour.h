@@ -25,7 +25,7 @@ void setColourTags(AVCodecContext* encoder, const AVCodecParameters* input, bool
 // the frame's matrix, to linear light, BT.2020 to BT.709 primaries, highlights
 // above SDR white rolled off, and the BT.709 transfer. One per thread.
 class SdrConverter {
-public:
+   public:
     SdrConverter() = default;
     ~SdrConverter();
     SdrConverter(const SdrConverter&) = delete;
@@ -34,10 +34,10 @@ public:
     // `to` is BGR24 or BGRA of `from`'s size; false when no conversion exists.
     bool convert(const AVFrame* from, AVFrame* to);
 
-private:
+   private:
     SwsContext* context_ = nullptr;
     int key_[5] = {};
-    AVFrame* wide_ = nullptr;   // 16-bit RGB(A)
+    AVFrame* wide_ = nullptr;  // 16-bit RGB(A)
 };
 
 }  // namespace video

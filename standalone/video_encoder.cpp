@@ -61,7 +61,7 @@ std::string namedValues(const AVCodec* codec, const AVOption* option) {
 }
 
 // x264 and x265 take their presets as text and check it only when opened.
-const char* const kX26xPresets[] = {"ultrafast", "superfast", "veryfast", "faster", "fast",
+const char* const kX26xPresets[] = {"ultrafast", "superfast", "veryfast", "faster",   "fast",
                                     "medium",    "slow",      "slower",   "veryslow", "placebo"};
 
 void checkCrf(const AVCodec* codec, const std::string& text) {
@@ -92,7 +92,7 @@ void checkPreset(const AVCodec* codec, const std::string& preset) {
     const AVOption* option = privateOption(codec, "preset");
     if (!option) fail(2, "--preset: " + encoderName(codec) + " has no presets");
     if (option->type == AV_OPT_TYPE_STRING) {
-        if (codec->id != AV_CODEC_ID_H264 && codec->id != AV_CODEC_ID_HEVC) return;   // checked when opened
+        if (codec->id != AV_CODEC_ID_H264 && codec->id != AV_CODEC_ID_HEVC) return;  // checked when opened
         std::string names;
         for (const char* p : kX26xPresets) {
             if (preset == p) return;
@@ -137,11 +137,13 @@ void checkControls(const AVCodec* codec, const EncoderControls& controls) {
     if (!controls.preset.empty()) checkPreset(codec, controls.preset);
     if (!controls.pixelFormat.empty()) {
         const AVPixelFormat format = av_get_pix_fmt(controls.pixelFormat.c_str());
-        if (format == AV_PIX_FMT_NONE) fail(2, "--pix-fmt: FFmpeg has no pixel format \"" + controls.pixelFormat + "\"");
+        if (format == AV_PIX_FMT_NONE)
+            fail(2, "--pix-fmt: FFmpeg has no pixel format \"" + controls.pixelFormat + "\"");
         if (!offers(codec, format)) {
             std::string names;
             for (const AVPixelFormat* p = codec->pix_fmts; *p != AV_PIX_FMT_NONE; ++p)
-                if (const char* name = av_get_pix_fmt_name(*p)) names += (names.empty() ? "" : ", ") + std::string(name);
+                if (const char* name = av_get_pix_fmt_name(*p))
+                    names += (names.empty() ? "" : ", ") + std::string(name);
             fail(2, "--pix-fmt: " + encoderName(codec) + " does not take " + controls.pixelFormat + " (it takes " +
                         names + ")");
         }
@@ -182,7 +184,7 @@ void padEdges(AVFrame* frame, int width, int height) {
     for (int c = 0; c < d->nb_components; ++c) {
         const int plane = d->comp[c].plane;
         const bool chroma = c == 1 || c == 2;
-        if (chroma) continue;   // luma and alpha carry the full size
+        if (chroma) continue;  // luma and alpha carry the full size
         std::uint8_t* data = frame->data[plane];
         const int stride = frame->linesize[plane];
         for (int y = 0; y < height; ++y)

@@ -82,23 +82,33 @@ void copySideData(const AVStream* in, AVStream* out, bool geometryOnly) {
 
 const char* kindOf(AVMediaType type) {
     switch (type) {
-        case AVMEDIA_TYPE_AUDIO: return "audio";
-        case AVMEDIA_TYPE_SUBTITLE: return "subtitles";
-        case AVMEDIA_TYPE_DATA: return "data";
-        case AVMEDIA_TYPE_ATTACHMENT: return "attachment";
-        case AVMEDIA_TYPE_VIDEO: return "video";
-        default: return "stream";
+        case AVMEDIA_TYPE_AUDIO:
+            return "audio";
+        case AVMEDIA_TYPE_SUBTITLE:
+            return "subtitles";
+        case AVMEDIA_TYPE_DATA:
+            return "data";
+        case AVMEDIA_TYPE_ATTACHMENT:
+            return "attachment";
+        case AVMEDIA_TYPE_VIDEO:
+            return "video";
+        default:
+            return "stream";
     }
 }
 
-bool takes(const AVOutputFormat* format, AVCodecID id) { return avformat_query_codec(format, id, FF_COMPLIANCE_NORMAL) == 1; }
+bool takes(const AVOutputFormat* format, AVCodecID id) {
+    return avformat_query_codec(format, id, FF_COMPLIANCE_NORMAL) == 1;
+}
 
 // The encoder audio the container refuses is written with: Opus for WebM,
 // else AAC where the container takes it, else the container's own default.
 const AVCodec* audioEncoderFor(const AVOutputFormat* format) {
     std::vector<AVCodecID> ids;
-    if (!std::strcmp(format->name, "webm")) ids = {AV_CODEC_ID_OPUS};
-    else ids = {AV_CODEC_ID_AAC, AV_CODEC_ID_OPUS, format->audio_codec};
+    if (!std::strcmp(format->name, "webm"))
+        ids = {AV_CODEC_ID_OPUS};
+    else
+        ids = {AV_CODEC_ID_AAC, AV_CODEC_ID_OPUS, format->audio_codec};
     for (AVCodecID id : ids) {
         if (id == AV_CODEC_ID_NONE || !takes(format, id)) continue;
         // FFmpeg's own Opus encoder is experimental; libopus is preferred.
@@ -150,7 +160,7 @@ using Mux = Streams::Mux;
 // Audio decoded, resampled to what the encoder takes, and encoded in the
 // encoder's frame size. Timestamps count samples from the first frame's.
 class AudioTranscoder : public Streams::Transcoder {
-public:
+   public:
     AudioTranscoder(const AVStream* in, const AVCodec* encoder, AVFormatContext* out, AVStream* o,
                     const std::string& where)
         : in_(in), where_(where) {
@@ -210,7 +220,7 @@ public:
         drain(out, mux);
     }
 
-private:
+   private:
     static bool supportsLayout(const AVCodec* encoder, const AVChannelLayout& layout) {
         if (!encoder->ch_layouts) return true;
         for (const AVChannelLayout* l = encoder->ch_layouts; l->nb_channels; ++l)
@@ -261,8 +271,8 @@ private:
         if (av_channel_layout_copy(&converted->ch_layout, &enc_->ch_layout) < 0 ||
             av_frame_get_buffer(converted.get(), 0) < 0)
             throw std::bad_alloc();
-        const int got = swr_convert(swr_, converted->data, room, f ? const_cast<const std::uint8_t**>(f->extended_data) : nullptr,
-                                    samples);
+        const int got = swr_convert(swr_, converted->data, room,
+                                    f ? const_cast<const std::uint8_t**>(f->extended_data) : nullptr, samples);
         if (got < 0) fail(2, where_ + ": " + avError(got));
         if (got > 0 && av_audio_fifo_write(fifo_, reinterpret_cast<void**>(converted->data), got) < got)
             throw std::bad_alloc();
@@ -317,7 +327,7 @@ private:
 // Text subtitles decoded to their events and encoded in the container's
 // format, each event with its time and duration.
 class SubtitleTranscoder : public Streams::Transcoder {
-public:
+   public:
     SubtitleTranscoder(const AVStream* in, const AVCodec* encoder, AVStream* o, const std::string& where)
         : in_(in), where_(where) {
         const AVCodec* decoder = avcodec_find_decoder(in->codecpar->codec_id);
@@ -329,7 +339,7 @@ public:
         if ((e = avcodec_open2(dec_.get(), decoder, nullptr)) < 0) fail(2, where + ": " + avError(e));
         enc_ = newCodec(encoder);
         enc_->time_base = AV_TIME_BASE_Q;
-        if (dec_->subtitle_header) {   // the styles, which the encoder needs
+        if (dec_->subtitle_header) {  // the styles, which the encoder needs
             enc_->subtitle_header = static_cast<std::uint8_t*>(av_mallocz(std::size_t(dec_->subtitle_header_size) + 1));
             if (!enc_->subtitle_header) throw std::bad_alloc();
             std::memcpy(enc_->subtitle_header, dec_->subtitle_header, std::size_t(dec_->subtitle_header_size));
@@ -370,7 +380,7 @@ public:
     }
     void finish(AVStream*, const Mux&) override {}
 
-private:
+   private:
     const AVStream* in_;
     std::string where_;
     Codec dec_, enc_;
@@ -404,16 +414,27 @@ Streams::Streams(const AVFormatContext* in, int video, AVFormatContext* out, Pla
                 copy = asTheyAre && query != 0;
                 if (!copy && asTheyAre && textSubtitles(id)) encoder = subtitleEncoderFor(format);
                 break;
-            case AVMEDIA_TYPE_DATA: copy = asTheyAre && query == 1; break;
-            case AVMEDIA_TYPE_ATTACHMENT: copy = asTheyAre && !std::strcmp(format->name, "matroska"); break;
-            case AVMEDIA_TYPE_VIDEO:   // cover art; further video streams are not rendered
+            case AVMEDIA_TYPE_DATA:
+                copy = asTheyAre && query == 1;
+                break;
+            case AVMEDIA_TYPE_ATTACHMENT:
+                copy = asTheyAre && !std::strcmp(format->name, "matroska");
+                break;
+            case AVMEDIA_TYPE_VIDEO:  // cover art; further video streams are not rendered
                 copy = asTheyAre && (i->disposition & AV_DISPOSITION_ATTACHED_PIC) && query == 1;
                 break;
-            default: break;
+            default:
+                break;
         }
         if (!copy && !encoder) {
-            std::fprintf(stderr, "flairize: %s: the %s container does not take %s; it is left out\n", output.c_str(),
-                         format->name, what.c_str());
+            if (asTheyAre)
+                std::fprintf(stderr, "flairize: %s: the %s container does not take %s; it is left out\n",
+                             output.c_str(), format->name, what.c_str());
+            else if (p->codec_type != AVMEDIA_TYPE_AUDIO)
+                std::fprintf(stderr, "flairize: %s: %s is left out\n", output.c_str(), what.c_str());
+            else
+                std::fprintf(stderr, "flairize: %s: no encoder the %s container takes for %s; it is left out\n",
+                             output.c_str(), format->name, what.c_str());
             continue;
         }
         AVStream* o = avformat_new_stream(out, nullptr);
@@ -442,7 +463,9 @@ Streams::Streams(const AVFormatContext* in, int video, AVFormatContext* out, Pla
 
 Streams::~Streams() = default;
 
-bool Streams::wants(int stream) const { return stream >= 0 && std::size_t(stream) < map_.size() && map_[std::size_t(stream)] >= 0; }
+bool Streams::wants(int stream) const {
+    return stream >= 0 && std::size_t(stream) < map_.size() && map_[std::size_t(stream)] >= 0;
+}
 
 void Streams::write(AVPacket* packet, const Mux& mux) {
     const int from = packet->stream_index;

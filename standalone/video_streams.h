@@ -21,7 +21,7 @@ void keepContainerMetadata(const AVFormatContext* in, AVFormatContext* out);
 void keepVideoMetadata(const AVStream* in, AVStream* out);
 
 class Streams {
-public:
+   public:
     // How the other streams are written: as the container takes them (audio it
     // refuses transcoded), or, after the container refused its header so, with
     // every audio stream transcoded and nothing else.
@@ -47,12 +47,12 @@ public:
 
     struct Transcoder;
 
-private:
+   private:
     const AVFormatContext* in_;
     AVFormatContext* out_;
     std::string output_;
-    std::vector<int> map_;   // input stream -> output stream; -1: left out
-    std::vector<std::unique_ptr<Transcoder>> transcoders_;   // by input stream; null: copied
+    std::vector<int> map_;                                  // input stream -> output stream; -1: left out
+    std::vector<std::unique_ptr<Transcoder>> transcoders_;  // by input stream; null: copied
     int kept_ = 0, copied_ = 0;
 };
 

@@ -2,7 +2,6 @@
 // formats players take, the encoder controls, colour tags, rotation,
 // subtitles, metadata and the audio the container refuses.
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -34,11 +33,11 @@ std::string folder(const std::string& name) {
     return d;
 }
 
-#define SKIP_WITHOUT_FFMPEG()                                                                           \
-    do {                                                                                                \
+#define SKIP_WITHOUT_FFMPEG()                                                                              \
+    do {                                                                                                   \
         if (!FLAIRIZE_VIDEO_BUILT) GTEST_SKIP() << "flairize was built without FFmpeg's libav* libraries"; \
-        if (sh("ffmpeg -version >/dev/null 2>&1 && ffprobe -version >/dev/null 2>&1") != 0)             \
-            GTEST_SKIP() << "the ffmpeg and ffprobe commands are not installed";                        \
+        if (sh("ffmpeg -version >/dev/null 2>&1 && ffprobe -version >/dev/null 2>&1") != 0)                \
+            GTEST_SKIP() << "the ffmpeg and ffprobe commands are not installed";                           \
     } while (0)
 
 #if FLAIRIZE_VIDEO
@@ -173,8 +172,8 @@ TEST(VideoStreams, RotationAndMetadataKept) {
         const bool language = std::string(out) == "out.mp4";
         const CommandRun r = command("video " + src + " " + d + "/" + out + " --effect solarize");
         ASSERT_EQ(r.status, 0) << r.err;
-        const std::string p = probe(d + "/" + out,
-                                    "stream_side_data=rotation:stream_tags=language:format_tags=title,creation_time");
+        const std::string p =
+            probe(d + "/" + out, "stream_side_data=rotation:stream_tags=language:format_tags=title,creation_time");
         EXPECT_TRUE(has(p, "rotation=90\n")) << p;
         if (language) {
             EXPECT_TRUE(has(p, "TAG:language=swe\n")) << p;
@@ -201,8 +200,8 @@ TEST(VideoStreams, SubtitlesKept) {
     };
     const Case cases[] = {
         // MP4 holds no track title.
-        {"src.mkv", "out.mkv", "subrip", true},   {"src.mkv", "out.mp4", "mov_text", false},
-        {"src.mp4", "out.mkv", "subrip", false},  {"src.mp4", "out.mp4", "mov_text", false},
+        {"src.mkv", "out.mkv", "subrip", true},  {"src.mkv", "out.mp4", "mov_text", false},
+        {"src.mp4", "out.mkv", "subrip", false}, {"src.mp4", "out.mp4", "mov_text", false},
         {"src.mkv", "out.webm", "webvtt", true},
     };
     for (const Case& c : cases) {
@@ -229,8 +228,10 @@ TEST(VideoStreams, SubtitlesKept) {
 TEST(VideoStreams, AudioTheContainerRefusesIsTranscoded) {
     SKIP_WITHOUT_FFMPEG();
     const std::string d = folder("audio"), src = d + "/src.mov";
-    ASSERT_EQ(sh(ff + "-f lavfi -i testsrc=size=96x64:rate=10:duration=2 -f lavfi -i sine=frequency=440:duration=2:"
-                      "sample_rate=44100 -c:v libx264 -c:a pcm_s16le -metadata:s:a:0 language=fra " + src),
+    ASSERT_EQ(sh(ff +
+                 "-f lavfi -i testsrc=size=96x64:rate=10:duration=2 -f lavfi -i sine=frequency=440:duration=2:"
+                 "sample_rate=44100 -c:v libx264 -c:a pcm_s16le -metadata:s:a:0 language=fra " +
+                 src),
               0);
     struct Case {
         const char *out, *codec;
@@ -256,12 +257,15 @@ TEST(VideoStreams, AudioTheContainerRefusesIsTranscoded) {
 TEST(VideoStreams, ColourTagsMatchTheFrames) {
     SKIP_WITHOUT_FFMPEG();
     const std::string d = folder("colour");
-    const std::string hdr = "-f lavfi -i testsrc2=size=96x64:rate=10 -frames:v 5 -pix_fmt yuv420p10le "
-                            "-color_primaries bt2020 -colorspace bt2020nc -c:v ffv1 ";
+    const std::string hdr =
+        "-f lavfi -i testsrc2=size=96x64:rate=10 -frames:v 5 -pix_fmt yuv420p10le "
+        "-color_primaries bt2020 -colorspace bt2020nc -c:v ffv1 ";
     ASSERT_EQ(sh(ff + hdr + "-color_trc smpte2084 " + d + "/pq.mkv"), 0);
     ASSERT_EQ(sh(ff + hdr + "-color_trc arib-std-b67 " + d + "/hlg.mkv"), 0);
-    ASSERT_EQ(sh(ff + "-f lavfi -i testsrc2=size=96x64:rate=10 -frames:v 5 -pix_fmt yuv420p -color_primaries bt709 "
-                      "-color_trc bt709 -colorspace bt709 -c:v ffv1 " + d + "/sdr.mkv"),
+    ASSERT_EQ(sh(ff +
+                 "-f lavfi -i testsrc2=size=96x64:rate=10 -frames:v 5 -pix_fmt yuv420p -color_primaries bt709 "
+                 "-color_trc bt709 -colorspace bt709 -c:v ffv1 " +
+                 d + "/sdr.mkv"),
               0);
     struct Case {
         const char *in, *out, *note, *tags;
