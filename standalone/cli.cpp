@@ -109,6 +109,22 @@ std::string normaliseName(const char* text) {
     return s;
 }
 
+// A bit rate as ffmpeg writes one: bits a second, or with k, M or G (thousands).
+std::int64_t parseBitrate(const std::string& option, const std::string& text) {
+    errno = 0;
+    char* end = nullptr;
+    const double v = std::strtod(text.c_str(), &end);
+    double scale = 1;
+    if (*end == 'k' || *end == 'K') scale = 1e3, ++end;
+    else if (*end == 'M') scale = 1e6, ++end;
+    else if (*end == 'G') scale = 1e9, ++end;
+    const double bits = v * scale;
+    if (text.empty() || !std::isdigit(static_cast<unsigned char>(text[0])) || *end || errno || !(bits >= 1) ||
+        bits > 1e12)
+        usage(option + ": expected bits a second such as 4M, 800k or 2500000, got \"" + text + "\"");
+    return std::int64_t(bits + 0.5);
+}
+
 // Options shared by the commands; which ones a command accepts is checked there.
 struct Options {
     std::vector<std::string> positional;
@@ -130,6 +146,7 @@ struct Options {
     bool filterOnly = false;
     bool tsv = false;
     pictures::Limits limits;   // the environment's, then the options'
+    video::EncoderControls encoding;   // video's --crf, --preset, --bitrate, --pix-fmt, --gop, --encoder-option
 };
 
 // FLAIRIZE_MAX_PIXELS and FLAIRIZE_MAX_MEMORY, then --max-pixels and --max-memory.
@@ -215,6 +232,24 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             o.threads = parseNumber(arg, v, 1, 1024);
         } else if (arg == "--codec") {
             o.codec = value;
+        } else if (arg == "--crf") {
+            char* end = nullptr;
+            std::strtod(v, &end);
+            if (!*v || *end) usage(arg + ": expected a number such as 23, got \"" + value + "\"");
+            o.encoding.crf = value;   // its range is the encoder's, checked there
+        } else if (arg == "--preset") {
+            o.encoding.preset = value;
+        } else if (arg == "--bitrate") {
+            o.encoding.bitrate = parseBitrate(arg, value);
+        } else if (arg == "--pix-fmt") {
+            o.encoding.pixelFormat = value;
+        } else if (arg == "--gop") {
+            o.encoding.gop = int(parseNumber(arg, v, 1, 100000));
+        } else if (arg == "--encoder-option") {
+            const std::size_t sep = value.find('=');
+            if (sep == std::string::npos || sep == 0)
+                usage(arg + ": expected key=value, such as tune=film, got \"" + value + "\"");
+            o.encoding.options.emplace_back(value.substr(0, sep), value.substr(sep + 1));
         } else if (arg == "--site") {
             o.site = value;
         } else if (arg == "--quality") {
@@ -518,10 +553,12 @@ int cmdSequence(int argc, char** argv) {
 
 int cmdVideo(int argc, char** argv) {
     Options o = parse(argc, argv,
-                      with(effectOptions(), {"--direction", "--speed", "--threads", "--codec", "--max-pixels", "--max-memory"}));
+                      with(effectOptions(), {"--direction", "--speed", "--threads", "--codec", "--max-pixels", "--max-memory",
+                                             "--crf", "--preset", "--bitrate", "--pix-fmt", "--gop", "--encoder-option"}));
     if (o.positional.size() != 2) usage("video needs IN and OUT");
-    const video::Outcome r = video::convert({o.positional[0], o.positional[1], o.codec, buildRecord(o),
-                                             static_cast<std::int8_t>(o.speed), unsigned(o.threads), o.limits});
+    video::Job job{o.positional[0], o.positional[1], o.codec, buildRecord(o),
+                   static_cast<std::int8_t>(o.speed), unsigned(o.threads), o.limits, o.encoding};
+    const video::Outcome r = video::convert(job);
     if (r.status == 2) throw UsageError{r.message};
     if (r.status != 0) throw Failure{r.message};
     return 0;

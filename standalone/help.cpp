@@ -64,12 +64,19 @@ const std::vector<CommandHelp>& commands() {
          "direction, as `flairize timing` prints. OUTPATTERN holds one %d conversion,\n"
          "e.g. out/frame%04d.png. Several frames render at once; if one fails, the\n"
          "run stops there, keeping the frames before it.\n"},
-        {"video", "IN OUT [effect options] [--direction D] [--speed S] [--threads N] [--codec NAME]",
+        {"video", "IN OUT [effect options] [--direction D] [--speed S] [--threads N] [--codec NAME] [encoder options]",
          "render every frame of a video across the effect's stretch",
          "IN is any video FFmpeg's libraries read. Frame i of N is rendered as `sequence`\n"
          "renders it. OUT's extension picks the encoder: .mp4 and .mov H.264 (yuv420p), .mkv\n"
-         "FFV1 (lossless: the frames are the rendered pictures bit for bit). Audio is copied.\n"
-         "  --codec NAME          any FFmpeg video encoder instead\n"},
+         "FFV1 (lossless: the frames are the rendered pictures bit for bit). Audio, subtitles\n"
+         "and metadata are kept; what the container refuses is transcoded or left out.\n"
+         "  --codec NAME          any FFmpeg video encoder instead\n"
+         "  --crf N               constant quality, in the encoder's range (H.264 0..51)\n"
+         "  --preset NAME         the encoder's speed preset (H.264: ultrafast .. veryslow)\n"
+         "  --bitrate RATE        bits a second, e.g. 4M or 800k\n"
+         "  --pix-fmt NAME        the encoder's pixel format (default yuv420p for H.264, VP9, AV1)\n"
+         "  --gop N               at most N frames from one keyframe to the next\n"
+         "  --encoder-option K=V  any option of the encoder; repeatable\n"},
         {"sheet", "IN OUT [--columns N] [--threads N]",
          "every offered effect on one picture, as a labelled contact sheet",
          "Each effect renders IN at its defaults and full progress; the sheet shows the\n"

@@ -6,7 +6,7 @@ namespace video {
 
 Outcome convert(const Job& job) {
     return {2, job.input + ": this flairize was built without FFmpeg's libraries (libavformat, libavcodec, "
-                           "libswscale, libavutil), so it reads and writes no video"};
+                           "libswscale, libswresample, libavutil), so it reads and writes no video"};
 }
 
 }  // namespace video
@@ -43,21 +43,13 @@ extern "C" {
 #include "platform/strings.h"
 #include "hostops/threads.h"
 #include "resources/string_ids.h"
+#include "standalone/video_colour.h"
+#include "standalone/video_encoder.h"
+#include "standalone/video_streams.h"
+#include "standalone/video_support.h"
 
 namespace video {
 namespace {
-
-struct Error {
-    int status;
-    std::string message;
-};
-[[noreturn]] void fail(int status, const std::string& message) { throw Error{status, message}; }
-
-std::string avError(int code) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(code, text, sizeof text);
-    return text;
-}
 
 bool endsWith(const std::string& s, const char* tail) {
     const std::size_t n = std::strlen(tail);
@@ -189,30 +181,6 @@ const AVCodec* chooseEncoder(const Job& job, const AVOutputFormat* format) {
     return codec;
 }
 
-// The encoder's pixel format: yuv420p for H.264 (what players take; yuv444p
-// when a side is odd, which 4:2:0 cannot hold); else the
-// engine's own layout, or the nearest layout that keeps every bit of it (FFV1
-// takes bgr0 and bgra), or failing that FFmpeg's least lossy choice.
-AVPixelFormat choosePixelFormat(const AVCodec* codec, AVPixelFormat engine, int width, int height) {
-    const AVPixelFormat* list = codec->pix_fmts;
-    if (!list) return engine;
-    auto offered = [&](AVPixelFormat f) {
-        for (const AVPixelFormat* p = list; *p != AV_PIX_FMT_NONE; ++p)
-            if (*p == f) return true;
-        return false;
-    };
-    if (!std::strcmp(codec->name, "libx264")) {
-        const AVPixelFormat yuv = (width | height) & 1 ? AV_PIX_FMT_YUV444P : AV_PIX_FMT_YUV420P;
-        if (offered(yuv)) return yuv;
-    }
-    const bool alpha = engine == AV_PIX_FMT_BGRA;
-    const AVPixelFormat lossless[] = {engine, alpha ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR0,
-                                      alpha ? AV_PIX_FMT_GBRAP : AV_PIX_FMT_GBRP};
-    for (AVPixelFormat f : lossless)
-        if (offered(f)) return f;
-    return avcodec_find_best_pix_fmt_of_list(list, engine, alpha ? 1 : 0, nullptr);
-}
-
 // The number of frames: the video's packets, counted by reading the file
 // through once without decoding, leaving out those the demuxer marks to be
 // discarded. No container's own count is taken: where there is one at all it
@@ -242,7 +210,7 @@ struct Item {
     Frame source = newFrame();          // the engine's layout (BGR or BGRA, top row first)
     Frame rendered = newFrame();        // the effect's output, same layout
     Frame encoded = newFrame();         // the encoder's pixel format
-    std::vector<Packet> audio;
+    std::vector<Packet> audio;          // packets of the other streams kept (audio, subtitles, data)
     std::int64_t pts = AV_NOPTS_VALUE;
 };
 
@@ -309,6 +277,7 @@ private:
 };
 struct Scalers {
     Scaler toEngine, toEncoder;
+    SdrConverter hdrToEngine;   // HDR input
 };
 
 // "frame 12/300  41.5 fps  0:07 left", redrawn at most four times a second, on a terminal only.
@@ -344,7 +313,8 @@ struct Setup {
     int videoStream = -1;
     AVStream* inVideo = nullptr;
     Codec dec;
-    int width = 0, height = 0;
+    int width = 0, height = 0;   // the picture's; the encoder's frames may be padded
+    const char* hdrTransfer = nullptr;   // "PQ" or "HLG": the frames are brought to SDR for the engine
     const AVPixFmtDescriptor* decodedLayout = nullptr;
     AVPixelFormat engineLayout = AV_PIX_FMT_NONE;   // BGR24, or BGRA for frames with alpha
     std::uint8_t bytesPerPixel = 3;
@@ -354,15 +324,15 @@ struct Setup {
     std::optional<Temporary> temporary;   // declared before `out`, which is closed first
     Output out;
     AVStream* outVideo = nullptr;
-    std::vector<int> audioMap;   // input stream -> output stream; -1: not copied
+    std::optional<Streams> streams;   // the input's other streams; declared after `out`, closed before it
 
 private:
     void chooseOutput();
     void openDecoder();
     void budgetMemory();
     void openEncoder();
-    bool openOutput(bool withAudio);
-    bool addAudio(bool withAudio);
+    bool openOutput(bool asTheyAre);
+    bool addOtherStreams(bool asTheyAre);
 };
 
 Setup::Setup(const Job& j) : job(j) {
@@ -381,6 +351,7 @@ void Setup::chooseOutput() {
     if (!format || (format->flags & AVFMT_NOFILE) || format->video_codec == AV_CODEC_ID_NONE)
         fail(2, job.output + ": unknown video file type (use .mkv, .mp4, .mov or another video extension FFmpeg writes)");
     encoder = chooseEncoder(job, format);
+    checkControls(encoder, job.encoding);
 }
 
 // The input's video stream, its decoder, and the layout its frames render in.
@@ -431,77 +402,60 @@ void Setup::budgetMemory() {
 void Setup::openEncoder() {
     enc.reset(avcodec_alloc_context3(encoder));
     if (!enc) throw std::bad_alloc();
+    enc->pix_fmt = encoderPixelFormat(encoder, engineLayout, job.encoding);
+    // Subsampled chroma takes whole samples: an odd side is padded by one pixel.
     enc->width = width;
     enc->height = height;
-    enc->pix_fmt = choosePixelFormat(encoder, engineLayout, width, height);
+    codedSize(enc->pix_fmt, enc->width, enc->height);
     enc->time_base = inVideo->time_base;
     enc->framerate = av_guess_frame_rate(in.get(), inVideo, nullptr);
     enc->sample_aspect_ratio = av_guess_sample_aspect_ratio(in.get(), inVideo, nullptr);
-    const AVPixFmtDescriptor* encodedLayout = av_pix_fmt_desc_get(enc->pix_fmt);
-    const bool encodesYuv = encodedLayout && !(encodedLayout->flags & AV_PIX_FMT_FLAG_RGB);
-    if (encodesYuv) {   // the input's colour tags where it was YUV too, else BT.601 limited range
-        const AVCodecParameters* p = inVideo->codecpar;
-        const bool inputYuv = !(decodedLayout->flags & AV_PIX_FMT_FLAG_RGB);
-        enc->colorspace = inputYuv ? colourSpaceOf(p->color_space) : AVCOL_SPC_SMPTE170M;
-        enc->color_primaries =
-            inputYuv ? knownTag(p->color_primaries, AVCOL_PRI_NB, AVCOL_PRI_UNSPECIFIED) : AVCOL_PRI_UNSPECIFIED;
-        enc->color_trc = inputYuv ? knownTag(p->color_trc, AVCOL_TRC_NB, AVCOL_TRC_UNSPECIFIED) : AVCOL_TRC_UNSPECIFIED;
-        enc->color_range =
-            inputYuv && colourRangeOf(p->color_range) == AVCOL_RANGE_JPEG ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
-    }
+    setColourTags(enc.get(), inVideo->codecpar, !(decodedLayout->flags & AV_PIX_FMT_FLAG_RGB));
+    hdrTransfer = hdrTransferOf(inVideo->codecpar);
+    if (hdrTransfer)
+        std::fprintf(stderr, "flairize: note: %s: HDR (%s) input written as 8-bit SDR, BT.709\n", job.input.c_str(),
+                     hdrTransfer);
     if (format->flags & AVFMT_GLOBALHEADER) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     // The encoder's own threads are left to FFmpeg, so --threads never changes the bytes it writes.
-    const int e = avcodec_open2(enc.get(), encoder, nullptr);
-    if (e < 0)
-        fail(2, job.output + ": the " + encoder->name + " encoder refuses " + av_get_pix_fmt_name(enc->pix_fmt) +
-                    " at " + std::to_string(width) + " x " + std::to_string(height) + ": " + avError(e));
+    openEncoderWith(enc.get(), encoder, job.encoding, job.output);
 }
 
-// The output: the video, then the audio streams the container takes. False
-// when the muxer refuses its header with the audio in it: the caller tries
-// again without.
-bool Setup::openOutput(bool withAudio) {
+// The output: the video, then the input's other streams, with the
+// container's and the streams' metadata. False when the muxer refuses its
+// header with streams copied as they are: the caller tries again with the
+// audio transcoded and nothing else beside the video.
+bool Setup::openOutput(bool asTheyAre) {
+    streams.reset();
     out.reset();
     AVFormatContext* raw = nullptr;
     int r = avformat_alloc_output_context2(&raw, format, nullptr, job.output.c_str());
     if (r < 0) fail(2, job.output + ": " + avError(r));
     out.reset(raw);
+    keepContainerMetadata(in.get(), out.get());
     outVideo = avformat_new_stream(out.get(), nullptr);
     if (!outVideo || avcodec_parameters_from_context(outVideo->codecpar, enc.get()) < 0) throw std::bad_alloc();
     outVideo->time_base = enc->time_base;
     outVideo->avg_frame_rate = enc->framerate;
     outVideo->sample_aspect_ratio = enc->sample_aspect_ratio;
-    const bool audio = addAudio(withAudio);
+    keepVideoMetadata(inVideo, outVideo);
+    const bool copies = addOtherStreams(asTheyAre);
     if ((r = avio_open(&out->pb, temporary->path().c_str(), AVIO_FLAG_WRITE)) < 0)
         fail(2, job.output + ": " + avError(r));
     if ((r = avformat_write_header(out.get(), nullptr)) >= 0) return true;
-    if (!audio) fail(2, job.output + ": " + avError(r));
-    std::fprintf(stderr, "flairize: %s: the %s container refuses the audio (%s); it is left out\n",
+    if (!copies) fail(2, job.output + ": " + avError(r));
+    std::fprintf(stderr,
+                 "flairize: %s: the %s container refuses the streams as they are (%s); the audio is transcoded and "
+                 "the other streams are left out\n",
                  job.output.c_str(), format->name, avError(r).c_str());
     return false;
 }
 
-// Output streams for the input's audio (when withAudio), copied as they are;
-// true when there is any.
-bool Setup::addAudio(bool withAudio) {
-    audioMap.assign(in->nb_streams, -1);
-    bool audio = false;
-    for (unsigned s = 0; s < in->nb_streams; ++s) {
-        const AVStream* a = in->streams[s];
-        if (!withAudio || a->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
-        if (avformat_query_codec(format, a->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) {
-            std::fprintf(stderr, "flairize: %s: the %s container does not take the %s audio of stream %u; it is left out\n",
-                         job.output.c_str(), format->name, avcodec_get_name(a->codecpar->codec_id), s);
-            continue;
-        }
-        AVStream* o = avformat_new_stream(out.get(), nullptr);
-        if (!o || avcodec_parameters_copy(o->codecpar, a->codecpar) < 0) throw std::bad_alloc();
-        o->codecpar->codec_tag = 0;
-        o->time_base = a->time_base;
-        audioMap[s] = o->index;
-        audio = true;
-    }
-    return audio;
+// Output streams for the input's other streams: as the container takes them
+// (asTheyAre), else only the audio, transcoded. True when any is copied.
+bool Setup::addOtherStreams(bool asTheyAre) {
+    streams.emplace(in.get(), videoStream, out.get(),
+                    asTheyAre ? Streams::Plan::AsTheyAre : Streams::Plan::AudioTranscodedOnly, job.output);
+    return streams->copiesAny();
 }
 
 // ---- the pipeline: decoding (in order), rendering (several frames at once,
@@ -547,7 +501,7 @@ Pipeline::Pipeline(Setup& setup) : setup_(setup), job_(setup.job), tokens_(std::
         items_.push_back(std::make_unique<Item>());
         allocate(items_.back()->source.get(), setup_.engineLayout, setup_.width, setup_.height);
         allocate(items_.back()->rendered.get(), setup_.engineLayout, setup_.width, setup_.height);
-        allocate(items_.back()->encoded.get(), setup_.enc->pix_fmt, setup_.width, setup_.height);
+        allocate(items_.back()->encoded.get(), setup_.enc->pix_fmt, setup_.enc->width, setup_.enc->height);
         items_.back()->encoded->colorspace = setup_.enc->colorspace;
         items_.back()->encoded->color_range = setup_.enc->color_range;
     }
@@ -584,7 +538,7 @@ Item* Pipeline::decode() {
     return item.audio.empty() ? nullptr : &item;
 }
 
-// One packet: video to the decoder, audio kept with the item, the rest dropped.
+// One packet: video to the decoder, the other streams' kept with the item, the rest dropped.
 void Pipeline::readPacket(Item& item) {
     if (inputEnded_) fail(2, job_.input + ": the decoder stopped early");
     const int got = av_read_frame(setup_.in.get(), packet_.get());
@@ -600,8 +554,7 @@ void Pipeline::readPacket(Item& item) {
         av_packet_unref(packet_.get());
         if (sent < 0)   // never EAGAIN: the decoder's frames were all taken first
             fail(2, job_.input + ": damaged video near frame " + std::to_string(decodedFrames_) + ": " + avError(sent));
-    } else if (stream >= 0 && std::size_t(stream) < setup_.audioMap.size() &&
-               setup_.audioMap[std::size_t(stream)] >= 0) {
+    } else if (setup_.streams->wants(stream)) {
         Packet copy = newPacket();
         av_packet_move_ref(copy.get(), packet_.get());
         item.audio.push_back(std::move(copy));
@@ -629,7 +582,11 @@ void Pipeline::convertForEngine(Item& item, Scaler& scaler, const std::string& w
         fail(2, where + " is " + std::to_string(d->width) + " x " + std::to_string(d->height) +
                     ", the video's first frames " + std::to_string(setup_.width) + " x " +
                     std::to_string(setup_.height));
-    scaler.convert(d, item.source.get(), where);
+    if (!setup_.hdrTransfer) {
+        scaler.convert(d, item.source.get(), where);
+    } else if (!scalers_.local().hdrToEngine.convert(d, item.source.get())) {
+        fail(1, where + ": no conversion from " + av_get_pix_fmt_name(AVPixelFormat(d->format)) + " to SDR");
+    }
 }
 
 // Frame i renders at the progress the host gives frame i of a sequence of N.
@@ -654,8 +611,14 @@ void Pipeline::render(Item& item, const std::string& where) {
 // The rendered frame into the encoder's pixel format, where it differs.
 void Pipeline::convertForEncoder(Item& item, Scaler& scaler, const std::string& where) {
     // The encoder may still hold the last frame written into this item.
-    if (av_frame_make_writable(item.encoded.get()) < 0) throw std::bad_alloc();
-    scaler.convert(item.rendered.get(), item.encoded.get(), where);
+    AVFrame* encoded = item.encoded.get();
+    if (av_frame_make_writable(encoded) < 0) throw std::bad_alloc();
+    // The picture into the top left of a frame padded to whole chroma samples, then its edges repeated.
+    AVFrame picture = *encoded;
+    picture.width = setup_.width;
+    picture.height = setup_.height;
+    scaler.convert(item.rendered.get(), &picture, where);
+    padEdges(encoded, setup_.width, setup_.height);
 }
 
 // In order: the audio read before the frame, then the frame.
@@ -676,13 +639,7 @@ void Pipeline::encode(Item* item) {
 }
 
 void Pipeline::writeAudio(Item& item) {
-    for (Packet& a : item.audio) {
-        const int stream = a->stream_index;
-        const int to = setup_.audioMap[std::size_t(stream)];
-        av_packet_rescale_ts(a.get(), setup_.in->streams[stream]->time_base, setup_.out->streams[to]->time_base);
-        a->stream_index = to;
-        mux(a.get());
-    }
+    for (Packet& a : item.audio) setup_.streams->write(a.get(), [this](AVPacket* p) { mux(p); });
     item.audio.clear();
 }
 
@@ -707,6 +664,7 @@ void Pipeline::finish() {
     if ((e = avcodec_send_frame(setup_.enc.get(), nullptr)) < 0)
         fail(1, job_.output + ": the encoder failed: " + avError(e));
     drainEncoder();
+    setup_.streams->finish([this](AVPacket* p) { mux(p); });
     if ((e = av_write_trailer(setup_.out.get())) < 0) fail(2, job_.output + ": " + avError(e));
     if ((e = avio_closep(&setup_.out->pb)) < 0) fail(2, job_.output + ": " + avError(e));
     if (encodedFrames_ == 0) fail(2, job_.input + ": no frame could be decoded");

@@ -4,11 +4,24 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "engine/settings_record.h"
 #include "standalone/picture_io.h"
 
 namespace video {
+
+// The encoder's settings as ffmpeg's options name them; those left unset are
+// the encoder's own defaults.
+struct EncoderControls {
+    std::string crf;           // constant quality, e.g. "23"; empty: unset
+    std::string preset;        // the encoder's speed preset, e.g. "slow"
+    std::int64_t bitrate = 0;  // bits a second; 0: unset
+    std::string pixelFormat;   // e.g. "yuv420p"; empty: the one every player takes
+    int gop = 0;               // frames from one keyframe to the next at most; 0: unset
+    std::vector<std::pair<std::string, std::string>> options;   // --encoder-option key=value, in order
+};
 
 struct Job {
     std::string input, output;
@@ -17,6 +30,7 @@ struct Job {
     std::int8_t speed = 0;     // the speed curve, as for a sequence
     unsigned threads = 0;      // frames rendered at once; 0: all cores
     pictures::Limits limits;   // the frame size, and the frames in flight within the memory limit
+    EncoderControls encoding;  // --crf, --preset, --bitrate, --pix-fmt, --gop, --encoder-option
 };
 
 struct Outcome {

@@ -1,0 +1,26 @@
+// What flairize video's files share: the refusal they throw and FFmpeg's
+// error texts. Compiled only where FFmpeg's libraries are.
+#pragma once
+
+extern "C" {
+#include <libavutil/error.h>
+}
+
+#include <string>
+
+namespace video {
+
+// A refusal or a failure, caught where the job ends: status as in Outcome.
+struct Error {
+    int status;
+    std::string message;
+};
+[[noreturn]] inline void fail(int status, const std::string& message) { throw Error{status, message}; }
+
+inline std::string avError(int code) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(code, text, sizeof text);
+    return text;
+}
+
+}  // namespace video
