@@ -526,7 +526,7 @@ void makeFolders(const std::string& path) {
 
 // The inputs as given (quoted patterns expanded, folders walked with
 // --recursive), each with its output name in the output folder.
-std::vector<BatchPicture> batchPictures(const Options& o) {
+std::vector<BatchPicture> batchPictures(const Options& o, const SettingsRecord& record) {
     std::vector<std::pair<std::string, std::string>> inputs;   // path, its name below the output folder
     for (const std::string& given : o.positional) {
         if (given == "-") usage("render: standard input cannot be one of many pictures");
@@ -549,7 +549,7 @@ std::vector<BatchPicture> batchPictures(const Options& o) {
         }
     }
     if (inputs.empty()) usage("render: no pictures to render");
-    const std::string suffix = o.suffixGiven ? o.suffix : "-" + flairize::effectSlug(buildRecord(o).effect);
+    const std::string suffix = o.suffixGiven ? o.suffix : "-" + flairize::effectSlug(record.effect);
     std::vector<BatchPicture> batch;
     std::map<std::string, std::size_t> byOutput;
     for (const auto& [path, below] : inputs) {
@@ -628,7 +628,7 @@ int renderBatch(const Options& o) {
     SettingsRecord record = buildRecord(o);
     record.progress = std::uint32_t(o.progress);
     note("effect " + describe(record));
-    std::vector<BatchPicture> batch = batchPictures(o);
+    std::vector<BatchPicture> batch = batchPictures(o, record);
     makeFolders(o.outputDir);
     // Several pictures at once, each on its share of the threads and of the
     // memory; a picture too large for its share is rendered afterwards alone.
