@@ -21,9 +21,9 @@ installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install o
 
 required=(build-essential cmake pkg-config libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libwebp-dev libtiff-dev
           libtbb-dev libavformat-dev libavcodec-dev libswscale-dev libswresample-dev libavutil-dev libmicrohttpd-dev)
-optional=(help2man frei0r-plugins-dev emscripten)   # emscripten: the web editor's site
+optional=(frei0r-plugins-dev emscripten)   # emscripten: the web editor's site
 if [ $tests -eq 1 ]; then
-  required+=(libgtest-dev nettle-dev)
+  required+=(libgtest-dev nettle-dev python3)   # python3: the tests read the JSON output with it
   optional+=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
              g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
              python3-pefile xvfb xauth wine wine64 wine32:i386 ffmpeg melt

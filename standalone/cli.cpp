@@ -13,7 +13,9 @@
 #include <string>
 #include <vector>
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <glob.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,8 +26,10 @@
 #include "platform/strings.h"
 #include "hostops/threads.h"
 #include "resources/string_ids.h"
+#include "standalone/colour_names.h"
 #include "standalone/edit.h"
 #include "standalone/help.h"
+#include "standalone/json_writer.h"
 #include "standalone/output_file.h"
 #include "standalone/picture_io.h"
 #include "standalone/sheet.h"
@@ -57,6 +61,25 @@ bool printOut(const std::string& text) {
     return false;
 }
 
+// --quiet and --verbose: what the command says besides its errors.
+struct Messages {
+    bool quiet = false;
+    bool verbose = false;
+};
+Messages messages;
+
+void warning(const std::string& text) {
+    if (!messages.quiet) std::fprintf(stderr, "flairize: warning: %s\n", text.c_str());
+}
+void note(const std::string& text) {
+    if (messages.verbose && !messages.quiet) std::fprintf(stderr, "flairize: %s\n", text.c_str());
+}
+
+std::string fileSize(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 ? pictures::sizeText(std::uint64_t(st.st_size)) : std::string("?");
+}
+
 long parseNumber(const std::string& option, const char* text, long lo, long hi) {
     errno = 0;
     char* end = nullptr;
@@ -82,13 +105,21 @@ long parseProgress(const std::string& text) {
     return long(std::floor(v / top * 16384.0 + 0.5));
 }
 
+// RRGGBB or #RRGGBB in hex, #RGB, or a CSS colour name.
 std::uint32_t parseColour(const char* text) {
     const char* hex = text[0] == '#' ? text + 1 : text;
-    if (std::strlen(hex) != 6) usage(std::string("--colour: expected RRGGBB in hex, got \"") + text + "\"");
-    for (const char* p = hex; *p; ++p)
-        if (!std::isxdigit(static_cast<unsigned char>(*p)))
-            usage(std::string("--colour: expected RRGGBB in hex, got \"") + text + "\"");
-    const unsigned long rgb = std::strtoul(hex, nullptr, 16);
+    const std::size_t digits = std::strlen(hex);
+    bool isHex = digits == 6 || (digits == 3 && hex != text);
+    for (const char* p = hex; *p; ++p) isHex = isHex && std::isxdigit(static_cast<unsigned char>(*p));
+    std::uint32_t named = 0;
+    if (!isHex && !namedColour(text, named)) {
+        const std::string guess = nearest(text, colourNames());
+        usage(std::string("--colour: expected RRGGBB in hex or a colour name, got \"") + text + "\"" +
+              (guess.empty() ? std::string() : "; did you mean \"" + guess + "\"?"));
+    }
+    unsigned long rgb = isHex ? std::strtoul(hex, nullptr, 16) : named;
+    if (isHex && digits == 3)   // #RGB: each digit twice
+        rgb = ((rgb >> 8) & 0xF) * 0x110000 + ((rgb >> 4) & 0xF) * 0x1100 + (rgb & 0xF) * 0x11;
     const std::uint32_t red = (rgb >> 16) & 0xFF, green = (rgb >> 8) & 0xFF, blue = rgb & 0xFF;
     return red | (green << 8) | (blue << 16);   // COLORREF: red in the lowest byte
 }
@@ -145,6 +176,13 @@ struct Options {
     std::string site;
     bool filterOnly = false;
     bool tsv = false;
+    bool json = false;
+    bool noOverwrite = false;
+    bool recursive = false;
+    std::string outputDir;   // render: many pictures into this folder
+    std::string suffix;
+    bool suffixGiven = false;
+    std::string format;      // render with --output-dir: the outputs' extension
     pictures::Limits limits;   // the environment's, then the options'
     video::EncoderControls encoding;   // video's --crf, --preset, --bitrate, --pix-fmt, --gop, --encoder-option
 };
@@ -163,7 +201,8 @@ void setMaxMemory(pictures::Limits& limits, const std::string& where, const char
         usage(where + ": expected a size such as 512M or 4G, got \"" + text + "\"");
 }
 
-Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
+Options parse(int argc, char** argv, const CommandHelp& command) {
+    const std::vector<std::string> allowed = acceptedOptions(command);
     Options o;
     if (const char* v = std::getenv("FLAIRIZE_MAX_PIXELS")) setMaxPixels(o.limits, "FLAIRIZE_MAX_PIXELS", v);
     if (const char* v = std::getenv("FLAIRIZE_MAX_MEMORY")) setMaxMemory(o.limits, "FLAIRIZE_MAX_MEMORY", v);
@@ -172,8 +211,22 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             if (a == name) return true;
         return false;
     };
+    bool optionsEnded = false;
     for (int i = 0; i < argc; ++i) {
         std::string arg = argv[i];
+        if (optionsEnded) {
+            o.positional.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {   // what follows are file names
+            optionsEnded = true;
+            continue;
+        }
+        // The short forms of the options that have one.
+        const std::pair<const char*, const char*> shortForms[] = {
+            {"-n", "--no-overwrite"}, {"-q", "--quiet"}, {"-v", "--verbose"}};
+        for (const auto& [shortForm, longForm] : shortForms)
+            if (arg == shortForm && allowedOption(shortForm)) arg = longForm;
         if (arg.size() < 2 || arg[0] != '-' || arg[1] != '-') {
             if (arg.size() > 1 && arg[0] == '-') usage("unknown option \"" + arg + "\"");
             if (!g_firstFileName) g_firstFileName = argv[i];
@@ -194,9 +247,16 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
                   (guess.empty() ? std::string() : "; did you mean \"" + guess + "\"?"));
         }
         o.given.push_back(arg);
-        if (arg == "--filter-only" || arg == "--tsv") {
+        const std::pair<const char*, bool*> switches[] = {
+            {"--filter-only", &o.filterOnly}, {"--tsv", &o.tsv},           {"--json", &o.json},
+            {"--quiet", &messages.quiet},     {"--verbose", &messages.verbose}, {"--no-overwrite", &o.noOverwrite},
+            {"--recursive", &o.recursive}};
+        bool* flag = nullptr;
+        for (const auto& [name, target] : switches)
+            if (arg == name) flag = target;
+        if (flag) {
             if (inlineValue) usage(arg + " takes no value");
-            (arg == "--tsv" ? o.tsv : o.filterOnly) = true;
+            *flag = true;
             continue;
         }
         if (!inlineValue) {
@@ -260,24 +320,61 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             setMaxMemory(o.limits, arg, v);
         } else if (arg == "--columns") {
             o.columns = parseNumber(arg, v, 1, 64);
+        } else if (arg == "--output-dir") {
+            if (value.empty()) usage("--output-dir: expected a folder");
+            o.outputDir = value;
+        } else if (arg == "--suffix") {
+            if (value.find('/') != std::string::npos) usage("--suffix: a name's ending cannot hold \"/\"");
+            o.suffix = value, o.suffixGiven = true;
+        } else if (arg == "--format") {
+            o.format = value;
+            for (char& c : o.format) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            if (o.format == "jpeg") o.format = "jpg";
+            if (o.format == "tiff") o.format = "tif";
+            if (pictures::formatOf("x." + o.format) == pictures::Format::Unknown)
+                usage("--format: expected png, jpg, webp, tif or bmp, got \"" + value + "\"");
         } else {   // a slider by its option
+            const std::vector<std::string> sliders = sliderOptions();
+            if (std::find(sliders.begin(), sliders.end(), arg.substr(2)) == sliders.end())
+                throw Failure{arg + ": this option is listed in the help but not handled"};
             o.named[arg.substr(2)] = parseNumber(arg, v, 0, 255);
         }
     }
     return o;
 }
 
-// The options that choose the effect and its settings: the fixed ones, then
-// every slider option of the catalogue.
-std::vector<std::string> effectOptions() {
-    std::vector<std::string> options = {"--effect", "--p1", "--p2", "--p3", "--colour", "--color", "--settings"};
-    for (const std::string& option : sliderOptions()) options.push_back("--" + option);
-    return options;
+Options parse(int argc, char** argv, const char* command) { return parse(argc, argv, *findCommand(command)); }
+
+// Whether an effect is a placeholder: one the editor does not offer whose
+// render of a light grey picture is all black, as its rows write nothing.
+bool isPlaceholder(unsigned effect) {
+    if (effect >= flairize::effectCount() || flairize::effectOffered(effect)) return false;
+    std::uint8_t source[4 * 4 * 3], output[4 * 4 * 3];
+    std::memset(source, 0xC8, sizeof source);
+    std::memset(output, 0x5A, sizeof output);
+    const flairize::PictureView in{source, 12, 4, 4, 3}, out{output, 12, 4, 4, 3};
+    SettingsRecord record = flairize::newSettingsRecord();
+    flairize::chooseEffect(record, std::uint16_t(effect));
+    record.progress = 16384;
+    const flairize::Result r =
+        flairize::renderInto(hostops::services(), in, flairize::settingsOf(record), flairize::Mix::None, out);
+    if (r.status != flairize::Status::Ok) return false;
+    for (const std::uint8_t byte : output)
+        if (byte != 0) return false;
+    return true;
 }
 
-std::vector<std::string> with(std::vector<std::string> base, std::initializer_list<const char*> more) {
-    for (const char* m : more) base.emplace_back(m);
-    return base;
+std::string hexColour(std::uint32_t colorref) {
+    char text[8];
+    std::snprintf(text, sizeof text, "#%02x%02x%02x", colorref & 0xFF, (colorref >> 8) & 0xFF, (colorref >> 16) & 0xFF);
+    return text;
+}
+
+// "mosaic (9), sliders 128 0 0, colour #000000, Forward, progress 16384"
+std::string describe(const SettingsRecord& r) {
+    return flairize::effectSlug(r.effect) + " (" + std::to_string(r.effect) + "), sliders " + std::to_string(r.param1) +
+           " " + std::to_string(r.param2) + " " + std::to_string(r.param3) + ", colour " + hexColour(r.colour) + ", " +
+           plat::loadString(ids::kFirstDirection + (r.direction & 3)) + ", progress " + std::to_string(r.progress);
 }
 
 // The record a new use of the effect gets, then the settings file, then the options.
@@ -306,7 +403,7 @@ SettingsRecord buildRecord(const Options& o) {
         if (flairize::sliderLabelId(r.effect, k)) sliders += (sliders.empty() ? "" : ", ") + flairize::sliderLabel(r.effect, k);
     auto warn = [&](const std::string& what, std::string why = "") {
         if (why.empty()) why = "its sliders: " + (sliders.empty() ? std::string("none") : sliders);
-        std::fprintf(stderr, "flairize: warning: %s has no effect on %s (%s)\n", what.c_str(), name.c_str(), why.c_str());
+        warning(what + " has no effect on " + name + " (" + why + ")");
     };
     for (const auto& [option, value] : o.named) {
         int k = 0;
@@ -321,6 +418,7 @@ SettingsRecord buildRecord(const Options& o) {
     if (o.colour >= 0 && !flairize::effectUsesColour(r.effect)) warn("--colour", "it paints with no colour");
     if (o.colour >= 0) r.colour = std::uint32_t(o.colour);
     if (o.direction >= 0) r.direction = (r.direction & ~3u) | std::uint32_t(o.direction);
+    if (isPlaceholder(r.effect)) warning(name + " is a placeholder and renders a blank picture");
     return r;
 }
 
@@ -328,6 +426,16 @@ struct Picture {
     HGLOBAL h = nullptr;
     ~Picture() { plat::globalFree(h); }
 };
+
+// --verbose: "read a.jpg (1920 x 1080, 24-bit, 612.3 KiB)"
+void noteRead(const std::string& path, HGLOBAL picture) {
+    if (!messages.verbose) return;
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, plat::globalLock(picture), sizeof h);
+    plat::globalUnlock(picture);
+    note("read " + path + " (" + std::to_string(h.biWidth) + " x " + std::to_string(std::abs(h.biHeight)) + ", " +
+         std::to_string(h.biBitCount) + "-bit" + (path == "-" ? std::string() : ", " + fileSize(path)) + ")");
+}
 
 // Reads IN within the limits: a refusal is a usage error (exit 2), want of
 // memory a failure (exit 1) with the one out-of-memory message.
@@ -337,6 +445,7 @@ void readInput(const std::string& path, Picture& pic, const pictures::Limits& li
     pic.h = pictures::read(path, error, limits, &why);
     if (why == pictures::ReadFailure::OutOfMemory) throw Failure{path + ": " + plat::loadString(ids::kNoMemory)};
     if (!pic.h) throw UsageError{path + ": " + error};
+    noteRead(path, pic.h);
 }
 
 // Renders at once that the memory limit allows, at most `wanted` (and at least one).
@@ -352,15 +461,16 @@ unsigned rendersThatFit(const pictures::Limits& limits, HGLOBAL source, unsigned
 }
 
 // Refuses an output before the render: its format and whether it can be written.
-void checkOutputName(const std::string& path, long quality = 0) {
+void checkOutputName(const std::string& path, long quality = 0, bool noOverwrite = false) {
     const pictures::Format format = pictures::formatOf(path);
     if (format == pictures::Format::Unknown)
         throw UsageError{path + ": unknown picture format (use " + pictures::kKnownExtensions + ")"};
     std::string error;
     if (!output::check(path, error)) throw UsageError{path + ": " + error};
+    if (noOverwrite && path != "-" && ::access(path.c_str(), F_OK) == 0)
+        throw UsageError{path + ": exists already (--no-overwrite)"};
     if (quality && !pictures::takesQuality(format))
-        std::fprintf(stderr, "flairize: warning: --quality applies to JPEG and WebP only; %s is written without it\n",
-                     path.c_str());
+        warning("--quality applies to JPEG and WebP only; " + path + " is written without it");
 }
 
 void writeOutput(const std::string& path, HGLOBAL picture, long quality = 0) {
@@ -372,6 +482,7 @@ void writeOutput(const std::string& path, HGLOBAL picture, long quality = 0) {
         if (path == "-") throw Failure{path + ": " + error};
         throw UsageError{path + ": " + error};
     }
+    if (path != "-") note("wrote " + path + " (" + fileSize(path) + ")");
 }
 
 // A render's picture, or the failure that names the input and the reason.
@@ -388,7 +499,7 @@ HGLOBAL pictureOf(const flairize::Result& r, const std::string& input) {
 
 // A progress bar on stderr, shown only on a terminal.
 struct ProgressBar {
-    bool enabled = isatty(STDERR_FILENO) != 0;
+    bool enabled = isatty(STDERR_FILENO) != 0 && !messages.quiet;
     void show(double fraction, const std::string& label) const {
         if (!enabled) return;
         const int width = 30, filled = static_cast<int>(fraction * width);
@@ -418,14 +529,221 @@ void onRowTick(void* user) {
     }
 }
 
-int cmdRender(int argc, char** argv) {
-    Options o = parse(argc, argv,
-                      with(effectOptions(), {"--progress", "--filter-only", "--threads", "--quality", "--max-pixels",
-                                            "--max-memory"}));
-    if (o.positional.size() != 2) usage("render needs IN and OUT");
+// ---- render with --output-dir: many pictures into one folder
+
+struct BatchPicture {
+    std::string input;
+    std::string output;
+    int status = 0;   // as main() returns: 1 failure, 2 refusal
+    std::string message;
+    bool retryAlone = false;   // refused for want of memory beside the others
+};
+
+bool isFolder(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// The pictures (by extension) in folder `root`/`relative` and its subfolders,
+// sorted by name; each with its path below root.
+void picturesInFolder(const std::string& root, const std::string& relative,
+                      std::vector<std::pair<std::string, std::string>>& found) {
+    const std::string folder = relative.empty() ? root : root + "/" + relative;
+    std::vector<std::string> names;
+    if (DIR* d = ::opendir(folder.c_str())) {
+        while (const dirent* e = ::readdir(d))
+            if (e->d_name[0] != '.') names.emplace_back(e->d_name);
+        ::closedir(d);
+    } else {
+        usage(folder + ": " + std::strerror(errno));
+    }
+    std::sort(names.begin(), names.end());
+    for (const std::string& name : names) {
+        const std::string below = relative.empty() ? name : relative + "/" + name;
+        if (isFolder(root + "/" + below))
+            picturesInFolder(root, below, found);
+        else if (pictures::formatOf(name) != pictures::Format::Unknown)
+            found.emplace_back(root + "/" + below, below);
+    }
+}
+
+// mkdir -p
+void makeFolders(const std::string& path) {
+    for (std::size_t at = path.find('/', 1);; at = path.find('/', at + 1)) {
+        const std::string part = path.substr(0, at);
+        if (!part.empty() && ::mkdir(part.c_str(), 0777) != 0 && errno != EEXIST)
+            throw UsageError{part + ": cannot make the folder (" + std::strerror(errno) + ")"};
+        if (at == std::string::npos) break;
+    }
+    if (!isFolder(path)) throw UsageError{path + ": not a folder"};
+}
+
+// The inputs as given (quoted patterns expanded, folders walked with
+// --recursive), each with its output name in the output folder.
+std::vector<BatchPicture> batchPictures(const Options& o, const SettingsRecord& record) {
+    std::vector<std::pair<std::string, std::string>> inputs;   // path, its name below the output folder
+    for (const std::string& given : o.positional) {
+        if (given == "-") usage("render: standard input cannot be one of many pictures");
+        std::vector<std::string> paths{given};
+        if (::access(given.c_str(), F_OK) != 0 && given.find_first_of("*?[") != std::string::npos) {
+            glob_t matches{};
+            const int found = ::glob(given.c_str(), 0, nullptr, &matches);
+            paths.assign(matches.gl_pathv, matches.gl_pathv + (found == 0 ? matches.gl_pathc : 0));
+            ::globfree(&matches);
+            if (paths.empty()) usage(given + ": no file matches");
+        }
+        for (const std::string& path : paths) {
+            if (!isFolder(path)) {
+                const std::size_t slash = path.rfind('/');
+                inputs.emplace_back(path, slash == std::string::npos ? path : path.substr(slash + 1));
+                continue;
+            }
+            if (!o.recursive) usage(path + ": is a folder (--recursive renders the pictures in it)");
+            picturesInFolder(path, "", inputs);
+        }
+    }
+    if (inputs.empty()) usage("render: no pictures to render");
+    const std::string suffix = o.suffixGiven ? o.suffix : "-" + flairize::effectSlug(record.effect);
+    std::vector<BatchPicture> batch;
+    std::map<std::string, std::size_t> byOutput;
+    for (const auto& [path, below] : inputs) {
+        const std::size_t slash = below.rfind('/');
+        const std::string name = slash == std::string::npos ? below : below.substr(slash + 1);
+        const std::size_t dot = name.rfind('.');
+        const std::string stem = dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
+        std::string extension = o.format.empty() ? "" : "." + o.format;
+        if (extension.empty())
+            extension = dot != std::string::npos && pictures::formatOf(name) != pictures::Format::Unknown
+                            ? name.substr(dot) : ".png";
+        BatchPicture p;
+        p.input = path;
+        p.output = o.outputDir + "/" + (slash == std::string::npos ? "" : below.substr(0, slash + 1)) + stem + suffix +
+                   extension;
+        // Two inputs that would make the same file refuse the whole run.
+        const auto [at, isNew] = byOutput.emplace(p.output, batch.size());
+        if (!isNew)
+            usage(p.output + ": both " + batch[at->second].input + " and " + path +
+                  " would be written here; nothing was rendered (rename one, or change --format or --suffix)");
+        batch.push_back(p);
+    }
+    // Nor may an output replace one of the inputs.
+    for (const BatchPicture& p : batch) {
+        struct stat out {};
+        if (::stat(p.output.c_str(), &out) != 0) continue;
+        for (const BatchPicture& q : batch) {
+            struct stat in {};
+            if (::stat(q.input.c_str(), &in) == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino)
+                usage(p.output + ": would replace the input " + q.input + "; nothing was rendered");
+        }
+    }
+    return batch;
+}
+
+// Reads, renders and writes one picture of a batch; its failure is kept in it.
+void renderBatchPicture(BatchPicture& p, const Options& o, const SettingsRecord& record,
+                        const flairize::HostServices& host, const pictures::Limits& limits, bool mayRetry) {
+    try {
+        const std::size_t slash = p.output.rfind('/');
+        if (slash != std::string::npos && slash > o.outputDir.size()) makeFolders(p.output.substr(0, slash));
+        checkOutputName(p.output, 0, o.noOverwrite);
+        Picture source;
+        std::string error;
+        pictures::ReadFailure why = pictures::ReadFailure::None;
+        source.h = pictures::read(p.input, error, limits, &why);
+        if (why == pictures::ReadFailure::OutOfMemory) throw Failure{p.input + ": " + plat::loadString(ids::kNoMemory)};
+        if (!source.h) {
+            const bool forMemory = error.rfind("file too large", 0) == 0 ||
+                                   (error.rfind("picture too large", 0) == 0 && error.find(" of memory") != std::string::npos);
+            if (mayRetry && forMemory) {
+                p.retryAlone = true;
+                return;
+            }
+            throw UsageError{p.input + ": " + error};
+        }
+        noteRead(p.input, source.h);
+        const flairize::Result r = flairize::render(host, source.h, flairize::settingsOf(record),
+                                                    o.filterOnly ? flairize::Mix::None : flairize::Mix::Always);
+        Picture result;
+        result.h = pictureOf(r, p.input);
+        // -n: an output that appeared meanwhile is not replaced either.
+        if (o.noOverwrite && ::access(p.output.c_str(), F_OK) == 0)
+            throw UsageError{p.output + ": exists already (--no-overwrite)"};
+        writeOutput(p.output, result.h, o.quality);
+    } catch (const UsageError& e) {
+        p.status = 2, p.message = e.message;
+    } catch (const Failure& e) {
+        p.status = 1, p.message = e.message;
+    } catch (const std::bad_alloc&) {
+        p.status = 1, p.message = p.input + ": " + plat::loadString(ids::kNoMemory);
+    }
+}
+
+int renderBatch(const Options& o) {
     SettingsRecord record = buildRecord(o);
     record.progress = std::uint32_t(o.progress);
-    checkOutputName(o.positional[1], o.quality);
+    note("effect " + describe(record));
+    std::vector<BatchPicture> batch = batchPictures(o, record);
+    makeFolders(o.outputDir);
+    // Several pictures at once, each on its share of the threads and of the
+    // memory; a picture too large for its share is rendered afterwards alone.
+    const long count = long(batch.size());
+    const unsigned threads = o.threads > 0 ? unsigned(o.threads) : hostops::availableThreads();
+    const unsigned inFlight = unsigned(std::min<long>(threads, count));
+    pictures::Limits share = o.limits;
+    share.maxMemory = o.limits.maxMemory / inFlight;
+    const flairize::HostServices host = hostops::threadedServices(std::max(1u, threads / inFlight));
+    ProgressBar bar;
+    long finished = 0;
+    auto report = [&](const BatchPicture& p) {
+        ++finished;
+        if (p.status != 0) {
+            if (bar.enabled) std::fputc('\n', stderr);
+            std::fprintf(stderr, "flairize: %s\n", p.message.c_str());
+        }
+        bar.show(double(finished) / double(count), "picture " + std::to_string(finished) + "/" + std::to_string(count));
+    };
+    hostops::runInOrder(
+        inFlight, count, [&](long i) { renderBatchPicture(batch[std::size_t(i)], o, record, host, share, inFlight > 1); },
+        [&](long i) {
+            if (!batch[std::size_t(i)].retryAlone) report(batch[std::size_t(i)]);
+            return true;
+        });
+    const flairize::HostServices allThreads = hostops::threadedServices(threads);
+    for (BatchPicture& p : batch)
+        if (p.retryAlone) {
+            p.retryAlone = false;
+            renderBatchPicture(p, o, record, allThreads, o.limits, false);
+            report(p);
+        }
+    bar.done();
+    long written = 0;
+    int status = 0;
+    for (const BatchPicture& p : batch) {
+        if (p.status == 0) ++written;
+        if (p.status == 2 || (p.status == 1 && status == 0)) status = p.status;
+    }
+    if (!messages.quiet)
+        std::fprintf(stderr, "rendered %ld of %ld picture%s into %s/%s\n", written, count, count == 1 ? "" : "s",
+                     o.outputDir.c_str(),
+                     written == count ? "" : (" (" + std::to_string(count - written) + " failed)").c_str());
+    return status;
+}
+
+int cmdRender(int argc, char** argv) {
+    Options o = parse(argc, argv, "render");
+    if (!o.outputDir.empty()) {
+        while (o.outputDir.size() > 1 && o.outputDir.back() == '/') o.outputDir.pop_back();
+        return renderBatch(o);
+    }
+    if (o.suffixGiven || !o.format.empty() || o.recursive)
+        usage("--suffix, --format and --recursive name the outputs of --output-dir");
+    if (o.positional.size() != 2)
+        usage(o.positional.size() > 2 ? "render needs IN and OUT, or IN... --output-dir DIR"
+                                      : "render needs IN and OUT");
+    SettingsRecord record = buildRecord(o);
+    record.progress = std::uint32_t(o.progress);
+    note("effect " + describe(record));
+    checkOutputName(o.positional[1], o.quality, o.noOverwrite);
     Picture source;
     readInput(o.positional[0], source, o.limits);
 
@@ -478,15 +796,14 @@ std::string frameName(const std::string& pattern, long i) {
 }
 
 int cmdSequence(int argc, char** argv) {
-    Options o = parse(argc, argv,
-                      with(effectOptions(), {"--frames", "--direction", "--speed", "--threads", "--quality",
-                                            "--max-pixels", "--max-memory"}));
+    Options o = parse(argc, argv, "sequence");
     if (o.positional.size() != 2) usage("sequence needs IN and OUTPATTERN");
     if (o.frames < 1) usage("sequence needs --frames N");
     const std::string pattern = o.positional[1];
     frameName(pattern, 0);
     checkOutputName(frameName(pattern, 0), o.quality);
     SettingsRecord record = buildRecord(o);
+    note("effect " + describe(record) + " at each frame's own progress, speed " + std::to_string(o.speed));
     Picture source;
     readInput(o.positional[0], source, o.limits);   // a picture that fits one render at a time
     // As many frames at once as there are threads, each rendered on one; fewer
@@ -518,6 +835,8 @@ int cmdSequence(int argc, char** argv) {
                     flairize::render(host, source.h, flairize::settingsOf(frameRecord), flairize::Mix::Always);
                 Picture frame;
                 frame.h = pictureOf(r, o.positional[0]);
+                if (o.noOverwrite && ::access(frameName(pattern, i).c_str(), F_OK) == 0)
+                    throw UsageError{frameName(pattern, i) + ": exists already (--no-overwrite)"};
                 writeOutput(frameName(pattern, i), frame.h, o.quality);
                 out.written = true;
             } catch (const UsageError& e) {
@@ -552,10 +871,10 @@ int cmdSequence(int argc, char** argv) {
 }
 
 int cmdVideo(int argc, char** argv) {
-    Options o = parse(argc, argv,
-                      with(effectOptions(), {"--direction", "--speed", "--threads", "--codec", "--max-pixels", "--max-memory",
-                                             "--crf", "--preset", "--bitrate", "--pix-fmt", "--gop", "--encoder-option"}));
+    Options o = parse(argc, argv, "video");
     if (o.positional.size() != 2) usage("video needs IN and OUT");
+    if (o.noOverwrite && ::access(o.positional[1].c_str(), F_OK) == 0)
+        usage(o.positional[1] + ": exists already (--no-overwrite)");
     video::Job job{o.positional[0], o.positional[1], o.codec, buildRecord(o),
                    static_cast<std::int8_t>(o.speed), unsigned(o.threads), o.limits, o.encoding};
     const video::Outcome r = video::convert(job);
@@ -565,7 +884,7 @@ int cmdVideo(int argc, char** argv) {
 }
 
 int cmdEdit(int argc, char** argv) {
-    Options o = parse(argc, argv, {"--site"});
+    Options o = parse(argc, argv, "edit");
     if (o.positional.size() > 1) usage("edit takes at most one PICTURE");
     const edit::Outcome r = edit::serve({o.positional.empty() ? "" : o.positional[0], o.site});
     if (r.status == 2) throw UsageError{r.message};
@@ -574,37 +893,112 @@ int cmdEdit(int argc, char** argv) {
 }
 
 int cmdTiming(int argc, char** argv) {
-    Options o = parse(argc, argv, {"--frames", "--speed", "--direction"});
+    Options o = parse(argc, argv, "timing");
     if (!o.positional.empty()) usage("timing takes no file names");
     if (o.frames < 1) usage("timing needs --frames N");
     const std::uint32_t direction = o.direction >= 0 ? std::uint32_t(o.direction) : kDirectionForward;
     std::string out;
+    JsonWriter json;
+    json.beginObject()
+        .member("frames", o.frames)
+        .member("speed", o.speed)
+        .member("direction", plat::loadString(ids::kFirstDirection + direction))
+        .key("timing")
+        .beginArray();
     for (long i = 0; i < o.frames; ++i) {
         const std::uint32_t position = flairize::sequencePosition(std::uint64_t(i), std::uint64_t(o.frames));
         const std::uint32_t progress = flairize::frameProgress(position, static_cast<std::int8_t>(o.speed), direction);
-        out += std::to_string(i) + " " + std::to_string(position) + " " + std::to_string(progress) + "\n";
+        if (o.json)
+            json.beginObject().member("frame", i).member("position", position).member("progress", progress).endObject();
+        else
+            out += std::to_string(i) + " " + std::to_string(position) + " " + std::to_string(progress) + "\n";
     }
+    if (o.json) out = json.endArray().endObject().text() + "\n";
     return printOut(out) ? 0 : 1;
 }
 
 int cmdSettings(int argc, char** argv) {
-    Options o = parse(argc, argv, with(effectOptions(), {"--direction"}));
+    Options o = parse(argc, argv, "settings");
     if (o.positional.size() != 1) usage("settings needs OUT.flr");
     const SettingsRecord record = buildRecord(o);
     const std::string path = o.positional[0];
     std::uint8_t block[kSettingsBlockSize];
     flairize::encodeSettingsBlock(record, block);
+    if (o.noOverwrite && path != "-" && ::access(path.c_str(), F_OK) == 0)
+        throw UsageError{path + ": exists already (--no-overwrite)"};
     output::File file;
     std::string error;
     if (!file.open(path, error)) throw UsageError{path + ": " + error};
     if (::write(file.fd(), block, sizeof block) != ssize_t(sizeof block) || !file.commit(error))
         throw UsageError{path + ": cannot write the settings block"};
+    const SettingsRecord written = flairize::decodeSettingsBlock(block);
+    note("wrote " + path + " (" + std::to_string(sizeof block) + " bytes): " + describe(written));
+    if (o.json) {
+        JsonWriter json;
+        json.beginObject()
+            .member("file", path)
+            .member("effect", unsigned(written.effect))
+            .member("slug", flairize::effectSlug(written.effect))
+            .member("name", flairize::effectName(written.effect))
+            .member("progress", written.progress)
+            .key("sliders")
+            .beginArray();
+        const std::uint16_t values[3] = {written.param1, written.param2, written.param3};
+        for (int k = 0; k < 3; ++k)
+            json.beginObject()
+                .member("slider", k + 1)
+                .member("option", flairize::sliderOption(written.effect, k))
+                .member("label", flairize::sliderLabel(written.effect, k))
+                .member("value", unsigned(values[k]))
+                .endObject();
+        json.endArray()
+            .member("direction", plat::loadString(ids::kFirstDirection + (written.direction & 3)))
+            .member("direction_field", written.direction)
+            .member("colour", hexColour(written.colour))
+            .member("colorref", written.colour)
+            .endObject();
+        std::fputs((json.text() + "\n").c_str(), stdout);
+    }
     return 0;
 }
 
 int cmdList(int argc, char** argv) {
-    Options o = parse(argc, argv, {"--tsv"});
+    Options o = parse(argc, argv, "list");
     if (!o.positional.empty()) usage("list takes no file names");
+    if (o.json) {
+        JsonWriter json;
+        json.beginObject().member("count", flairize::effectCount()).key("effects").beginArray();
+        for (unsigned i = 0; i < flairize::effectCount(); ++i) {
+            json.beginObject()
+                .member("index", i)
+                .member("slug", flairize::effectSlug(i))
+                .member("name", flairize::effectName(i))
+                .member("offered", flairize::effectOffered(i))
+                .member("placeholder", isPlaceholder(i))
+                .member("category", flairize::effectCategory(i))
+                .member("description", flairize::effectDescription(i))
+                .member("fades_in", flairize::effectFadesIn(i))
+                .member("uses_colour", flairize::effectUsesColour(i))
+                .key("sliders")
+                .beginArray();
+            for (int k = 0; k < 3; ++k) {
+                if (!flairize::sliderLabelId(i, k)) continue;
+                json.beginObject()
+                    .member("slider", k + 1)
+                    .member("option", flairize::sliderOption(i, k))
+                    .member("label", flairize::sliderLabel(i, k))
+                    .member("min", unsigned(flairize::sliderMinimum(i, k)))
+                    .member("max", unsigned(flairize::sliderMaximum(i, k)))
+                    .member("default", unsigned(flairize::sliderDefault(i, k)))
+                    .member("unit", flairize::sliderUnit(i, k))
+                    .member("meaning", flairize::sliderMeaning(i, k))
+                    .endObject();
+            }
+            json.endArray().endObject();
+        }
+        std::fputs((json.endArray().endObject().text() + "\n").c_str(), stdout);
+        return 0;
+    }
     std::string out;
     if (!o.tsv) out += "index  name to type    effect                 notes\n";
     for (unsigned i = 0; i < flairize::effectCount(); ++i) {
@@ -642,9 +1036,9 @@ int cmdList(int argc, char** argv) {
 }
 
 int cmdSheet(int argc, char** argv) {
-    Options o = parse(argc, argv, {"--columns", "--threads", "--max-pixels", "--max-memory"});
+    Options o = parse(argc, argv, "sheet");
     if (o.positional.size() != 2) usage("sheet needs IN and OUT");
-    checkOutputName(o.positional[1]);
+    checkOutputName(o.positional[1], 0, o.noOverwrite);
     Picture source;
     std::vector<unsigned> effects;
     for (unsigned i = 0; i < flairize::effectCount(); ++i)
@@ -721,7 +1115,8 @@ int run(int argc, char** argv) {
                   (guess.empty() ? "; see flairize --help" : "; did you mean \"" + guess + "\"?"));
         }
         bool wantsHelp = command == "help";
-        for (int i = 2; i < argc; ++i) wantsHelp = wantsHelp || !std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h");
+        for (int i = 2; i < argc && std::strcmp(argv[i], "--"); ++i)
+            wantsHelp = wantsHelp || !std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h");
         if (wantsHelp) {
             return printOut(commandHelp(*help)) ? 0 : 1;
         }

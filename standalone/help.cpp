@@ -20,15 +20,32 @@ std::string effectOptions() {
            "                        the effect's sliders by name, 0..255 (default: the effect's\n"
            "                        own; `flairize list` says what each one does)\n"
            "  --p1 N --p2 N --p3 N  the sliders by position, 0..255\n"
-           "  --colour RRGGBB       the colour the effect paints with, hex, red first (default 000000)\n"
+           "  --colour, --color C   the colour the effect paints with: RRGGBB or #RRGGBB in hex,\n"
+           "                        red first, #RGB, or a CSS colour name such as RebeccaPurple\n"
+           "                        (default 000000, black)\n"
            "  --settings FILE.flr   effect, sliders, colour and direction from a settings block;\n"
            "                        options given as well override it\n";
 }
 
-const char* const kTimingOptions =
-    "  --direction D         Forward (default), Backward, Cycle or \"Reverse Cycle\"\n"
+const char* const kDirectionOption =
+    "  --direction D         Forward (default), Backward, Cycle or \"Reverse Cycle\"\n";
+const char* const kSpeedOption =
     "  --speed S             -124..127: bends the progress along a power curve; positive\n"
     "                        speeds start slowly, negative ones quickly (default 0)\n";
+
+// Commands that write files refuse to replace one when asked.
+const char* const kNoOverwrite =
+    "  -n, --no-overwrite    refuse an output that exists already (exit 2) instead of\n"
+    "                        replacing it\n";
+
+const char* const kCommonOptions =
+    "Common options:\n"
+    "  -q, --quiet           no warnings, progress or summary; errors are still shown\n"
+    "  -v, --verbose         say what is read and written, with sizes, and the effect\n"
+    "                        and settings used\n"
+    "  -h, --help            this help\n"
+    "  --                    the end of the options: what follows are file names, even\n"
+    "                        those starting with a dash\n";
 
 const char* const kQuality =
     "  --quality N           1..100 for JPEG (default 90) and WebP (default: lossless);\n"
@@ -46,24 +63,68 @@ const char* const kLimits =
     "                        file than half of it is refused unread, a picture whose\n"
     "                        renders need more from its header, before it is decoded\n";
 
+bool writesFiles(const CommandHelp& c) {
+    for (const char* name : {"render", "sequence", "video", "sheet", "settings"})
+        if (std::string(c.name) == name) return true;
+    return false;
+}
+
 }  // namespace
+
+const std::vector<Example>& commandExamples() {
+    static const std::vector<Example> list = {
+        {"render", "flairize render photo.jpg mosaic.png --effect mosaic", "Mosaic at full strength, written as PNG."},
+        {"render", "flairize render photo.jpg half.jpg --effect solarize --progress 50% --quality 85",
+         "Solarize halfway through its stretch, as a JPEG of quality 85."},
+        {"render", "flairize render '*.jpg' --output-dir out --effect fresco",
+         "Every JPEG here into out/, each as NAME-fresco.jpg."},
+        {"render", "flairize render photos --recursive --output-dir out --format png --effect posterize --colors 6",
+         "Every picture under photos/ into the same subfolders of out/, as PNG."},
+        {"sequence", "flairize sequence photo.png frames/f%04d.png --frames 50 --effect shake --direction Cycle",
+         "50 frames that shake in and out again."},
+        {"video", "flairize video clip.mp4 out.mkv --effect solarize --speed 20",
+         "Every frame of a video, losslessly, slowly at first."},
+        {"video", "flairize video phone.mp4 out.mp4 --effect fresco --crf 20 --preset slow",
+         "H.264 at constant quality 20; audio, subtitles and rotation kept."},
+        {"sheet", "flairize sheet photo.jpg sheet.png --columns 5", "Every offered effect on one contact sheet."},
+        {"edit", "flairize edit photo.jpg", "The web editor in a browser, with photo.jpg open."},
+        {"timing", "flairize timing --frames 5 --speed 25 --json", "The progress of each of 5 frames, as JSON."},
+        {"settings", "flairize settings stamp.flr --effect stamp --colour tomato --direction Backward",
+         "A settings block for --settings: Stamp painting in tomato red."},
+        {"list", "flairize list --json", "The effects and their sliders, as JSON."},
+    };
+    return list;
+}
 
 const std::vector<CommandHelp>& commands() {
     static const std::vector<CommandHelp> list = {
-        {"render", "IN OUT [effect options] [--progress P] [--filter-only] [--threads N] [--quality N]",
-         "render one picture with an effect",
+        {"render", "IN OUT [effect options] [--progress P] [--filter-only] [--threads N] [--quality N]\n"
+                   "       flairize render IN... --output-dir DIR [--suffix TEXT] [--format F] [--recursive] [...]",
+         "render one picture, or many into a folder, with an effect",
          "IN and OUT are BMP, PNG, JPEG, WebP or TIFF pictures; OUT's format follows its\n"
          "extension. IN \"-\" reads standard input; OUT \"-\" writes PNG to standard output.\n"
          "  --progress P          how far the effect has advanced: 0..16384, a fraction such as\n"
          "                        0.5, or a percentage such as 50% (default: the full effect)\n"
          "  --filter-only         the effect's own result, without the mix with the source by\n"
-         "                        the progress that effects which fade in get\n"},
+         "                        the progress that effects which fade in get\n"
+         "With --output-dir every IN is an input picture (a quoted pattern such as '*.jpg'\n"
+         "is expanded here) written as DIR/STEM-EFFECT.EXT; several render at once within\n"
+         "--max-memory. A picture that fails is named with its reason and the others are\n"
+         "still written; the exit status is 0 only when every picture was written.\n"
+         "  --output-dir DIR      render every IN into DIR (made when missing)\n"
+         "  --suffix TEXT         name each output STEM + TEXT + .EXT (default: \"-\" and the\n"
+         "                        effect's name as `flairize list` shows it)\n"
+         "  --format F            png, jpg, webp, tif or bmp: the outputs' format (default:\n"
+         "                        the input's own)\n"
+         "  --recursive           folders given as IN: their pictures and their subfolders',\n"
+         "                        written into the same subfolders of DIR\n"},
         {"sequence", "IN OUTPATTERN --frames N [effect options] [--direction D] [--speed S] [--threads N] [--quality N]",
          "render N frames across the effect's stretch",
          "Frame i is at position i x 16384 / (N - 1), through the speed curve and the\n"
          "direction, as `flairize timing` prints. OUTPATTERN holds one %d conversion,\n"
          "e.g. out/frame%04d.png. Several frames render at once; if one fails, the\n"
-         "run stops there, keeping the frames before it.\n"},
+         "run stops there, keeping the frames before it.\n"
+         "  --frames N            the number of frames, 1..1000000\n"},
         {"video", "IN OUT [effect options] [--direction D] [--speed S] [--threads N] [--codec NAME] [encoder options]",
          "render every frame of a video across the effect's stretch",
          "IN is any video FFmpeg's libraries read. Frame i of N is rendered as `sequence`\n"
@@ -91,15 +152,22 @@ const std::vector<CommandHelp>& commands() {
          "  --site DIR            the editor's folder (default: environment FLAIRIZE_WEB_DIR,\n"
          "                        else site/ beside the flairize executable, else\n"
          "                        ../share/flairize/web from it, where it is installed)\n"},
-        {"timing", "--frames N [--direction D] [--speed S]",
-         "print \"frame position progress\" for each frame of a sequence", ""},
-        {"settings", "OUT.flr [effect options] [--direction D]",
-         "write a 20-byte settings block (for --settings)", ""},
-        {"list", "[--tsv]",
+        {"timing", "--frames N [--direction D] [--speed S] [--json]",
+         "print \"frame position progress\" for each frame of a sequence",
+         "  --frames N            the number of frames, 1..1000000\n"
+         "  --json                the frames as JSON: frame, position and progress of each\n"},
+        {"settings", "OUT.flr [effect options] [--direction D] [--json]",
+         "write a 20-byte settings block (for --settings)",
+         "The block holds the effect, its sliders, the colour and the direction; the speed\n"
+         "is not part of it (give --speed to sequence or video).\n"
+         "  --json                print the record written, decoded, as JSON\n"},
+        {"list", "[--tsv] [--json]",
          "list the effects: the name to type, what each does, its sliders and what they do",
          "  --tsv                 one tab-separated line per effect: index, name, offered,\n"
          "                        flags (1 fades in, 2 paints with the colour), the three\n"
-         "                        slider labels and their defaults\n"},
+         "                        slider labels and their defaults\n"
+         "  --json                the catalogue as JSON: each effect with its sliders, their\n"
+         "                        options, ranges, defaults, units and meanings\n"},
     };
     return list;
 }
@@ -136,11 +204,59 @@ std::string commandHelp(const CommandHelp& c) {
     const std::string name = c.name;
     std::string s = "Usage: flairize " + name + " " + c.synopsis + "\n" + c.summary + ".\n\n" + c.details;
     const std::string synopsis = c.synopsis;
-    if (synopsis.find("--direction") != std::string::npos) s += kTimingOptions;
+    if (synopsis.find("--direction") != std::string::npos) s += kDirectionOption;
+    if (synopsis.find("--speed") != std::string::npos) s += kSpeedOption;
+    if (writesFiles(c)) s += kNoOverwrite;
     if (synopsis.find("--threads") != std::string::npos) s += std::string(kThreads) + kLimits;
     if (synopsis.find("--quality") != std::string::npos) s += kQuality;
     if (synopsis.find("effect options") != std::string::npos) s += "\n" + effectOptions();
+    s += std::string("\n") + kCommonOptions;
+    std::string examples;
+    for (const Example& e : commandExamples())
+        if (name == e.command) examples += "  " + std::string(e.line) + "\n" + wrapped(e.what, 6, 0);
+    if (!examples.empty()) s += "\nExamples:\n" + examples;
     return s;
+}
+
+std::vector<std::string> acceptedOptions(const CommandHelp& c) {
+    // An option line starts with two spaces and a dash; its options are the
+    // dashed words before the description (arguments are upper case).
+    auto isOption = [](const std::string& w) {
+        if (w == "--") return true;
+        if (w.size() < 2 || w[0] != '-') return false;
+        const std::size_t from = w[1] == '-' ? 2 : 1;
+        if (from >= w.size() || !std::islower(static_cast<unsigned char>(w[from]))) return false;
+        return w.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-", from) == std::string::npos;
+    };
+    auto isArgument = [](const std::string& w) {
+        return !w.empty() && (std::isupper(static_cast<unsigned char>(w[0])) || w == "N");
+    };
+    std::vector<std::string> options;
+    const std::string text = commandHelp(c);
+    std::size_t from = 0;
+    while (from < text.size()) {
+        std::size_t end = text.find('\n', from);
+        if (end == std::string::npos) end = text.size();
+        const std::string line = text.substr(from, end - from);
+        from = end + 1;
+        if (line.compare(0, 3, "  -") != 0) continue;
+        std::size_t at = 2;
+        while (at < line.size()) {
+            std::size_t wordEnd = line.find(' ', at);
+            if (wordEnd == std::string::npos) wordEnd = line.size();
+            std::string word = line.substr(at, wordEnd - at);
+            if (!word.empty() && word.back() == ',') word.pop_back();
+            if (isOption(word)) {
+                if (std::find(options.begin(), options.end(), word) == options.end()) options.push_back(word);
+            } else if (!isArgument(word)) {
+                break;
+            }
+            // Two spaces end the option column.
+            if (line.compare(wordEnd, 2, "  ") == 0) break;
+            at = wordEnd + 1;
+        }
+    }
+    return options;
 }
 
 std::string nearest(const std::string& word, const std::vector<std::string>& candidates) {

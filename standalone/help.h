@@ -16,6 +16,21 @@ struct CommandHelp {
 };
 
 const std::vector<CommandHelp>& commands();
+
+// A typical use of a command, for its help and the man page's EXAMPLES.
+struct Example {
+    const char* command;
+    const char* line;   // what is typed
+    const char* what;   // what it does, one sentence
+};
+const std::vector<Example>& commandExamples();
+
+// The options a command accepts: those its help text lists (an option
+// line's dashed words), so the parser and the help cannot differ.
+std::vector<std::string> acceptedOptions(const CommandHelp& c);
+
+// The man page, in roff, from the same texts as --help.
+std::string manPage();
 const CommandHelp* findCommand(const std::string& name);
 
 std::string versionText();
