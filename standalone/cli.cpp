@@ -68,6 +68,35 @@ long parseProgress(const std::string& text) {
     return long(std::floor(v / top * 16384.0 + 0.5));
 }
 
+// A time in the clip: seconds (12.5) or [[hh:]mm:]ss[.frac], as microseconds.
+std::int64_t parseTime(const std::string& option, const std::string& text) {
+    auto bad = [&]() { usage(option + ": expected seconds (12.5) or [[hh:]mm:]ss[.frac], got \"" + text + "\""); };
+    std::int64_t whole = 0;
+    int fields = 0;
+    std::size_t k = 0;
+    for (;;) {
+        std::size_t digits = 0;
+        std::int64_t field = 0;
+        while (k < text.size() && std::isdigit(static_cast<unsigned char>(text[k])) && digits < 12)
+            field = field * 10 + (text[k++] - '0'), ++digits;
+        if (!digits || (fields && field >= 60)) bad();
+        whole = whole * 60 + field, ++fields;
+        if (k < text.size() && text[k] == ':' && fields < 3) {
+            ++k;
+            continue;
+        }
+        break;
+    }
+    std::int64_t micro = 0;
+    if (k < text.size() && text[k] == '.') {
+        std::int64_t scale = 100000;
+        for (++k; k < text.size() && std::isdigit(static_cast<unsigned char>(text[k])); ++k, scale /= 10)
+            micro += (text[k] - '0') * scale;
+    }
+    if (k != text.size()) bad();
+    return whole * 1000000 + micro;
+}
+
 std::uint32_t parseColour(const char* text) {
     const char* hex = text[0] == '#' ? text + 1 : text;
     if (std::strlen(hex) != 6) usage(std::string("--colour: expected RRGGBB in hex, got \"") + text + "\"");
@@ -116,6 +145,10 @@ struct Options {
     bool filterOnly = false;
     bool tsv = false;
     pictures::Limits limits;   // the environment's, then the options'
+    long codecThreads = 0;      // video: the codecs' own threads; 0: FFmpeg's choice
+    std::int64_t from = 0, to = -1;   // video: the part kept, in microseconds
+    std::string format;         // video: mkv or ts
+    bool keepGoing = false;
 };
 
 // FLAIRIZE_MAX_PIXELS and FLAIRIZE_MAX_MEMORY, then --max-pixels and --max-memory.
@@ -162,9 +195,9 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
                   (guess.empty() ? std::string() : "; did you mean \"" + guess + "\"?"));
         }
         o.given.push_back(arg);
-        if (arg == "--filter-only" || arg == "--tsv") {
+        if (arg == "--filter-only" || arg == "--tsv" || arg == "--keep-going") {
             if (inlineValue) usage(arg + " takes no value");
-            (arg == "--tsv" ? o.tsv : o.filterOnly) = true;
+            (arg == "--tsv" ? o.tsv : arg == "--keep-going" ? o.keepGoing : o.filterOnly) = true;
             continue;
         }
         if (!inlineValue) {
@@ -200,6 +233,13 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
             o.threads = parseNumber(arg, v, 1, 1024);
         } else if (arg == "--codec") {
             o.codec = value;
+        } else if (arg == "--codec-threads") {
+            o.codecThreads = parseNumber(arg, v, 1, 1024);
+        } else if (arg == "--from" || arg == "--to") {
+            (arg == "--from" ? o.from : o.to) = parseTime(arg, value);
+        } else if (arg == "--format") {
+            if (value != "mkv" && value != "ts") usage("--format: expected mkv or ts, got \"" + value + "\"");
+            o.format = value;
         } else if (arg == "--site") {
             o.site = value;
         } else if (arg == "--quality") {
@@ -499,10 +539,22 @@ int cmdSequence(int argc, char** argv) {
 
 int cmdVideo(int argc, char** argv) {
     Options o = parse(argc, argv,
-                      with(effectOptions(), {"--direction", "--speed", "--threads", "--codec", "--max-pixels", "--max-memory"}));
+                      with(effectOptions(), {"--direction", "--speed", "--threads", "--codec", "--max-pixels", "--max-memory",
+                                            "--codec-threads", "--from", "--to", "--progress", "--frames", "--format",
+                                            "--keep-going"}));
     if (o.positional.size() != 2) usage("video needs IN and OUT");
-    const video::Outcome r = video::convert({o.positional[0], o.positional[1], o.codec, buildRecord(o),
-                                             static_cast<std::int8_t>(o.speed), unsigned(o.threads), o.limits});
+    video::Job job;
+    job.input = o.positional[0], job.output = o.positional[1], job.codec = o.codec;
+    job.record = buildRecord(o);
+    job.speed = static_cast<std::int8_t>(o.speed), job.threads = unsigned(o.threads), job.limits = o.limits;
+    job.codecThreads = unsigned(o.codecThreads);
+    job.from = o.from, job.to = o.to;
+    job.format = o.format;
+    job.frames = o.frames > 0 ? o.frames : 0;
+    job.progress = std::find(o.given.begin(), o.given.end(), "--progress") != o.given.end() ? o.progress : -1;
+    job.keepGoing = o.keepGoing;
+    if (job.to >= 0 && job.to <= job.from) usage("--to: the end comes before --from's start");
+    const video::Outcome r = video::convert(job);
     if (r.status == 2) throw UsageError{r.message};
     if (r.status != 0) throw Failure{r.message};
     return 0;
