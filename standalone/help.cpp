@@ -69,7 +69,17 @@ const std::vector<CommandHelp>& commands() {
          "IN is any video FFmpeg's libraries read. Frame i of N is rendered as `sequence`\n"
          "renders it. OUT's extension picks the encoder: .mp4 and .mov H.264 (yuv420p), .mkv\n"
          "FFV1 (lossless: the frames are the rendered pictures bit for bit). Audio is copied.\n"
-         "  --codec NAME          any FFmpeg video encoder instead\n"},
+         "  --codec NAME          any FFmpeg video encoder instead\n"
+         "  --codec-threads N     the decoder's and encoder's own threads (default: FFmpeg's\n"
+         "                        choice); its bytes may depend on it, never on --threads\n"
+         "  --from T, --to T      keep only that part (seconds, or [[hh:]mm:]ss[.frac]); the\n"
+         "                        effect runs across the part kept\n"
+         "  --progress P          every frame at progress P (nothing to count)\n"
+         "  --frames N            the timing over N frames instead of counting them\n"
+         "  --format mkv|ts       the container (default: OUT's extension; Matroska for -)\n"
+         "  --keep-going          leave damaged frames out instead of refusing the video\n"
+         "IN and OUT may be - (standard input and output, streamed); standard input needs\n"
+         "--frames or --progress, since it cannot be read twice to count its frames.\n"},
         {"sheet", "IN OUT [--columns N] [--threads N]",
          "every offered effect on one picture, as a labelled contact sheet",
          "Each effect renders IN at its defaults and full progress; the sheet shows the\n"
