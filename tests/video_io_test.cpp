@@ -38,11 +38,11 @@ std::string folder(const std::string& name) {
 }
 
 // Skips the test where there is no video support or no ffmpeg to make clips.
-#define NEEDS_FFMPEG()                                                                                 \
-    do {                                                                                               \
-        if (!FLAIRIZE_VIDEO) GTEST_SKIP() << "flairize was built without FFmpeg's libav* libraries";   \
-        if (sh("ffmpeg -version >/dev/null 2>&1 && ffprobe -version >/dev/null 2>&1") != 0)            \
-            GTEST_SKIP() << "the ffmpeg and ffprobe commands are not installed";                       \
+#define NEEDS_FFMPEG()                                                                               \
+    do {                                                                                             \
+        if (!FLAIRIZE_VIDEO) GTEST_SKIP() << "flairize was built without FFmpeg's libav* libraries"; \
+        if (sh("ffmpeg -version >/dev/null 2>&1 && ffprobe -version >/dev/null 2>&1") != 0)          \
+            GTEST_SKIP() << "the ffmpeg and ffprobe commands are not installed";                     \
     } while (0)
 
 // flairize with `args` (through the shell), its status and its peak memory in bytes.
@@ -82,8 +82,8 @@ std::string rawFrames(const std::string& video, const char* layout = "bgr24") {
 // inputs (audio), `extra` more output options.
 std::string clip(const std::string& path, int width, int height, int frames, const std::string& extra = "",
                  const std::string& inputs = "") {
-    EXPECT_EQ(sh(ff + "-f lavfi -i testsrc=size=" + std::to_string(width) + "x" + std::to_string(height) +
-                 ":rate=10 " + inputs + " -frames:v " + std::to_string(frames) + " -c:v ffv1 " + extra + " " + path),
+    EXPECT_EQ(sh(ff + "-f lavfi -i testsrc=size=" + std::to_string(width) + "x" + std::to_string(height) + ":rate=10 " +
+                 inputs + " -frames:v " + std::to_string(frames) + " -c:v ffv1 " + extra + " " + path),
               0);
     return path;
 }
@@ -189,8 +189,10 @@ TEST(VideoIo, OversizedVideoRefusedBeforeDecoding) {
 TEST(VideoIo, MemoryLimitCountsTheCodecsFrames) {
     NEEDS_FFMPEG();
     const std::string d = folder("vio-budget"), src = d + "/src.mp4";
-    ASSERT_EQ(sh(ff + "-f lavfi -i testsrc=size=2000x2000:rate=25 -frames:v 12 -c:v libx264 -preset ultrafast "
-                      "-pix_fmt yuv420p " + src),
+    ASSERT_EQ(sh(ff +
+                 "-f lavfi -i testsrc=size=2000x2000:rate=25 -frames:v 12 -c:v libx264 -preset ultrafast "
+                 "-pix_fmt yuv420p " +
+                 src),
               0);
     const Measured x264 = measured("video " + src + " " + d + "/out.mp4 --max-memory 256M --threads 1");
     EXPECT_EQ(x264.status, 0) << x264.err;
@@ -232,7 +234,9 @@ TEST(VideoIo, CodecThreadsApartFromRenderThreads) {
     NEEDS_FFMPEG();
     const std::string d = folder("vio-threads"), src = clip(d + "/src.mkv", 160, 120, 20);
     for (const char* threads : {"1", "3"})
-        ASSERT_EQ(command("video " + src + " " + d + "/t" + threads + ".mp4 --effect solarize --threads " + threads).status, 0);
+        ASSERT_EQ(
+            command("video " + src + " " + d + "/t" + threads + ".mp4 --effect solarize --threads " + threads).status,
+            0);
     const std::string one = slurp(d + "/t1.mp4");
     EXPECT_FALSE(one.empty());
     EXPECT_TRUE(one == slurp(d + "/t3.mp4")) << "--threads changed the bytes written";
@@ -251,13 +255,14 @@ TEST(VideoIo, CodecThreadsApartFromRenderThreads) {
 TEST(VideoIo, TrimmedClipAndFixedProgress) {
     NEEDS_FFMPEG();
     const std::string d = folder("vio-trim");
-    const std::string src = clip(d + "/src.mkv", 67, 45, 20, "-c:a flac", "-f lavfi -i sine=sample_rate=8000:duration=2");
-    ASSERT_EQ(sh(ff + "-i " + src + " -pix_fmt rgb24 " + d + "/src%d.png"), 0);   // src1.png is frame 0
+    const std::string src =
+        clip(d + "/src.mkv", 67, 45, 20, "-c:a flac", "-f lavfi -i sine=sample_rate=8000:duration=2");
+    ASSERT_EQ(sh(ff + "-i " + src + " -pix_fmt rgb24 " + d + "/src%d.png"), 0);  // src1.png is frame 0
     struct Case {
         const char* what;
         std::string options;
         int first, count;
-        long progress;   // -1: the frame timing over `count` frames
+        long progress;  // -1: the frame timing over `count` frames
     };
     const Case cases[] = {
         {"seconds", "--from 0.5 --to 1.2", 5, 7, -1},
@@ -276,14 +281,18 @@ TEST(VideoIo, TrimmedClipAndFixedProgress) {
         EXPECT_EQ(r.err, "");
         std::vector<long> progress(std::size_t(c.count), c.progress);
         if (c.progress < 0) {
-            std::istringstream timing(command("timing --frames " + std::to_string(c.count) + " --direction Forward").out);
+            std::istringstream timing(
+                command("timing --frames " + std::to_string(c.count) + " --direction Forward").out);
             long frame, position, p;
             while (timing >> frame >> position >> p) progress[std::size_t(frame)] = p;
         }
         std::string expected;
         for (int i = 0; i < c.count; ++i) {
             const std::string in = d + "/src" + std::to_string(c.first + i + 1) + ".png", r1 = d + "/r.png";
-            ASSERT_EQ(command("render " + in + " " + r1 + effect + " --progress " + std::to_string(progress[std::size_t(i)])).status, 0);
+            ASSERT_EQ(
+                command("render " + in + " " + r1 + effect + " --progress " + std::to_string(progress[std::size_t(i)]))
+                    .status,
+                0);
             expected += rawFrames(r1);
         }
         EXPECT_TRUE(rawFrames(out) == expected) << "the frames differ from flairize render's";
@@ -312,7 +321,8 @@ TEST(VideoIo, StandardInputAndOutput) {
     EXPECT_TRUE(rawFrames(d + "/piped.mkv") == expected) << "the piped frames differ";
 
     const CommandRun ts =
-        command("video - " + d + "/out.ts --format ts --codec libx264 --progress 16384 --effect solarize", "cat " + src + " | ");
+        command("video - " + d + "/out.ts --format ts --codec libx264 --progress 16384 --effect solarize",
+                "cat " + src + " | ");
     ASSERT_EQ(ts.status, 0) << ts.err;
     sh("ffprobe -v error -show_entries format=format_name -of csv=p=0 " + d + "/out.ts >" + d + "/format");
     EXPECT_EQ(slurp(d + "/format"), "mpegts\n");
@@ -375,7 +385,7 @@ TEST(VideoIo, AnimatedPicturesAsInput) {
         EXPECT_EQ(r.status, 0) << name << ": " << r.err;
         EXPECT_EQ(framesIn(d + "/" + name + ".mkv"), 4) << name;
     }
-    if (sh(make + "-c:v libwebp_anim -loop 0 " + d + "/a.webp") != 0) return;   // no WebP encoder to make one
+    if (sh(make + "-c:v libwebp_anim -loop 0 " + d + "/a.webp") != 0) return;  // no WebP encoder to make one
     const CommandRun webp = command("video " + d + "/a.webp " + d + "/never.mkv");
     EXPECT_EQ(webp.status, 2);
     EXPECT_NE(webp.err.find("a.webp: an animated WebP"), std::string::npos) << webp.err;
