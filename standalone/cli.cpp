@@ -105,6 +105,35 @@ long parseProgress(const std::string& text) {
     return long(std::floor(v / top * 16384.0 + 0.5));
 }
 
+// A time in the clip: seconds (12.5) or [[hh:]mm:]ss[.frac], as microseconds.
+std::int64_t parseTime(const std::string& option, const std::string& text) {
+    auto bad = [&]() { usage(option + ": expected seconds (12.5) or [[hh:]mm:]ss[.frac], got \"" + text + "\""); };
+    std::int64_t whole = 0;
+    int fields = 0;
+    std::size_t k = 0;
+    for (;;) {
+        std::size_t digits = 0;
+        std::int64_t field = 0;
+        while (k < text.size() && std::isdigit(static_cast<unsigned char>(text[k])) && digits < 12)
+            field = field * 10 + (text[k++] - '0'), ++digits;
+        if (!digits || (fields && field >= 60)) bad();
+        whole = whole * 60 + field, ++fields;
+        if (k < text.size() && text[k] == ':' && fields < 3) {
+            ++k;
+            continue;
+        }
+        break;
+    }
+    std::int64_t micro = 0;
+    if (k < text.size() && text[k] == '.') {
+        std::int64_t scale = 100000;
+        for (++k; k < text.size() && std::isdigit(static_cast<unsigned char>(text[k])); ++k, scale /= 10)
+            micro += (text[k] - '0') * scale;
+    }
+    if (k != text.size()) bad();
+    return whole * 1000000 + micro;
+}
+
 // RRGGBB or #RRGGBB in hex, #RGB, or a CSS colour name.
 std::uint32_t parseColour(const char* text) {
     const char* hex = text[0] == '#' ? text + 1 : text;
@@ -185,6 +214,9 @@ struct Options {
     std::string format;      // render with --output-dir: the outputs' extension
     pictures::Limits limits;   // the environment's, then the options'
     video::EncoderControls encoding;   // video's --crf, --preset, --bitrate, --pix-fmt, --gop, --encoder-option
+    long codecThreads = 0;      // video: the codecs' own threads; 0: FFmpeg's choice
+    std::int64_t from = 0, to = -1;   // video: the part kept, in microseconds
+    bool keepGoing = false;
 };
 
 // FLAIRIZE_MAX_PIXELS and FLAIRIZE_MAX_MEMORY, then --max-pixels and --max-memory.
@@ -250,7 +282,7 @@ Options parse(int argc, char** argv, const CommandHelp& command) {
         const std::pair<const char*, bool*> switches[] = {
             {"--filter-only", &o.filterOnly}, {"--tsv", &o.tsv},           {"--json", &o.json},
             {"--quiet", &messages.quiet},     {"--verbose", &messages.verbose}, {"--no-overwrite", &o.noOverwrite},
-            {"--recursive", &o.recursive}};
+            {"--recursive", &o.recursive}, {"--keep-going", &o.keepGoing}};
         bool* flag = nullptr;
         for (const auto& [name, target] : switches)
             if (arg == name) flag = target;
@@ -310,6 +342,13 @@ Options parse(int argc, char** argv, const CommandHelp& command) {
             if (sep == std::string::npos || sep == 0)
                 usage(arg + ": expected key=value, such as tune=film, got \"" + value + "\"");
             o.encoding.options.emplace_back(value.substr(0, sep), value.substr(sep + 1));
+        } else if (arg == "--codec-threads") {
+            o.codecThreads = parseNumber(arg, v, 1, 1024);
+        } else if (arg == "--from" || arg == "--to") {
+            (arg == "--from" ? o.from : o.to) = parseTime(arg, value);
+        } else if (arg == "--format" && std::string(command.name) == "video") {
+            if (value != "mkv" && value != "ts") usage("--format: expected mkv or ts, got \"" + value + "\"");
+            o.format = value;
         } else if (arg == "--site") {
             o.site = value;
         } else if (arg == "--quality") {
@@ -875,8 +914,18 @@ int cmdVideo(int argc, char** argv) {
     if (o.positional.size() != 2) usage("video needs IN and OUT");
     if (o.noOverwrite && ::access(o.positional[1].c_str(), F_OK) == 0)
         usage(o.positional[1] + ": exists already (--no-overwrite)");
-    video::Job job{o.positional[0], o.positional[1], o.codec, buildRecord(o),
-                   static_cast<std::int8_t>(o.speed), unsigned(o.threads), o.limits, o.encoding};
+    video::Job job;
+    job.input = o.positional[0], job.output = o.positional[1], job.codec = o.codec;
+    job.record = buildRecord(o);
+    job.speed = static_cast<std::int8_t>(o.speed), job.threads = unsigned(o.threads), job.limits = o.limits;
+    job.encoding = o.encoding;
+    job.codecThreads = unsigned(o.codecThreads);
+    job.from = o.from, job.to = o.to;
+    job.format = o.format;
+    job.frames = o.frames > 0 ? o.frames : 0;
+    job.progress = std::find(o.given.begin(), o.given.end(), "--progress") != o.given.end() ? o.progress : -1;
+    job.keepGoing = o.keepGoing;
+    if (job.to >= 0 && job.to <= job.from) usage("--to: the end comes before --from's start");
     const video::Outcome r = video::convert(job);
     if (r.status == 2) throw UsageError{r.message};
     if (r.status != 0) throw Failure{r.message};

@@ -137,7 +137,17 @@ const std::vector<CommandHelp>& commands() {
          "  --bitrate RATE        bits a second, e.g. 4M or 800k\n"
          "  --pix-fmt NAME        the encoder's pixel format (default yuv420p for H.264, VP9, AV1)\n"
          "  --gop N               at most N frames from one keyframe to the next\n"
-         "  --encoder-option K=V  any option of the encoder; repeatable\n"},
+         "  --encoder-option K=V  any option of the encoder; repeatable\n"
+         "  --codec-threads N     the decoder's and encoder's own threads (default: FFmpeg's\n"
+         "                        choice); its bytes may depend on it, never on --threads\n"
+         "  --from T, --to T      keep only that part (seconds, or [[hh:]mm:]ss[.frac]); the\n"
+         "                        effect runs across the part kept\n"
+         "  --progress P          every frame at progress P (nothing to count)\n"
+         "  --frames N            the timing over N frames instead of counting them\n"
+         "  --format mkv|ts       the container (default: OUT's extension; Matroska for -)\n"
+         "  --keep-going          leave damaged frames out instead of refusing the video\n"
+         "IN and OUT may be - (standard input and output, streamed); standard input needs\n"
+         "--frames or --progress, since it cannot be read twice to count its frames.\n"},
         {"sheet", "IN OUT [--columns N] [--threads N]",
          "every offered effect on one picture, as a labelled contact sheet",
          "Each effect renders IN at its defaults and full progress; the sheet shows the\n"

@@ -24,8 +24,12 @@ extern "C" {
 #include <tbb/enumerable_thread_specific.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdarg>
 #include <iterator>
+#include <mutex>
 #include <cctype>
+#include <climits>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -39,10 +43,15 @@ extern "C" {
 #include <sys/stat.h>
 #include <unistd.h>
 
+extern "C" {
+#include <libavutil/cpu.h>
+}
+
 #include "engine/flairize.h"
 #include "platform/strings.h"
 #include "hostops/threads.h"
 #include "resources/string_ids.h"
+#include "standalone/output_file.h"
 #include "standalone/video_colour.h"
 #include "standalone/video_encoder.h"
 #include "standalone/video_streams.h"
@@ -59,14 +68,54 @@ bool endsWith(const std::string& s, const char* tail) {
     return true;
 }
 
+// Errors the video decoder logs. Some damage (an FFV1 slice whose checksum
+// fails, say) is concealed, not returned: the message is its only sign.
+std::mutex gDecoderErrorLock;
+std::string gDecoderError;   // the first since it was last taken
+std::atomic<bool> gDecoderErred{false};
+
+extern "C" void keepDecoderErrors(void* object, int level, const char* format, va_list args) {
+    if (level <= AV_LOG_FATAL) av_log_default_callback(object, level, format, args);
+    const AVClass* kind = object ? *static_cast<const AVClass* const*>(object) : nullptr;
+    if (level > AV_LOG_ERROR || !kind || std::strcmp(kind->class_name, "AVCodecContext") != 0) return;
+    const auto* codec = static_cast<const AVCodecContext*>(object);
+    if (!codec->codec || !av_codec_is_decoder(codec->codec) || codec->codec_type != AVMEDIA_TYPE_VIDEO) return;
+    char line[200];
+    std::vsnprintf(line, sizeof line, format, args);
+    std::string text = line;
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ' || text.back() == '!')) text.pop_back();
+    std::lock_guard<std::mutex> hold(gDecoderErrorLock);
+    if (!gDecoderErred.exchange(true)) gDecoderError = text;
+}
+
+// The decoder's error since the last call, or "".
+std::string takeDecoderError() {
+    if (!gDecoderErred.load()) return {};
+    std::lock_guard<std::mutex> hold(gDecoderErrorLock);
+    gDecoderErred = false;
+    return gDecoderError.empty() ? "the decoder found errors in it" : gDecoderError;
+}
+
 // ---- owners of FFmpeg's objects
 
+// Our own byte streams (standard input, the output file's descriptor) are
+// freed here; FFmpeg leaves them to the caller.
+void freeStream(AVIOContext* pb) {
+    if (!pb) return;
+    av_freep(&pb->buffer);
+    avio_context_free(&pb);
+}
 struct InputCloser {
-    void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
+    void operator()(AVFormatContext* c) const {
+        AVIOContext* own = (c->flags & AVFMT_FLAG_CUSTOM_IO) ? c->pb : nullptr;
+        avformat_close_input(&c);
+        freeStream(own);
+    }
 };
 struct OutputCloser {
     void operator()(AVFormatContext* c) const {
-        if (c->pb) avio_closep(&c->pb);
+        freeStream(c->pb);   // unflushed: a failed output's last bytes are never written
+        c->pb = nullptr;
         avformat_free_context(c);
     }
 };
@@ -96,64 +145,127 @@ Packet newPacket() {
     return p;
 }
 
-Input openInput(const std::string& path) {
-    AVFormatContext* raw = nullptr;
-    int e = avformat_open_input(&raw, path.c_str(), nullptr, nullptr);
-    if (e < 0) fail(2, path + ": " + avError(e));
+// ---- byte streams on file descriptors: standard input, the output file
+
+int readDescriptor(void* opaque, std::uint8_t* buffer, int size) {
+    const int fd = int(reinterpret_cast<std::intptr_t>(opaque));
+    for (;;) {
+        const ssize_t n = ::read(fd, buffer, std::size_t(size));
+        if (n > 0) return int(n);
+        if (n == 0) return AVERROR_EOF;
+        if (errno != EINTR) return AVERROR(errno);
+    }
+}
+
+int writeDescriptor(void* opaque, std::uint8_t* buffer, int size) {
+    const int fd = int(reinterpret_cast<std::intptr_t>(opaque));
+    for (int left = size; left > 0;) {
+        const ssize_t n = ::write(fd, buffer, std::size_t(left));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return AVERROR(n < 0 ? errno : EIO);
+        buffer += n, left -= int(n);
+    }
+    return size;
+}
+
+std::int64_t seekDescriptor(void* opaque, std::int64_t offset, int whence) {
+    const int fd = int(reinterpret_cast<std::intptr_t>(opaque));
+    if (whence & AVSEEK_SIZE) {
+        struct stat st {};
+        return ::fstat(fd, &st) == 0 ? std::int64_t(st.st_size) : AVERROR(errno);
+    }
+    const off_t at = ::lseek(fd, off_t(offset), whence & ~AVSEEK_FORCE);
+    return at < 0 ? AVERROR(errno) : std::int64_t(at);
+}
+
+AVIOContext* descriptorStream(int fd, bool write, bool seekable) {
+    constexpr int kBufferSize = 1 << 16;
+    auto* buffer = static_cast<std::uint8_t*>(av_malloc(kBufferSize));
+    if (!buffer) throw std::bad_alloc();
+    AVIOContext* pb = avio_alloc_context(buffer, kBufferSize, write ? 1 : 0, reinterpret_cast<void*>(std::intptr_t(fd)),
+                                         write ? nullptr : readDescriptor, write ? writeDescriptor : nullptr,
+                                         seekable ? seekDescriptor : nullptr);
+    if (!pb) {
+        av_free(buffer);
+        throw std::bad_alloc();
+    }
+    if (!seekable) pb->seekable = 0;
+    return pb;
+}
+
+// ---- the input
+
+// Whether a file is an animated WebP: RIFF, WEBP, a VP8X chunk with the animation flag.
+bool animatedWebp(const std::string& path) {
+    std::uint8_t head[21] = {};
+    FILE* f = path == "-" ? nullptr : std::fopen(path.c_str(), "rb");
+    if (!f) return false;
+    const bool whole = std::fread(head, 1, sizeof head, f) == sizeof head;
+    std::fclose(f);
+    return whole && !std::memcmp(head, "RIFF", 4) && !std::memcmp(head + 8, "WEBPVP8X", 8) && (head[20] & 0x02);
+}
+
+// A frame of width x height is refused when it is over the pixel limit or
+// when even one frame at a time would need more memory than the limit.
+void refuseOversized(const Job& job, std::uint64_t width, std::uint64_t height, std::uint64_t need) {
+    const std::string frameSize = std::to_string(width) + " \u00d7 " + std::to_string(height);
+    if (width * height > job.limits.maxPixels)
+        fail(2, job.input + ": picture too large (" + frameSize + ", limit " + std::to_string(job.limits.maxPixels) +
+                    " pixels)");
+    if (need > job.limits.maxMemory)
+        fail(2, job.input + ": picture too large (" + frameSize + ", limit " + pictures::sizeText(job.limits.maxMemory) +
+                    " of memory; it needs " + pictures::sizeText(need) + ")");
+}
+
+// The least a frame of width x height needs: the decoded (4:2:0 at least),
+// source, rendered, working and encoded pictures of one frame in flight.
+std::uint64_t leastNeed(std::uint64_t width, std::uint64_t height) { return width * height * (3 + 3 * 3 + 3) / 2; }
+
+// The input's container opened and its header read ("-": standard input).
+// Before FFmpeg looks into the streams, whose frames it decodes to learn
+// their layout, a video whose header gives a size over the limits is refused;
+// the frames it decodes there are held to the pixel limit too.
+Input openInput(const Job& job, bool probe) {
+    const std::string& path = job.input;
+    AVFormatContext* raw = avformat_alloc_context();
+    if (!raw) throw std::bad_alloc();
+    if (path == "-") {
+        raw->pb = descriptorStream(STDIN_FILENO, false, false);
+        raw->flags |= AVFMT_FLAG_CUSTOM_IO;
+    }
+    AVIOContext* own = raw->pb;
+    int e = avformat_open_input(&raw, path == "-" ? "pipe:" : path.c_str(), nullptr, nullptr);
+    if (e < 0) {   // the context is freed, our stream is not
+        freeStream(own);
+        fail(2, path + ": " + avError(e));
+    }
     Input in(raw);
-    e = avformat_find_stream_info(in.get(), nullptr);
+    if (!probe) return in;
+    bool anyFits = false;
+    const AVCodecParameters* over = nullptr;
+    for (unsigned s = 0; s < in->nb_streams; ++s) {
+        const AVStream* v = in->streams[s];
+        if (v->codecpar->codec_type != AVMEDIA_TYPE_VIDEO || (v->disposition & AV_DISPOSITION_ATTACHED_PIC)) continue;
+        const std::uint64_t w = std::uint64_t(std::max(0, v->codecpar->width)),
+                            h = std::uint64_t(std::max(0, v->codecpar->height));
+        if (w * h > job.limits.maxPixels || leastNeed(w, h) > job.limits.maxMemory)
+            over = v->codecpar;
+        else
+            anyFits = true;
+    }
+    if (over && !anyFits)
+        refuseOversized(job, std::uint64_t(over->width), std::uint64_t(over->height),
+                        leastNeed(std::uint64_t(over->width), std::uint64_t(over->height)));
+    std::vector<AVDictionary*> options(in->nb_streams, nullptr);
+    for (AVDictionary*& o : options) {
+        av_dict_set_int(&o, "max_pixels", std::int64_t(std::min<std::uint64_t>(job.limits.maxPixels, INT64_MAX)), 0);
+        av_dict_set(&o, "threads", "1", 0);
+    }
+    e = avformat_find_stream_info(in.get(), options.empty() ? nullptr : options.data());
+    for (AVDictionary*& o : options) av_dict_free(&o);
     if (e < 0) fail(2, path + ": " + avError(e));
     return in;
 }
-
-// ---- the temporary output, removed on failure and on SIGINT or SIGTERM
-
-char gTemporary[4096];
-volatile std::sig_atomic_t gTemporarySet = 0;
-
-void removeTemporaryAndDie(int signal) {
-    if (gTemporarySet) ::unlink(gTemporary);
-    // SA_RESETHAND has put the default action back: the process ends by this signal.
-    ::raise(signal);
-}
-
-class Temporary {
-public:
-    explicit Temporary(const std::string& output) : path_(output + ".XXXXXX") {
-        if (path_.size() >= sizeof gTemporary) fail(2, output + ": the file name is too long");
-        const int fd = ::mkstemp(path_.data());
-        if (fd < 0) fail(2, output + ": " + std::strerror(errno));
-        ::fchmod(fd, 0644);
-        ::close(fd);
-        std::memcpy(gTemporary, path_.c_str(), path_.size() + 1);
-        gTemporarySet = 1;
-        struct sigaction action {};
-        action.sa_handler = removeTemporaryAndDie;
-        action.sa_flags = SA_RESETHAND;
-        sigemptyset(&action.sa_mask);
-        sigaction(SIGINT, &action, &oldInt_);
-        sigaction(SIGTERM, &action, &oldTerm_);
-    }
-    ~Temporary() {
-        sigaction(SIGINT, &oldInt_, nullptr);
-        sigaction(SIGTERM, &oldTerm_, nullptr);
-        gTemporarySet = 0;
-        if (!kept_) ::unlink(path_.c_str());
-    }
-    Temporary(const Temporary&) = delete;
-    Temporary& operator=(const Temporary&) = delete;
-
-    const std::string& path() const { return path_; }
-    void keepAs(const std::string& output) {
-        if (std::rename(path_.c_str(), output.c_str()) != 0) fail(2, output + ": " + std::strerror(errno));
-        kept_ = true;
-    }
-
-private:
-    std::string path_;
-    bool kept_ = false;
-    struct sigaction oldInt_ {}, oldTerm_ {};
-};
 
 // ---- choices made before the first frame
 
@@ -186,17 +298,21 @@ const AVCodec* chooseEncoder(const Job& job, const AVOutputFormat* format) {
 // discarded. No container's own count is taken: where there is one at all it
 // is estimated from the duration or a tag, or, as MP4's sample count, still
 // includes the frames an edit list cuts away.
-long countFrames(const std::string& path, int stream) {
-    Input again = openInput(path);
-    if (unsigned(stream) >= again->nb_streams) fail(2, path + ": the streams differ between two readings");
+// Only the packets within the part kept count: [from, to) as timestamps.
+long countFrames(const Job& job, int stream, std::int64_t from, std::int64_t to) {
+    Input again = openInput(job, false);
+    if (unsigned(stream) >= again->nb_streams) fail(2, job.input + ": the streams differ between two readings");
     Packet packet = newPacket();
     long count = 0;
     int e;
     while ((e = av_read_frame(again.get(), packet.get())) >= 0) {
-        if (packet->stream_index == stream && !(packet->flags & AV_PKT_FLAG_DISCARD)) ++count;
+        const std::int64_t t = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+        const bool kept = t == AV_NOPTS_VALUE || (t >= from && t < to);
+        if (packet->stream_index == stream && !(packet->flags & AV_PKT_FLAG_DISCARD) && kept) ++count;
         av_packet_unref(packet.get());
     }
-    if (e != AVERROR_EOF) fail(2, path + ": " + avError(e));
+    // Damage stops the count where it stops the reading; the frames are told apart as they decode.
+    if (e != AVERROR_EOF && e != AVERROR_INVALIDDATA) fail(2, job.input + ": " + avError(e));
     return count;
 }
 
@@ -292,7 +408,10 @@ struct ProgressLine {
         const double seconds = std::chrono::duration<double>(now - start).count();
         const double fps = seconds > 0 ? double(done) / seconds : 0;
         const long left = fps > 0 ? long(double(total - std::min(done, total)) / fps + 0.5) : 0;
-        std::fprintf(stderr, "\rframe %ld/%ld  %.1f fps  %ld:%02ld left ", done, total, fps, left / 60, left % 60);
+        if (total > 0)
+            std::fprintf(stderr, "\rframe %ld/%ld  %.1f fps  %ld:%02ld left ", done, total, fps, left / 60, left % 60);
+        else
+            std::fprintf(stderr, "\rframe %ld  %.1f fps ", done, fps);
         if (last) std::fputc('\n', stderr);
         std::fflush(stderr);
     }
@@ -319,57 +438,112 @@ struct Setup {
     AVPixelFormat engineLayout = AV_PIX_FMT_NONE;   // BGR24, or BGRA for frames with alpha
     std::uint8_t bytesPerPixel = 3;
     unsigned threads = 1;   // frames rendered at once
-    long frames = 0;
+    std::size_t tokens = 3; // frames in flight: those rendering, one decoding and one encoding beside them
+    long frames = 0;        // the count the timing uses; 0 with a fixed progress
+    bool counted = false;   // the frames were counted, not given
+    std::int64_t from = 0, to = INT64_MAX;   // the part kept, in the video stream's time base
     Codec enc;
-    std::optional<Temporary> temporary;   // declared before `out`, which is closed first
+    AVDictionary* encoderOptions = nullptr;   // caps on the encoder's frames in flight, when memory is short
+    bool codecsCapped = false;                // the decoder and encoder run one thread each to save memory
+    output::File file;   // declared before `out`, which is closed first
     Output out;
     AVStream* outVideo = nullptr;
     std::optional<Streams> streams;   // the input's other streams; declared after `out`, closed before it
 
+    ~Setup() { av_dict_free(&encoderOptions); }
+
 private:
     void chooseOutput();
     void openDecoder();
+    void chooseRange();
+    Codec makeDecoder(unsigned codecThreads);
+    const AVCodec* decoder = nullptr;
     void budgetMemory();
     void openEncoder();
     bool openOutput(bool asTheyAre);
+    AVIOContext* outputStream();
     bool addOtherStreams(bool asTheyAre);
 };
 
 Setup::Setup(const Job& j) : job(j) {
     chooseOutput();
+    if (job.input == "-" && job.frames < 1 && job.progress < 0)
+        fail(2, "-: standard input cannot be read twice to count its frames; give --frames N, or --progress P for "
+                "one progress throughout");
     openDecoder();
+    chooseRange();
     budgetMemory();
-    frames = countFrames(job.input, videoStream);
-    if (frames < 1) fail(2, job.input + ": the video has no frames");
+    if (job.frames > 0)
+        frames = job.frames;
+    else if (job.progress < 0) {
+        frames = countFrames(job, videoStream, from, to);
+        counted = true;
+        if (frames < 1) fail(2, job.input + (job.from || job.to >= 0 ? ": no frames in the part chosen" : ": the video has no frames"));
+    }
     openEncoder();
-    temporary.emplace(job.output);
+    std::string error;
+    if (!file.open(job.output, error)) fail(2, job.output + ": " + error);
     if (!openOutput(true)) openOutput(false);
 }
 
+// The container: --format, else OUT's extension; Matroska on standard output.
+// OUT is checked here, before the input is read.
 void Setup::chooseOutput() {
-    format = av_guess_format(nullptr, job.output.c_str(), nullptr);
+    if (!job.format.empty() || job.output == "-") {
+        const std::string name = job.format == "ts" ? "mpegts" : "matroska";
+        if (!job.format.empty() && job.format != "ts" && job.format != "mkv")
+            fail(2, "--format: expected mkv or ts, got \"" + job.format + "\"");
+        format = av_guess_format(name.c_str(), nullptr, nullptr);
+        if (!format) fail(2, job.output + ": FFmpeg here writes no " + name);
+    } else {
+        format = av_guess_format(nullptr, job.output.c_str(), nullptr);
+    }
     if (!format || (format->flags & AVFMT_NOFILE) || format->video_codec == AV_CODEC_ID_NONE)
         fail(2, job.output + ": unknown video file type (use .mkv, .mp4, .mov or another video extension FFmpeg writes)");
     encoder = chooseEncoder(job, format);
     checkControls(encoder, job.encoding);
+    std::string error;
+    if (!output::check(job.output, error)) fail(2, job.output + ": " + error);
+}
+
+// Decoded pictures are the same for every thread count; --threads leaves it alone.
+Codec Setup::makeDecoder(unsigned codecThreads) {
+    Codec c(avcodec_alloc_context3(decoder));
+    if (!c) throw std::bad_alloc();
+    int e = avcodec_parameters_to_context(c.get(), inVideo->codecpar);
+    if (e < 0) fail(2, job.input + ": " + avError(e));
+    c->pkt_timebase = inVideo->time_base;
+    c->thread_count = int(codecThreads);
+    c->max_pixels = std::int64_t(std::min<std::uint64_t>(job.limits.maxPixels, INT64_MAX));
+    c->err_recognition |= AV_EF_CRCCHECK;   // damage found where the format has checksums
+    if ((e = avcodec_open2(c.get(), decoder, nullptr)) < 0) fail(2, job.input + ": " + avError(e));
+    return c;
+}
+
+// --from and --to as the video stream's timestamps, counted from its start;
+// the input is sought to the key frame before --from where it can be.
+void Setup::chooseRange() {
+    const std::int64_t start = inVideo->start_time != AV_NOPTS_VALUE ? inVideo->start_time : 0;
+    from = job.from > 0 ? start + av_rescale_q(job.from, AV_TIME_BASE_Q, inVideo->time_base) : INT64_MIN;
+    to = job.to >= 0 ? start + av_rescale_q(job.to, AV_TIME_BASE_Q, inVideo->time_base) : INT64_MAX;
+    if (job.to >= 0 && job.to <= job.from) fail(2, "--to: the end comes before --from's start");
+    if (job.from > 0 && job.input != "-") av_seek_frame(in.get(), videoStream, from, AVSEEK_FLAG_BACKWARD);
 }
 
 // The input's video stream, its decoder, and the layout its frames render in.
 void Setup::openDecoder() {
-    in = openInput(job.input);
-    const AVCodec* decoder = nullptr;
+    in = openInput(job, true);
     videoStream = av_find_best_stream(in.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
     if (videoStream == AVERROR_DECODER_NOT_FOUND) fail(2, job.input + ": FFmpeg here has no decoder for its video");
+    if (videoStream >= 0 && in->streams[videoStream]->codecpar->codec_id == AV_CODEC_ID_WEBP &&
+        in->streams[videoStream]->codecpar->width < 1 && animatedWebp(job.input))
+        fail(2, job.input + ": an animated WebP, which FFmpeg's libraries here cannot decode (only still WebP pictures)");
     if (videoStream < 0) fail(2, job.input + ": no video stream");
     inVideo = in->streams[videoStream];
-    dec.reset(avcodec_alloc_context3(decoder));
-    if (!dec) throw std::bad_alloc();
-    int e = avcodec_parameters_to_context(dec.get(), inVideo->codecpar);
-    if (e < 0) fail(2, job.input + ": " + avError(e));
-    dec->pkt_timebase = inVideo->time_base;
-    dec->thread_count = int(job.threads);   // decoded pictures are the same for every count
-    if ((e = avcodec_open2(dec.get(), decoder, nullptr)) < 0) fail(2, job.input + ": " + avError(e));
+    dec = makeDecoder(job.codecThreads);
     width = dec->width, height = dec->height;
+    refuseOversized(job, std::uint64_t(std::max(width, 0)), std::uint64_t(std::max(height, 0)),
+                    leastNeed(std::uint64_t(std::max(width, 0)), std::uint64_t(std::max(height, 0))));
     if (width < 1 || height < 1 || width > 65535 || height > 65535)
         fail(2, job.input + ": a video of " + std::to_string(width) + " x " + std::to_string(height) +
                     " pixels (1 to 65535 a side serve)");
@@ -381,21 +555,85 @@ void Setup::openDecoder() {
     bytesPerPixel = alpha ? 4 : 3;
 }
 
-// Each frame in flight holds a decoded, a rendered and an encoded picture
-// and the render's working picture; frames decoding and encoding beside
-// the renders make two more. Fewer renders run at once when the memory
-// limit holds fewer; a frame too large for one is refused.
+// The memory the job needs. Each frame in flight holds its decoded picture
+// (the decoder's, until the frame is done), the source and rendered pictures
+// in the engine's layout and the encoder's picture; each render adds its
+// working picture and its colour conversions' line buffers. Beside them the
+// decoder holds the frames its threads decode and the frames it refers to,
+// and the encoder the frames it looks ahead over, reorders and refers to
+// (x264: its threads, look-ahead, B-frames and references, each a picture
+// and its half-size copies). Over the limit, the codecs' own frames are
+// capped first (one thread each, then x264's look-ahead, B-frames and
+// references), so that the bytes written never depend on --threads; then
+// fewer frames render at once and fewer wait beside them. A job that does
+// not fit even so is refused with what it needs.
+namespace {
+std::uint64_t pictureBytes(AVPixelFormat format, int width, int height) {
+    const int bytes = av_image_get_buffer_size(format, width, height, 64);
+    return bytes > 0 ? std::uint64_t(bytes) : 4 * std::uint64_t(width) * std::uint64_t(height);
+}
+}  // namespace
+
 void Setup::budgetMemory() {
-    const std::string frameSize = std::to_string(width) + " \u00d7 " + std::to_string(height);
-    if (std::uint64_t(width) * std::uint64_t(height) > job.limits.maxPixels)
-        fail(2, job.input + ": picture too large (" + frameSize + ", limit " + std::to_string(job.limits.maxPixels) +
-                    " pixels)");
-    const std::uint64_t perFrame = 4 * std::uint64_t(width) * std::uint64_t(height) * bytesPerPixel;
+    const std::uint64_t pixels = std::uint64_t(width) * std::uint64_t(height);
+    const std::uint64_t engine = pixels * bytesPerPixel;
+    const std::uint64_t decoded = pictureBytes(dec->pix_fmt, width, height);
+    const AVPixelFormat encodedLayout = encoderPixelFormat(encoder, engineLayout, job.encoding);
+    int codedWidth = width, codedHeight = height;   // an odd side padded for subsampled chroma
+    codedSize(encodedLayout, codedWidth, codedHeight);
+    const std::uint64_t encoded = pictureBytes(encodedLayout, codedWidth, codedHeight);
+    const std::uint64_t perFrame = decoded + 2 * engine + encoded;
+    const std::uint64_t perRender = engine + 2 * 1024 * std::uint64_t(width);
+    const unsigned cores = unsigned(std::max(1, av_cpu_count()));
+
+    const AVCodecDescriptor* input = avcodec_descriptor_get(dec->codec_id);
+    const bool intraOnly = input && (input->props & AV_CODEC_PROP_INTRA_ONLY);
+    const bool decoderFrameThreads = dec->codec->capabilities & AV_CODEC_CAP_FRAME_THREADS;
+    const bool x264 = !std::strcmp(encoder->name, "libx264") || !std::strcmp(encoder->name, "libx264rgb");
+    const bool encoderFrameThreads = x264 || (encoder->capabilities & AV_CODEC_CAP_FRAME_THREADS);
+    auto codecs = [&](int level) {
+        const std::uint64_t codecThreads = level ? 1 : job.codecThreads ? job.codecThreads : cores + 1;
+        const std::uint64_t decoderFrames =
+            (decoderFrameThreads ? codecThreads : 1) + (intraOnly ? 0 : 5 + std::uint64_t(std::max(0, dec->has_b_frames)));
+        std::uint64_t encoderBytes;
+        if (x264) {   // the default preset's look-ahead 40, 3 B-frames, 3 references; capped by level
+            const std::uint64_t x264Threads = level ? 1 : job.codecThreads ? job.codecThreads : cores * 3 / 2;
+            const std::uint64_t lookahead = level >= 3 ? 0 : level == 2 ? 10 : 40, bframes = level >= 4 ? 0 : 3,
+                                references = level >= 4 ? 1 : 3, sync = level ? 0 : x264Threads + bframes;
+            // Frames to encode with their half-size copies; reference frames with their three
+            // half-sample interpolations.
+            const std::uint64_t toEncode = x264Threads + lookahead + bframes + sync + 1,
+                                reconstructed = references + x264Threads + 1;
+            encoderBytes = toEncode * (encoded + pixels) + reconstructed * (encoded + 3 * pixels);
+        } else {
+            // The frames its threads hold, and the packet for the worst case, which FFV1 fills
+            // in whole (148 bytes a pixel, at most 2 GiB).
+            const std::uint64_t packet = !std::strcmp(encoder->name, "ffv1")
+                                             ? std::min<std::uint64_t>(148 * pixels + 16384, INT_MAX)
+                                             : 2 * encoded;
+            encoderBytes = ((encoderFrameThreads ? codecThreads : 1) + 1) * encoded + packet;
+        }
+        return decoderFrames * decoded + encoderBytes;
+    };
+    auto need = [&](int level, std::uint64_t renders, std::uint64_t inFlight) {
+        return codecs(level) + inFlight * perFrame + renders * perRender;
+    };
+    const int levels = x264 ? 5 : 2;
+    int level = 0;
+    while (level + 1 < levels && need(level, 1, 1) > job.limits.maxMemory) ++level;
+    refuseOversized(job, std::uint64_t(width), std::uint64_t(height), need(level, 1, 1));
     threads = job.threads ? job.threads : hostops::availableThreads();
-    while (threads > 1 && (threads + 2ull) * perFrame > job.limits.maxMemory) --threads;
-    if ((threads + 2ull) * perFrame > job.limits.maxMemory)
-        fail(2, job.input + ": picture too large (" + frameSize + ", limit " + pictures::sizeText(job.limits.maxMemory) +
-                    " of memory; it needs " + pictures::sizeText((threads + 2ull) * perFrame) + ")");
+    while (threads > 1 && need(level, threads, threads + 2ull) > job.limits.maxMemory) --threads;
+    tokens = threads + 2;
+    while (tokens > 1 && need(level, threads, tokens) > job.limits.maxMemory) --tokens;
+    codecsCapped = level >= 1;
+    if (codecsCapped && dec->thread_count != 1) dec = makeDecoder(1);
+    if (x264 && level >= 1) {
+        std::string caps = "sync-lookahead=0";
+        if (level >= 2) caps += std::string(":rc-lookahead=") + (level >= 3 ? "0" : "10");
+        if (level >= 4) caps += ":bframes=0:ref=1";
+        av_dict_set(&encoderOptions, "x264-params", caps.c_str(), 0);
+    }
 }
 
 // The encoder keeps the input's time base and frame rate.
@@ -416,8 +654,11 @@ void Setup::openEncoder() {
         std::fprintf(stderr, "flairize: note: %s: HDR (%s) input written as 8-bit SDR, BT.709\n", job.input.c_str(),
                      hdrTransfer);
     if (format->flags & AVFMT_GLOBALHEADER) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    // The encoder's own threads are left to FFmpeg, so --threads never changes the bytes it writes.
-    openEncoderWith(enc.get(), encoder, job.encoding, job.output);
+    // The encoder's own threads: --codec-threads, else FFmpeg's choice for the machine; never
+    // --threads, which does not change the bytes written.
+    enc->thread_count = codecsCapped ? 1 : int(job.codecThreads);
+    openEncoderWith(enc.get(), encoder, job.encoding, job.output, encoderOptions);
+    av_log_set_callback(keepDecoderErrors);   // the encoder's opening took FFmpeg's messages for a while
 }
 
 // The output: the video, then the input's other streams, with the
@@ -439,8 +680,7 @@ bool Setup::openOutput(bool asTheyAre) {
     outVideo->sample_aspect_ratio = enc->sample_aspect_ratio;
     keepVideoMetadata(inVideo, outVideo);
     const bool copies = addOtherStreams(asTheyAre);
-    if ((r = avio_open(&out->pb, temporary->path().c_str(), AVIO_FLAG_WRITE)) < 0)
-        fail(2, job.output + ": " + avError(r));
+    out->pb = outputStream();
     if ((r = avformat_write_header(out.get(), nullptr)) >= 0) return true;
     if (!copies) fail(2, job.output + ": " + avError(r));
     std::fprintf(stderr,
@@ -456,6 +696,16 @@ bool Setup::addOtherStreams(bool asTheyAre) {
     streams.emplace(in.get(), videoStream, out.get(),
                     asTheyAre ? Streams::Plan::AsTheyAre : Streams::Plan::AudioTranscodedOnly, job.output);
     return streams->copiesAny();
+}
+
+// The output file's descriptor as FFmpeg's byte stream, seekable (MP4's index
+// is written at the end) unless it is standard output. A second try starts
+// the file again.
+AVIOContext* Setup::outputStream() {
+    if (file.seekable() && (::ftruncate(file.fd(), 0) != 0 || ::lseek(file.fd(), 0, SEEK_SET) != 0))
+        fail(2, job.output + ": " + std::strerror(errno));
+    out->flags |= AVFMT_FLAG_CUSTOM_IO;
+    return descriptorStream(file.fd(), true, file.seekable());
 }
 
 // ---- the pipeline: decoding (in order), rendering (several frames at once,
@@ -480,6 +730,9 @@ private:
     void writeAudio(Item& item);
     void drainEncoder();
     void mux(AVPacket* packet);
+    void damaged(const std::string& reason);
+    bool inRange(std::int64_t t) const { return t == AV_NOPTS_VALUE || (t >= setup_.from && t < setup_.to); }
+    bool trimmed() const { return job_.from > 0 || job_.to >= 0; }
     flairize::Settings settingsFor(long i) const;
 
     Setup& setup_;
@@ -491,12 +744,14 @@ private:
     Packet packet_ = newPacket();          // read from the input
     Packet encodedPacket_ = newPacket();   // from the encoder
     bool inputEnded_ = false, decoderEnded_ = false;
-    long decodedFrames_ = 0, next_ = 0, encodedFrames_ = 0;
+    long decodedFrames_ = 0, next_ = 0, encodedFrames_ = 0;   // decoded: the frames kept, damaged ones included
+    long damagedFrames_ = 0;
+    std::string firstDamage_;
     std::int64_t lastPts_ = AV_NOPTS_VALUE;
     ProgressLine progress_;
 };
 
-Pipeline::Pipeline(Setup& setup) : setup_(setup), job_(setup.job), tokens_(std::size_t(setup.threads) + 2) {
+Pipeline::Pipeline(Setup& setup) : setup_(setup), job_(setup.job), tokens_(setup.tokens) {
     for (std::size_t k = 0; k < tokens_; ++k) {
         items_.push_back(std::make_unique<Item>());
         allocate(items_.back()->source.get(), setup_.engineLayout, setup_.width, setup_.height);
@@ -522,8 +777,27 @@ Item* Pipeline::decode() {
     item.audio.clear();
     av_frame_unref(item.decoded.get());
     while (!decoderEnded_) {
-        const int r = avcodec_receive_frame(setup_.dec.get(), item.decoded.get());
+        AVFrame* f = item.decoded.get();
+        const int r = avcodec_receive_frame(setup_.dec.get(), f);
         if (r >= 0) {
+            const std::int64_t t = f->best_effort_timestamp;
+            if (t != AV_NOPTS_VALUE && t >= setup_.to) {   // frames come in time order: the rest are after --to
+                av_frame_unref(f);
+                decoderEnded_ = true;
+                break;
+            }
+            // Errors before the first frame kept are the stream's start (or the part cut away).
+            std::string error = takeDecoderError();
+            if (!inRange(t)) {
+                av_frame_unref(f);
+                continue;
+            }
+            if (decodedFrames_ == 0 && !(f->decode_error_flags || (f->flags & AV_FRAME_FLAG_CORRUPT))) error.clear();
+            if (!error.empty() || f->decode_error_flags || (f->flags & AV_FRAME_FLAG_CORRUPT)) {
+                av_frame_unref(f);
+                damaged(error.empty() ? "the decoder found errors in it" : error);
+                continue;
+            }
             item.index = decodedFrames_++;
             return &item;
         }
@@ -531,9 +805,8 @@ Item* Pipeline::decode() {
             decoderEnded_ = true;
             break;
         }
-        if (r != AVERROR(EAGAIN))
-            fail(2, job_.input + ": damaged video near frame " + std::to_string(decodedFrames_) + ": " + avError(r));
-        readPacket(item);
+        if (r != AVERROR(EAGAIN)) damaged(avError(r));
+        else readPacket(item);
     }
     return item.audio.empty() ? nullptr : &item;
 }
@@ -547,20 +820,51 @@ void Pipeline::readPacket(Item& item) {
         avcodec_send_packet(setup_.dec.get(), nullptr);   // drain the frames the decoder still holds
         return;
     }
-    if (got < 0) fail(2, job_.input + ": " + avError(got));
+    if (got < 0) {   // the rest of the input cannot be read: the frames decoded so far are what there is
+        damaged(avError(got));
+        inputEnded_ = true;
+        avcodec_send_packet(setup_.dec.get(), nullptr);
+        return;
+    }
     const int stream = packet_->stream_index;
     if (stream == setup_.videoStream) {
+        const std::int64_t t = packet_->pts;
         const int sent = avcodec_send_packet(setup_.dec.get(), packet_.get());
         av_packet_unref(packet_.get());
-        if (sent < 0)   // never EAGAIN: the decoder's frames were all taken first
-            fail(2, job_.input + ": damaged video near frame " + std::to_string(decodedFrames_) + ": " + avError(sent));
+        if (sent < 0 && inRange(t))   // never EAGAIN: the decoder's frames were all taken first
+            damaged(avError(sent));
     } else if (setup_.streams->wants(stream)) {
+        if (trimmed()) {   // the other streams' packets of the part kept, from its start
+            const AVRational base = setup_.in->streams[stream]->time_base;
+            const std::int64_t start = av_rescale_q(setup_.inVideo->start_time != AV_NOPTS_VALUE ? setup_.inVideo->start_time : 0,
+                                                    setup_.inVideo->time_base, base);
+            const std::int64_t from = start + av_rescale_q(job_.from, AV_TIME_BASE_Q, base);
+            const std::int64_t to = job_.to >= 0 ? start + av_rescale_q(job_.to, AV_TIME_BASE_Q, base) : INT64_MAX;
+            const std::int64_t t = packet_->pts;
+            if (t != AV_NOPTS_VALUE && (t < from || t >= to)) {
+                av_packet_unref(packet_.get());
+                return;
+            }
+            const std::int64_t shift = av_rescale_q(job_.from, AV_TIME_BASE_Q, base);
+            if (packet_->pts != AV_NOPTS_VALUE) packet_->pts -= shift;
+            if (packet_->dts != AV_NOPTS_VALUE) packet_->dts -= shift;
+        }
         Packet copy = newPacket();
         av_packet_move_ref(copy.get(), packet_.get());
         item.audio.push_back(std::move(copy));
     } else {
         av_packet_unref(packet_.get());
     }
+}
+
+// A frame that cannot be decoded: the clip is refused, or with --keep-going
+// the frame is left out (it keeps its place in the timing) and said at the end.
+void Pipeline::damaged(const std::string& reason) {
+    const std::string what = "frame " + std::to_string(decodedFrames_) + ": damaged (" + reason + ")";
+    if (!job_.keepGoing) fail(2, job_.input + ": " + what);
+    if (firstDamage_.empty()) firstDamage_ = what;
+    ++damagedFrames_;
+    ++decodedFrames_;
 }
 
 // The stage that runs on several threads at once.
@@ -592,6 +896,10 @@ void Pipeline::convertForEngine(Item& item, Scaler& scaler, const std::string& w
 // Frame i renders at the progress the host gives frame i of a sequence of N.
 flairize::Settings Pipeline::settingsFor(long i) const {
     SettingsRecord r = job_.record;
+    if (job_.progress >= 0) {   // --progress: one for the whole clip
+        r.progress = std::uint32_t(job_.progress);
+        return flairize::settingsOf(r);
+    }
     // A video that decodes more frames than counted ends at its last.
     const long last = std::min(i, setup_.frames - 1);
     r.progress = flairize::frameProgress(flairize::sequencePosition(std::uint64_t(last), std::uint64_t(setup_.frames)),
@@ -628,6 +936,7 @@ void Pipeline::encode(Item* item) {
     AVFrame* f = setup_.enc->pix_fmt != setup_.engineLayout ? item->encoded.get() : item->rendered.get();
     // Timestamps as decoded; a missing or repeated one follows the one before.
     std::int64_t pts = item->pts;
+    if (pts != AV_NOPTS_VALUE && job_.from > 0) pts -= av_rescale_q(job_.from, AV_TIME_BASE_Q, setup_.inVideo->time_base);
     if (pts == AV_NOPTS_VALUE || (lastPts_ != AV_NOPTS_VALUE && pts <= lastPts_))
         pts = lastPts_ == AV_NOPTS_VALUE ? 0 : lastPts_ + 1;
     lastPts_ = f->pts = pts;
@@ -657,6 +966,7 @@ void Pipeline::drainEncoder() {
 void Pipeline::mux(AVPacket* p) {
     const int w = av_interleaved_write_frame(setup_.out.get(), p);
     if (w < 0) fail(2, job_.output + ": " + avError(w));
+    if (setup_.out->pb->error < 0) fail(2, job_.output + ": " + avError(setup_.out->pb->error));
 }
 
 void Pipeline::finish() {
@@ -666,13 +976,18 @@ void Pipeline::finish() {
     drainEncoder();
     setup_.streams->finish([this](AVPacket* p) { mux(p); });
     if ((e = av_write_trailer(setup_.out.get())) < 0) fail(2, job_.output + ": " + avError(e));
-    if ((e = avio_closep(&setup_.out->pb)) < 0) fail(2, job_.output + ": " + avError(e));
-    if (encodedFrames_ == 0) fail(2, job_.input + ": no frame could be decoded");
-    setup_.temporary->keepAs(job_.output);
+    avio_flush(setup_.out->pb);
+    if (setup_.out->pb->error < 0) fail(2, job_.output + ": " + avError(setup_.out->pb->error));
+    if (encodedFrames_ == 0) fail(2, job_.input + (firstDamage_.empty() ? ": no frame could be decoded" : ": " + firstDamage_));
+    std::string error;
+    if (!setup_.file.commit(error)) fail(2, job_.output + ": " + error);
     progress_.show(encodedFrames_, setup_.frames, true);
-    if (encodedFrames_ != setup_.frames)
-        std::fprintf(stderr, "flairize: %s: %ld frames were counted but %ld decoded\n", job_.input.c_str(),
-                     setup_.frames, encodedFrames_);
+    if (damagedFrames_)
+        std::fprintf(stderr, "flairize: %s: %s; wrote %ld of %ld frames\n", job_.input.c_str(), firstDamage_.c_str(),
+                     encodedFrames_, decodedFrames_);
+    else if (setup_.frames && encodedFrames_ != setup_.frames)
+        std::fprintf(stderr, "flairize: %s: %ld frames were %s but %ld decoded\n", job_.input.c_str(), setup_.frames,
+                     setup_.counted ? "counted" : "given", encodedFrames_);
 }
 
 Outcome run(const Job& job) {
@@ -687,6 +1002,8 @@ Outcome run(const Job& job) {
 
 Outcome convert(const Job& job) {
     av_log_set_level(AV_LOG_FATAL);   // problems reach the user as the one line the outcome carries
+    av_log_set_callback(keepDecoderErrors);
+    takeDecoderError();
     try {
         return run(job);
     } catch (const Error& e) {

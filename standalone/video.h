@@ -31,6 +31,13 @@ struct Job {
     unsigned threads = 0;      // frames rendered at once; 0: all cores
     pictures::Limits limits;   // the frame size, and the frames in flight within the memory limit
     EncoderControls encoding;  // --crf, --preset, --bitrate, --pix-fmt, --gop, --encoder-option
+    unsigned codecThreads = 0; // the decoder's and encoder's own threads; 0: FFmpeg's choice for the machine
+    std::string format;        // "mkv" or "ts": the container; empty: OUT's extension (Matroska for "-")
+    std::int64_t from = 0;     // the part of the clip kept, in microseconds from its start; to < 0: to the end
+    std::int64_t to = -1;
+    long frames = 0;           // the frame count the timing uses; 0: the frames counted (not possible on a pipe)
+    long progress = -1;        // one progress for every frame; -1: the frame timing
+    bool keepGoing = false;    // damaged frames are left out instead of refusing the clip
 };
 
 struct Outcome {
@@ -39,7 +46,8 @@ struct Outcome {
 };
 
 // Writes job.output, or nothing at all: the file is written under a temporary
-// name beside it and renamed when complete. Never throws.
+// name beside it and renamed when complete ("-": standard input and output,
+// streamed). Never throws.
 Outcome convert(const Job& job);
 
 }  // namespace video

@@ -196,11 +196,18 @@ void padEdges(AVFrame* frame, int width, int height) {
 }
 
 void openEncoderWith(AVCodecContext* encoder, const AVCodec* codec, const EncoderControls& controls,
-                     const std::string& output) {
+                     const std::string& output, const AVDictionary* caps) {
     AVDictionary* raw = nullptr;
     if (!controls.crf.empty()) av_dict_set(&raw, "crf", controls.crf.c_str(), 0);
     if (!controls.preset.empty()) av_dict_set(&raw, "preset", controls.preset.c_str(), 0);
     for (const auto& option : controls.options) av_dict_set(&raw, option.first.c_str(), option.second.c_str(), 0);
+    // The memory budget's caps come last: x264's parameters join the user's, which they override.
+    for (const AVDictionaryEntry* cap = nullptr; (cap = av_dict_get(caps, "", cap, AV_DICT_IGNORE_SUFFIX));) {
+        const AVDictionaryEntry* given = av_dict_get(raw, cap->key, nullptr, 0);
+        const std::string value = given && std::string(cap->key) == "x264-params"
+                                      ? std::string(given->value) + ":" + cap->value : std::string(cap->value);
+        av_dict_set(&raw, cap->key, value.c_str(), 0);
+    }
     std::unique_ptr<AVDictionary, DictionaryFree> options(raw);
     if (controls.bitrate > 0) encoder->bit_rate = controls.bitrate;
     if (controls.gop > 0) encoder->gop_size = controls.gop;

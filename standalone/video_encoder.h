@@ -33,9 +33,10 @@ void codedSize(AVPixelFormat format, int& width, int& height);
 // column and the last row repeated. Nothing to do where the sizes agree.
 void padEdges(AVFrame* frame, int width, int height);
 
-// Opens the encoder with the controls; an option the encoder left unused, or
+// Opens the encoder with the controls, then `caps` (the memory budget's limits
+// on the encoder's frames, may be null); an option the encoder left unused, or
 // a value it refuses, is refused naming it.
 void openEncoderWith(AVCodecContext* encoder, const AVCodec* codec, const EncoderControls& controls,
-                     const std::string& output);
+                     const std::string& output, const AVDictionary* caps = nullptr);
 
 }  // namespace video
