@@ -720,6 +720,9 @@ public:
     void finish();   // the encoder's last frames, the trailer, the file in its place
 
 private:
+    // A failed write: standard output whose reader went away is a failed run
+    // (exit 1), as for a picture; a file that cannot be written, a refusal.
+    int writeStatus() const { return job_.output == "-" ? 1 : 2; }
     Item* decode();
     void readPacket(Item& item);
     Item* process(Item* item);
@@ -965,8 +968,8 @@ void Pipeline::drainEncoder() {
 
 void Pipeline::mux(AVPacket* p) {
     const int w = av_interleaved_write_frame(setup_.out.get(), p);
-    if (w < 0) fail(2, job_.output + ": " + avError(w));
-    if (setup_.out->pb->error < 0) fail(2, job_.output + ": " + avError(setup_.out->pb->error));
+    if (w < 0) fail(writeStatus(), job_.output + ": " + avError(w));
+    if (setup_.out->pb->error < 0) fail(writeStatus(), job_.output + ": " + avError(setup_.out->pb->error));
 }
 
 void Pipeline::finish() {
@@ -975,9 +978,9 @@ void Pipeline::finish() {
         fail(1, job_.output + ": the encoder failed: " + avError(e));
     drainEncoder();
     setup_.streams->finish([this](AVPacket* p) { mux(p); });
-    if ((e = av_write_trailer(setup_.out.get())) < 0) fail(2, job_.output + ": " + avError(e));
+    if ((e = av_write_trailer(setup_.out.get())) < 0) fail(writeStatus(), job_.output + ": " + avError(e));
     avio_flush(setup_.out->pb);
-    if (setup_.out->pb->error < 0) fail(2, job_.output + ": " + avError(setup_.out->pb->error));
+    if (setup_.out->pb->error < 0) fail(writeStatus(), job_.output + ": " + avError(setup_.out->pb->error));
     if (encodedFrames_ == 0) fail(2, job_.input + (firstDamage_.empty() ? ": no frame could be decoded" : ": " + firstDamage_));
     std::string error;
     if (!setup_.file.commit(error)) fail(2, job_.output + ": " + error);
