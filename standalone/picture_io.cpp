@@ -81,17 +81,28 @@ std::string notAPicture() {
 }
 
 // Reads at most `limit` bytes; more is refused as soon as it arrives, so an
-// endless stream (a pipe, /dev/zero) costs no more than the limit.
+// endless stream (a pipe, /dev/zero) costs no more than the limit. The bytes
+// go into chunks of a fixed size, joined once at the end: growing one block
+// would hold the old and the new block at once, and the freed blocks would
+// stay with the process.
 bool readAll(int fd, std::vector<unsigned char>& data, std::size_t expected, std::size_t limit, std::string& error) {
-    data.resize(std::min(expected ? expected + 1 : std::size_t(1) << 16, limit + 1));
-    std::size_t used = 0;
+    constexpr std::size_t kChunkBytes = std::size_t(4) << 20;
+    // A file of known size comes in one chunk (one byte more shows that it grew).
+    const std::size_t first = std::min(expected ? std::max<std::size_t>(expected + 1, 4096) : kChunkBytes, limit + 1);
+    std::vector<std::vector<unsigned char>> chunks;
+    chunks.emplace_back(first);
+    std::size_t used = 0, filled = 0;   // bytes in all chunks, in the last one
     for (;;) {
         if (used > limit) {
             error = "file too large (over " + sizeText(limit) + ", half the memory limit)";
             return false;
         }
-        if (used == data.size()) data.resize(std::min(data.size() * 2, limit + 1));
-        const ssize_t n = ::read(fd, data.data() + used, data.size() - used);
+        if (filled == chunks.back().size()) {
+            chunks.emplace_back(std::min(kChunkBytes, limit + 1 - used));
+            filled = 0;
+        }
+        std::vector<unsigned char>& chunk = chunks.back();
+        const ssize_t n = ::read(fd, chunk.data() + filled, chunk.size() - filled);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
             error = std::strerror(errno);
@@ -99,13 +110,25 @@ bool readAll(int fd, std::vector<unsigned char>& data, std::size_t expected, std
         }
         if (n == 0) break;
         // A stream that starts no known picture is refused at once, not read to its end.
-        if (used < 12 && used + std::size_t(n) >= 12 && !formatOfContents(data.data(), used + std::size_t(n))) {
+        if (chunks.size() == 1 && used < 12 && used + std::size_t(n) >= 12 &&
+            !formatOfContents(chunk.data(), used + std::size_t(n))) {
             error = notAPicture();
             return false;
         }
         used += std::size_t(n);
+        filled += std::size_t(n);
     }
-    data.resize(used);
+    if (chunks.size() == 1) {
+        data = std::move(chunks.front());
+        data.resize(used);
+        return true;
+    }
+    data.clear();
+    data.reserve(used);
+    for (std::vector<unsigned char>& chunk : chunks) {
+        data.insert(data.end(), chunk.begin(), chunk.begin() + std::ptrdiff_t(std::min(chunk.size(), used - data.size())));
+        std::vector<unsigned char>().swap(chunk);
+    }
     return true;
 }
 
