@@ -115,6 +115,7 @@ struct Options {
     std::string site;
     bool filterOnly = false;
     bool tsv = false;
+    bool keepOrientation = false;   // --no-auto-orient
     pictures::Limits limits;   // the environment's, then the options'
 };
 
@@ -162,9 +163,9 @@ Options parse(int argc, char** argv, const std::vector<std::string>& allowed) {
                   (guess.empty() ? std::string() : "; did you mean \"" + guess + "\"?"));
         }
         o.given.push_back(arg);
-        if (arg == "--filter-only" || arg == "--tsv") {
+        if (arg == "--filter-only" || arg == "--tsv" || arg == "--no-auto-orient") {
             if (inlineValue) usage(arg + " takes no value");
-            (arg == "--tsv" ? o.tsv : o.filterOnly) = true;
+            (arg == "--tsv" ? o.tsv : arg == "--no-auto-orient" ? o.keepOrientation : o.filterOnly) = true;
             continue;
         }
         if (!inlineValue) {
@@ -280,11 +281,16 @@ struct Picture {
 };
 
 // Reads IN within the limits: a refusal is a usage error (exit 2), want of
-// memory a failure (exit 1) with the one out-of-memory message.
-void readInput(const std::string& path, Picture& pic, const pictures::Limits& limits) {
+// memory a failure (exit 1) with the one out-of-memory message. The picture is
+// turned upright unless --no-auto-orient; `metadata` (may be null) gets what
+// the file says besides its pixels, for the outputs.
+void readInput(const std::string& path, Picture& pic, const Options& o, pictures::Metadata* metadata = nullptr) {
     std::string error;
     pictures::ReadFailure why = pictures::ReadFailure::None;
-    pic.h = pictures::read(path, error, limits, &why);
+    pictures::ReadOptions options;
+    options.autoOrient = !o.keepOrientation;
+    options.metadata = metadata;
+    pic.h = pictures::read(path, error, o.limits, &why, options);
     if (why == pictures::ReadFailure::OutOfMemory) throw Failure{path + ": " + plat::loadString(ids::kNoMemory)};
     if (!pic.h) throw UsageError{path + ": " + error};
 }
@@ -313,11 +319,16 @@ void checkOutputName(const std::string& path, long quality = 0) {
                      path.c_str());
 }
 
-void writeOutput(const std::string& path, HGLOBAL picture, long quality = 0) {
+void writeOutput(const std::string& path, HGLOBAL picture, long quality = 0,
+                 const pictures::Metadata* metadata = nullptr) {
     std::string error;
     pictures::WriteOptions options;
     options.quality = int(quality);
-    if (!pictures::write(path, picture, error, options)) throw UsageError{path + ": " + error};
+    options.metadata = metadata;
+    pictures::WriteFailure why = pictures::WriteFailure::None;
+    if (pictures::write(path, picture, error, options, &why)) return;
+    if (why == pictures::WriteFailure::OutOfMemory) throw Failure{path + ": " + plat::loadString(ids::kNoMemory)};
+    throw UsageError{path + ": " + error};
 }
 
 // A render's picture, or the failure that names the input and the reason.
@@ -367,13 +378,14 @@ void onRowTick(void* user) {
 int cmdRender(int argc, char** argv) {
     Options o = parse(argc, argv,
                       with(effectOptions(), {"--progress", "--filter-only", "--threads", "--quality", "--max-pixels",
-                                            "--max-memory"}));
+                                            "--max-memory", "--no-auto-orient"}));
     if (o.positional.size() != 2) usage("render needs IN and OUT");
     SettingsRecord record = buildRecord(o);
     record.progress = std::uint32_t(o.progress);
     checkOutputName(o.positional[1], o.quality);
     Picture source;
-    readInput(o.positional[0], source, o.limits);
+    pictures::Metadata metadata;
+    readInput(o.positional[0], source, o, &metadata);
 
     // Long renders (large pictures) show their rows going by.
     ProgressBar bar;
@@ -389,7 +401,7 @@ int cmdRender(int argc, char** argv) {
     bar.done();
     Picture result;
     result.h = pictureOf(r, o.positional[0]);
-    writeOutput(o.positional[1], result.h, o.quality);
+    writeOutput(o.positional[1], result.h, o.quality, &metadata);
     return 0;
 }
 
@@ -426,7 +438,7 @@ std::string frameName(const std::string& pattern, long i) {
 int cmdSequence(int argc, char** argv) {
     Options o = parse(argc, argv,
                       with(effectOptions(), {"--frames", "--direction", "--speed", "--threads", "--quality",
-                                            "--max-pixels", "--max-memory"}));
+                                            "--max-pixels", "--max-memory", "--no-auto-orient"}));
     if (o.positional.size() != 2) usage("sequence needs IN and OUTPATTERN");
     if (o.frames < 1) usage("sequence needs --frames N");
     const std::string pattern = o.positional[1];
@@ -434,7 +446,8 @@ int cmdSequence(int argc, char** argv) {
     checkOutputName(frameName(pattern, 0), o.quality);
     SettingsRecord record = buildRecord(o);
     Picture source;
-    readInput(o.positional[0], source, o.limits);   // a picture that fits one render at a time
+    pictures::Metadata metadata;
+    readInput(o.positional[0], source, o, &metadata);   // a picture that fits one render at a time
     // As many frames at once as there are threads, each rendered on one; fewer
     // frames than threads share the rest as slice threads. Frames are written
     // as they finish and checked in order: the first that fails stops the run,
@@ -464,7 +477,7 @@ int cmdSequence(int argc, char** argv) {
                     flairize::render(host, source.h, flairize::settingsOf(frameRecord), flairize::Mix::Always);
                 Picture frame;
                 frame.h = pictureOf(r, o.positional[0]);
-                writeOutput(frameName(pattern, i), frame.h, o.quality);
+                writeOutput(frameName(pattern, i), frame.h, o.quality, &metadata);
                 out.written = true;
             } catch (const UsageError& e) {
                 out.status = 2, out.message = e.message;
@@ -588,7 +601,7 @@ int cmdList(int argc, char** argv) {
 }
 
 int cmdSheet(int argc, char** argv) {
-    Options o = parse(argc, argv, {"--columns", "--threads", "--max-pixels", "--max-memory"});
+    Options o = parse(argc, argv, {"--columns", "--threads", "--max-pixels", "--max-memory", "--no-auto-orient"});
     if (o.positional.size() != 2) usage("sheet needs IN and OUT");
     checkOutputName(o.positional[1]);
     Picture source;
@@ -597,7 +610,7 @@ int cmdSheet(int argc, char** argv) {
         if (flairize::effectOffered(i)) effects.push_back(i);
     // Every effect's picture is kept for the sheet, which is as large again.
     o.limits.inFlight = unsigned(effects.size());
-    readInput(o.positional[0], source, o.limits);
+    readInput(o.positional[0], source, o);
     // The effects render side by side, each on one thread.
     const unsigned threads = o.threads > 0 ? unsigned(o.threads) : hostops::availableThreads();
     const flairize::HostServices host = hostops::services();

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -28,7 +29,7 @@ struct FileFormat {
     bool takesQuality;
     bool (*matches)(const unsigned char* data, std::size_t size);   // the file's first bytes
     HGLOBAL (*read)(const std::vector<unsigned char>& data, Reading& in);
-    bool (*write)(int fd, const dib::Source& pic, const WriteOptions& options, std::string& error);
+    bool (*write)(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out);   // null: read only
 };
 
 // Every format, in the order messages list them. No two signatures share a
@@ -39,6 +40,7 @@ const FileFormat kFormats[] = {
     {Format::Jpeg, "JPEG", {".jpg", ".jpeg"}, true, isJpeg, readJpeg, writeJpeg},
     {Format::WebP, "WebP", {".webp"}, true, isWebP, readWebP, writeWebP},
     {Format::Tiff, "TIFF", {".tif", ".tiff"}, false, isTiff, readTiff, writeTiff},
+    {Format::Gif, "GIF", {nullptr}, false, isGif, readGif, nullptr},
 };
 
 // The format whose signature the first bytes (at least 12, or the whole file)
@@ -246,17 +248,44 @@ std::string Limits::check(std::uint64_t width, std::uint64_t height, unsigned bi
     return "";
 }
 
-HGLOBAL read(const std::string& path, std::string& error, const Limits& limits, ReadFailure* why) {
+HGLOBAL read(const std::string& path, std::string& error, const Limits& limits, ReadFailure* why,
+             const ReadOptions& options) {
     if (why) *why = ReadFailure::Refused;
-    Reading in{error, limits};
+    Metadata ownMetadata;
+    Metadata& metadata = options.metadata ? *options.metadata : ownMetadata;
+    metadata = Metadata();
+    Reading in{error, limits, metadata};
     HGLOBAL picture = readWithin(path, in);
+    metadata.orientation = exifOrientation(metadata.exif);
+    if (picture && metadata.xResolution <= 0) {   // a BMP file's resolution, kept in its header
+        BITMAPINFOHEADER header;
+        std::memcpy(&header, plat::globalLock(picture), sizeof header);
+        plat::globalUnlock(picture);
+        if (header.biXPelsPerMeter > 0 && header.biYPelsPerMeter > 0) {
+            metadata.xResolution = header.biXPelsPerMeter / 100.0;
+            metadata.yResolution = header.biYPelsPerMeter / 100.0;
+            metadata.unit = ResolutionUnit::Centimetre;
+        }
+    }
+    if (picture && options.autoOrient && metadata.orientation != 1) {
+        // Turned before the effect, so that it sees the picture as people do.
+        if (!orientUpright(picture, metadata.orientation)) {
+            plat::globalFree(picture);
+            picture = in.noMemory();
+        }
+        if (metadata.orientation >= 5) std::swap(metadata.xResolution, metadata.yResolution);
+        clearExifOrientation(metadata.exif);
+        metadata.orientation = 1;
+    }
     if (why) *why = picture ? ReadFailure::None : in.outOfMemory ? ReadFailure::OutOfMemory : ReadFailure::Refused;
     return picture;
 }
 
-bool write(const std::string& path, HGLOBAL picture, std::string& error, const WriteOptions& options) {
+bool write(const std::string& path, HGLOBAL picture, std::string& error, const WriteOptions& options,
+           WriteFailure* why) {
+    if (why) *why = WriteFailure::Refused;
     const FileFormat* format = entryOf(formatOf(path));
-    if (!format) {
+    if (!format || !format->write) {
         error = std::string("unknown picture format (use ") + kKnownExtensions + ")";
         return false;
     }
@@ -267,7 +296,10 @@ bool write(const std::string& path, HGLOBAL picture, std::string& error, const W
     }
     output::File file;
     if (!file.open(path, error)) return false;
-    return format->write(file.fd(), pic, options, error) && file.commit(error);
+    Writing out{error};
+    const bool written = format->write(file.fd(), pic, options, out) && file.commit(error);
+    if (why) *why = written ? WriteFailure::None : out.outOfMemory ? WriteFailure::OutOfMemory : WriteFailure::Refused;
+    return written;
 }
 
 }  // namespace pictures

@@ -1,5 +1,7 @@
 // TIFF through libtiff, read from memory and written through the output's
-// file descriptor; deflate-compressed RGB(A) or palette strips are written.
+// file descriptor; deflate-compressed RGB(A) or palette strips are written,
+// with the colour profile and resolution tags. EXIF data is read through
+// Exiv2.
 #include <tiffio.h>
 
 #include <algorithm>
@@ -100,6 +102,25 @@ void unpremultiply(unsigned char* bgra) {
     for (int c = 0; c < 3; ++c) bgra[c] = a ? std::uint8_t(std::min(255u, (bgra[c] * 255u + a / 2) / a)) : 0;
 }
 
+void keepMetadata(TIFF* tif, const std::vector<unsigned char>& data, Metadata& metadata) {
+    std::uint32_t iccSize = 0;
+    void* icc = nullptr;
+    if (TIFFGetField(tif, TIFFTAG_ICCPROFILE, &iccSize, &icc) && icc) {
+        const auto* bytes = static_cast<const unsigned char*>(icc);
+        metadata.icc.assign(bytes, bytes + iccSize);
+    }
+    float x = 0, y = 0;
+    std::uint16_t unit = RESUNIT_NONE;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_RESOLUTIONUNIT, &unit);
+    if (TIFFGetField(tif, TIFFTAG_XRESOLUTION, &x) && TIFFGetField(tif, TIFFTAG_YRESOLUTION, &y) &&
+        (unit == RESUNIT_INCH || unit == RESUNIT_CENTIMETER)) {
+        metadata.xResolution = x;
+        metadata.yResolution = y;
+        metadata.unit = unit == RESUNIT_INCH ? ResolutionUnit::Inch : ResolutionUnit::Centimetre;
+    }
+    metadata.exif = exifOfTiff(data);
+}
+
 }  // namespace
 
 bool isTiff(const unsigned char* data, std::size_t size) {
@@ -140,6 +161,7 @@ HGLOBAL readTiff(const std::vector<unsigned char>& data, Reading& in) {
         error = "unsupported picture size";
         return nullptr;
     }
+    keepMetadata(t.tif, data, in.metadata);
     const bool alpha = extraCount > 0 && (extra[0] == EXTRASAMPLE_ASSOCALPHA || extra[0] == EXTRASAMPLE_UNASSALPHA);
     const bool premultiplied = alpha && extra[0] == EXTRASAMPLE_ASSOCALPHA;
     const int colours = photometric == PHOTOMETRIC_RGB ? 3 : 1;
@@ -225,7 +247,8 @@ HGLOBAL readTiff(const std::vector<unsigned char>& data, Reading& in) {
     return out.release();
 }
 
-bool writeTiff(int fd, const dib::Source& pic, const WriteOptions&, std::string& error) {
+bool writeTiff(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out) {
+    std::string& error = out.error;
     const dib::Layout& l = pic.layout();
     Tiff t(error);
     int handle = fd;
@@ -246,6 +269,14 @@ bool writeTiff(int fd, const dib::Source& pic, const WriteOptions&, std::string&
     TIFFSetField(t.tif, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
     if (!palette) TIFFSetField(t.tif, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
     TIFFSetField(t.tif, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(t.tif, 0));
+    if (const Metadata* m = options.metadata) {
+        if (!m->icc.empty()) TIFFSetField(t.tif, TIFFTAG_ICCPROFILE, std::uint32_t(m->icc.size()), m->icc.data());
+        if (hasResolution(*m)) {
+            TIFFSetField(t.tif, TIFFTAG_XRESOLUTION, float(m->xResolution));
+            TIFFSetField(t.tif, TIFFTAG_YRESOLUTION, float(m->yResolution));
+            TIFFSetField(t.tif, TIFFTAG_RESOLUTIONUNIT, m->unit == ResolutionUnit::Inch ? RESUNIT_INCH : RESUNIT_CENTIMETER);
+        }
+    }
     if (samples == 4) {
         const std::uint16_t extra[1] = {EXTRASAMPLE_UNASSALPHA};
         TIFFSetField(t.tif, TIFFTAG_EXTRASAMPLES, 1, extra);
