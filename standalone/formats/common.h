@@ -112,6 +112,9 @@ inline bool hasResolution(const Metadata& m) {
 int exifOrientation(const std::vector<unsigned char>& exif);
 void clearExifOrientation(std::vector<unsigned char>& exif);
 std::vector<unsigned char> exifOfTiff(const std::vector<unsigned char>& file);
+// Adds EXIF data to a TIFF file in memory (its orientation becomes the file's);
+// false, with the file unchanged, where it cannot.
+bool addExifToTiff(std::vector<unsigned char>& file, const std::vector<unsigned char>& exif);
 // Replaces the picture with the one an orientation of 2..8 says is seen; false
 // for want of memory (the picture is then kept).
 bool orientUpright(HGLOBAL& picture, int orientation);

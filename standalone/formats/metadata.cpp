@@ -54,6 +54,44 @@ void clearExifOrientation(std::vector<unsigned char>& exif) {
     }
 }
 
+namespace {
+// A TIFF file's own tags that say what the picture shows rather than how it is stored.
+bool describes(const Exiv2::Exifdatum& tag) {
+    static const char* const kDescriptive[] = {"Make", "Model", "Software", "DateTime", "Artist", "Copyright",
+                                               "ImageDescription"};
+    if (tag.groupName() != "Image") return true;
+    for (const char* name : kDescriptive)
+        if (tag.tagName() == name) return true;
+    return false;
+}
+}  // namespace
+
+bool addExifToTiff(std::vector<unsigned char>& file, const std::vector<unsigned char>& exif) {
+    if (!tiffHeader(exif)) return false;
+    quietExiv2();
+    try {
+        Exiv2::ExifData carried;
+        Exiv2::ExifParser::decode(carried, exif.data(), std::uint32_t(exif.size()));
+        Exiv2::Image::AutoPtr image = Exiv2::ImageFactory::open(file.data(), long(file.size()));
+        if (!image.get()) return false;
+        image->readMetadata();
+        Exiv2::ExifData& data = image->exifData();
+        for (const Exiv2::Exifdatum& tag : carried)
+            if (describes(tag) || tag.tagName() == "Orientation") data[tag.key()] = tag.value();
+        image->writeMetadata();
+        Exiv2::BasicIo& io = image->io();
+        if (io.open() != 0) return false;
+        std::vector<unsigned char> written(io.size());
+        const bool whole = io.read(written.data(), long(written.size())) == long(written.size());
+        io.close();
+        if (!whole) return false;
+        file.swap(written);
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
 std::vector<unsigned char> exifOfTiff(const std::vector<unsigned char>& file) {
     quietExiv2();
     try {
@@ -65,10 +103,7 @@ std::vector<unsigned char> exifOfTiff(const std::vector<unsigned char>& file) {
         // describes the picture is carried.
         Exiv2::ExifData data;
         for (const Exiv2::Exifdatum& tag : image->exifData())
-            if (tag.groupName() != "Image" || tag.tagName() == "Make" ||
-                tag.tagName() == "Model" || tag.tagName() == "Software" || tag.tagName() == "DateTime" ||
-                tag.tagName() == "Artist" || tag.tagName() == "Copyright" || tag.tagName() == "ImageDescription")
-                data.add(tag);
+            if (describes(tag)) data.add(tag);
         if (data.empty()) return {};
         Exiv2::Blob blob;
         Exiv2::ExifParser::encode(blob, Exiv2::littleEndian, data);

@@ -235,7 +235,7 @@ bool writePng(int fd, const dib::Source& pic, const WriteOptions& options, Writi
     png_write_info(w.png, w.info);
     if (l.bitCount != 8) png_set_bgr(w.png);
     for (std::uint32_t y = l.height; y-- > 0;) png_write_row(w.png, const_cast<png_bytep>(pic.row(y)));
-    png_write_end(w.png, w.info);
+    png_write_end(w.png, nullptr);   // with the info, libpng would write the eXIf chunk a second time
     return true;
 }
 

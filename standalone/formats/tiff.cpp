@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include <sys/stat.h>
@@ -82,6 +83,39 @@ toff_t tiffFdSize(thandle_t h) {
     struct stat st {};
     return ::fstat(*static_cast<int*>(h), &st) == 0 ? toff_t(st.st_size) : 0;
 }
+
+// A file made in memory, for EXIF data to be added before it goes out.
+struct TiffBuffer {
+    std::vector<unsigned char> bytes;
+    toff_t pos = 0;
+};
+tmsize_t tiffBufferRead(thandle_t h, void* buf, tmsize_t n) {
+    auto* b = static_cast<TiffBuffer*>(h);
+    if (n <= 0 || b->pos >= b->bytes.size()) return 0;
+    const toff_t count = std::min<toff_t>(toff_t(n), b->bytes.size() - b->pos);
+    std::memcpy(buf, b->bytes.data() + b->pos, count);
+    b->pos += count;
+    return tmsize_t(count);
+}
+tmsize_t tiffBufferWrite(thandle_t h, void* buf, tmsize_t n) {
+    auto* b = static_cast<TiffBuffer*>(h);
+    if (n < 0) return -1;
+    try {
+        if (b->pos + toff_t(n) > b->bytes.size()) b->bytes.resize(std::size_t(b->pos + toff_t(n)));
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
+    std::memcpy(b->bytes.data() + b->pos, buf, std::size_t(n));
+    b->pos += toff_t(n);
+    return n;
+}
+toff_t tiffBufferSeek(thandle_t h, toff_t off, int whence) {
+    auto* b = static_cast<TiffBuffer*>(h);
+    const toff_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? b->pos : b->bytes.size();
+    b->pos = base + off;
+    return b->pos;
+}
+toff_t tiffBufferSize(thandle_t h) { return static_cast<TiffBuffer*>(h)->bytes.size(); }
 
 struct Tiff {
     TIFF* tif = nullptr;
@@ -252,8 +286,13 @@ bool writeTiff(int fd, const dib::Source& pic, const WriteOptions& options, Writ
     const dib::Layout& l = pic.layout();
     Tiff t(error);
     int handle = fd;
-    t.tif = TIFFClientOpenExt("tiff", "w", &handle, tiffFdRead, tiffFdWrite, tiffFdSeek, tiffNoClose, tiffFdSize,
-                              tiffNoMap, tiffNoUnmap, t.options);
+    // With EXIF data the file is made in memory, and Exiv2 adds it there.
+    const bool withExif = options.metadata && !options.metadata->exif.empty();
+    TiffBuffer buffer;
+    t.tif = withExif ? TIFFClientOpenExt("tiff", "w", &buffer, tiffBufferRead, tiffBufferWrite, tiffBufferSeek,
+                                         tiffNoClose, tiffBufferSize, tiffNoMap, tiffNoUnmap, t.options)
+                     : TIFFClientOpenExt("tiff", "w", &handle, tiffFdRead, tiffFdWrite, tiffFdSeek, tiffNoClose,
+                                         tiffFdSize, tiffNoMap, tiffNoUnmap, t.options);
     if (!t.tif) {
         if (error.empty()) error = "cannot start the TIFF writer";
         return false;
@@ -307,7 +346,10 @@ bool writeTiff(int fd, const dib::Source& pic, const WriteOptions& options, Writ
     }
     TIFFClose(t.tif);
     t.tif = nullptr;
-    return error.empty();
+    if (!error.empty()) return false;
+    if (!withExif) return true;
+    addExifToTiff(buffer.bytes, options.metadata->exif);   // without it where Exiv2 cannot add it
+    return writeAll(fd, buffer.bytes.data(), buffer.bytes.size(), error);
 }
 
 }  // namespace pictures
