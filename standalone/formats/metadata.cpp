@@ -10,10 +10,14 @@
 namespace pictures {
 namespace {
 
-// Exiv2 says nothing on stderr: a damaged EXIF block is only left out.
+// Exiv2 says nothing on stderr (a damaged EXIF block is only left out), and its
+// XMP toolkit is started once, before frames written at once use Exiv2.
 void quietExiv2() {
     static std::once_flag once;
-    std::call_once(once, [] { Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute); });
+    std::call_once(once, [] {
+        Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+        Exiv2::XmpParser::initialize();
+    });
 }
 
 bool tiffHeader(const std::vector<unsigned char>& exif) {
