@@ -20,7 +20,8 @@ esac
 installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
 
 required=(build-essential cmake pkg-config libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libwebp-dev libtiff-dev
-          libtbb-dev libavformat-dev libavcodec-dev libswscale-dev libswresample-dev libavutil-dev libmicrohttpd-dev)
+          libtbb-dev libavformat-dev libavcodec-dev libswscale-dev libswresample-dev libavutil-dev libmicrohttpd-dev
+          libgif-dev libexiv2-dev)
 optional=(frei0r-plugins-dev emscripten)   # emscripten: the web editor's site
 if [ $tests -eq 1 ]; then
   required+=(libgtest-dev nettle-dev python3)   # python3: the tests read the JSON output with it

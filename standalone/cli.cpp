@@ -212,6 +212,7 @@ struct Options {
     std::string suffix;
     bool suffixGiven = false;
     std::string format;      // render with --output-dir: the outputs' extension
+    bool keepOrientation = false;   // --no-auto-orient
     pictures::Limits limits;   // the environment's, then the options'
     video::EncoderControls encoding;   // video's --crf, --preset, --bitrate, --pix-fmt, --gop, --encoder-option
     long codecThreads = 0;      // video: the codecs' own threads; 0: FFmpeg's choice
@@ -282,7 +283,8 @@ Options parse(int argc, char** argv, const CommandHelp& command) {
         const std::pair<const char*, bool*> switches[] = {
             {"--filter-only", &o.filterOnly}, {"--tsv", &o.tsv},           {"--json", &o.json},
             {"--quiet", &messages.quiet},     {"--verbose", &messages.verbose}, {"--no-overwrite", &o.noOverwrite},
-            {"--recursive", &o.recursive}, {"--keep-going", &o.keepGoing}};
+            {"--recursive", &o.recursive}, {"--keep-going", &o.keepGoing},
+            {"--no-auto-orient", &o.keepOrientation}};
         bool* flag = nullptr;
         for (const auto& [name, target] : switches)
             if (arg == name) flag = target;
@@ -477,11 +479,16 @@ void noteRead(const std::string& path, HGLOBAL picture) {
 }
 
 // Reads IN within the limits: a refusal is a usage error (exit 2), want of
-// memory a failure (exit 1) with the one out-of-memory message.
-void readInput(const std::string& path, Picture& pic, const pictures::Limits& limits) {
+// memory a failure (exit 1) with the one out-of-memory message. The picture is
+// turned upright unless --no-auto-orient; `metadata` (may be null) gets what
+// the file says besides its pixels, for the outputs.
+void readInput(const std::string& path, Picture& pic, const Options& o, pictures::Metadata* metadata = nullptr) {
     std::string error;
     pictures::ReadFailure why = pictures::ReadFailure::None;
-    pic.h = pictures::read(path, error, limits, &why);
+    pictures::ReadOptions options;
+    options.autoOrient = !o.keepOrientation;
+    options.metadata = metadata;
+    pic.h = pictures::read(path, error, o.limits, &why, options);
     if (why == pictures::ReadFailure::OutOfMemory) throw Failure{path + ": " + plat::loadString(ids::kNoMemory)};
     if (!pic.h) throw UsageError{path + ": " + error};
     noteRead(path, pic.h);
@@ -512,11 +519,15 @@ void checkOutputName(const std::string& path, long quality = 0, bool noOverwrite
         warning("--quality applies to JPEG and WebP only; " + path + " is written without it");
 }
 
-void writeOutput(const std::string& path, HGLOBAL picture, long quality = 0) {
+void writeOutput(const std::string& path, HGLOBAL picture, long quality = 0,
+                 const pictures::Metadata* metadata = nullptr) {
     std::string error;
     pictures::WriteOptions options;
     options.quality = int(quality);
-    if (!pictures::write(path, picture, error, options)) {
+    options.metadata = metadata;
+    pictures::WriteFailure why = pictures::WriteFailure::None;
+    if (!pictures::write(path, picture, error, options, &why)) {
+        if (why == pictures::WriteFailure::OutOfMemory) throw Failure{path + ": " + plat::loadString(ids::kNoMemory)};
         // Standard output that fails (its reader went away) is a failed run, not a bad name.
         if (path == "-") throw Failure{path + ": " + error};
         throw UsageError{path + ": " + error};
@@ -688,7 +699,11 @@ void renderBatchPicture(BatchPicture& p, const Options& o, const SettingsRecord&
         Picture source;
         std::string error;
         pictures::ReadFailure why = pictures::ReadFailure::None;
-        source.h = pictures::read(p.input, error, limits, &why);
+        pictures::Metadata metadata;
+        pictures::ReadOptions options;
+        options.autoOrient = !o.keepOrientation;
+        options.metadata = &metadata;
+        source.h = pictures::read(p.input, error, limits, &why, options);
         if (why == pictures::ReadFailure::OutOfMemory) throw Failure{p.input + ": " + plat::loadString(ids::kNoMemory)};
         if (!source.h) {
             const bool forMemory = error.rfind("file too large", 0) == 0 ||
@@ -707,7 +722,7 @@ void renderBatchPicture(BatchPicture& p, const Options& o, const SettingsRecord&
         // -n: an output that appeared meanwhile is not replaced either.
         if (o.noOverwrite && ::access(p.output.c_str(), F_OK) == 0)
             throw UsageError{p.output + ": exists already (--no-overwrite)"};
-        writeOutput(p.output, result.h, o.quality);
+        writeOutput(p.output, result.h, o.quality, &metadata);
     } catch (const UsageError& e) {
         p.status = 2, p.message = e.message;
     } catch (const Failure& e) {
@@ -784,7 +799,8 @@ int cmdRender(int argc, char** argv) {
     note("effect " + describe(record));
     checkOutputName(o.positional[1], o.quality, o.noOverwrite);
     Picture source;
-    readInput(o.positional[0], source, o.limits);
+    pictures::Metadata metadata;
+    readInput(o.positional[0], source, o, &metadata);
 
     // Long renders (large pictures) show their rows going by.
     ProgressBar bar;
@@ -800,7 +816,7 @@ int cmdRender(int argc, char** argv) {
     bar.done();
     Picture result;
     result.h = pictureOf(r, o.positional[0]);
-    writeOutput(o.positional[1], result.h, o.quality);
+    writeOutput(o.positional[1], result.h, o.quality, &metadata);
     return 0;
 }
 
@@ -844,7 +860,8 @@ int cmdSequence(int argc, char** argv) {
     SettingsRecord record = buildRecord(o);
     note("effect " + describe(record) + " at each frame's own progress, speed " + std::to_string(o.speed));
     Picture source;
-    readInput(o.positional[0], source, o.limits);   // a picture that fits one render at a time
+    pictures::Metadata metadata;
+    readInput(o.positional[0], source, o, &metadata);   // a picture that fits one render at a time
     // As many frames at once as there are threads, each rendered on one; fewer
     // frames than threads share the rest as slice threads. Frames are written
     // as they finish and checked in order: the first that fails stops the run,
@@ -876,7 +893,7 @@ int cmdSequence(int argc, char** argv) {
                 frame.h = pictureOf(r, o.positional[0]);
                 if (o.noOverwrite && ::access(frameName(pattern, i).c_str(), F_OK) == 0)
                     throw UsageError{frameName(pattern, i) + ": exists already (--no-overwrite)"};
-                writeOutput(frameName(pattern, i), frame.h, o.quality);
+                writeOutput(frameName(pattern, i), frame.h, o.quality, &metadata);
                 out.written = true;
             } catch (const UsageError& e) {
                 out.status = 2, out.message = e.message;
@@ -1094,7 +1111,7 @@ int cmdSheet(int argc, char** argv) {
         if (flairize::effectOffered(i)) effects.push_back(i);
     // Every effect's picture is kept for the sheet, which is as large again.
     o.limits.inFlight = unsigned(effects.size());
-    readInput(o.positional[0], source, o.limits);
+    readInput(o.positional[0], source, o);
     // The effects render side by side, each on one thread.
     const unsigned threads = o.threads > 0 ? unsigned(o.threads) : hostops::availableThreads();
     const flairize::HostServices host = hostops::services();

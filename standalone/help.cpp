@@ -101,8 +101,11 @@ const std::vector<CommandHelp>& commands() {
         {"render", "IN OUT [effect options] [--progress P] [--filter-only] [--threads N] [--quality N]\n"
                    "       flairize render IN... --output-dir DIR [--suffix TEXT] [--format F] [--recursive] [...]",
          "render one picture, or many into a folder, with an effect",
-         "IN and OUT are BMP, PNG, JPEG, WebP or TIFF pictures; OUT's format follows its\n"
-         "extension. IN \"-\" reads standard input; OUT \"-\" writes PNG to standard output.\n"
+         "IN and OUT are BMP, PNG, JPEG, WebP or TIFF pictures (IN also GIF, its first\n"
+         "frame); OUT's format follows its extension. IN \"-\" reads standard input; OUT \"-\"\n"
+         "writes PNG to standard output. IN's colour profile, EXIF data and resolution go\n"
+         "into OUT where its format holds them; IN is turned as its EXIF orientation says.\n"
+         "  --no-auto-orient      keep the stored orientation (and say it in OUT's EXIF)\n"
          "  --progress P          how far the effect has advanced: 0..16384, a fraction such as\n"
          "                        0.5, or a percentage such as 50% (default: the full effect)\n"
          "  --filter-only         the effect's own result, without the mix with the source by\n"
@@ -123,7 +126,8 @@ const std::vector<CommandHelp>& commands() {
          "Frame i is at position i x 16384 / (N - 1), through the speed curve and the\n"
          "direction, as `flairize timing` prints. OUTPATTERN holds one %d conversion,\n"
          "e.g. out/frame%04d.png. Several frames render at once; if one fails, the\n"
-         "run stops there, keeping the frames before it.\n"
+         "run stops there, keeping the frames before it. Each frame keeps IN's metadata.\n"
+         "  --no-auto-orient      keep IN's stored orientation\n"
          "  --frames N            the number of frames, 1..1000000\n"},
         {"video", "IN OUT [effect options] [--direction D] [--speed S] [--threads N] [--codec NAME] [encoder options]",
          "render every frame of a video across the effect's stretch",
@@ -152,7 +156,8 @@ const std::vector<CommandHelp>& commands() {
          "every offered effect on one picture, as a labelled contact sheet",
          "Each effect renders IN at its defaults and full progress; the sheet shows the\n"
          "original first, then the effects in table order, each at half size.\n"
-         "  --columns N           pictures per row (default 6)\n"},
+         "  --columns N           pictures per row (default 6)\n"
+         "  --no-auto-orient      keep IN's stored orientation\n"},
         {"edit", "[PICTURE] [--site DIR]",
          "open the web editor: serve it on this computer until Ctrl-C",
          "Serves the web editor (the engine compiled to WebAssembly) on 127.0.0.1 at a\n"

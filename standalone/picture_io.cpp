@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -28,7 +29,7 @@ struct FileFormat {
     bool takesQuality;
     bool (*matches)(const unsigned char* data, std::size_t size);   // the file's first bytes
     HGLOBAL (*read)(const std::vector<unsigned char>& data, Reading& in);
-    bool (*write)(int fd, const dib::Source& pic, const WriteOptions& options, std::string& error);
+    bool (*write)(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out);   // null: read only
 };
 
 // Every format, in the order messages list them. No two signatures share a
@@ -39,6 +40,7 @@ const FileFormat kFormats[] = {
     {Format::Jpeg, "JPEG", {".jpg", ".jpeg"}, true, isJpeg, readJpeg, writeJpeg},
     {Format::WebP, "WebP", {".webp"}, true, isWebP, readWebP, writeWebP},
     {Format::Tiff, "TIFF", {".tif", ".tiff"}, false, isTiff, readTiff, writeTiff},
+    {Format::Gif, "GIF", {nullptr}, false, isGif, readGif, nullptr},
 };
 
 // The format whose signature the first bytes (at least 12, or the whole file)
@@ -81,17 +83,28 @@ std::string notAPicture() {
 }
 
 // Reads at most `limit` bytes; more is refused as soon as it arrives, so an
-// endless stream (a pipe, /dev/zero) costs no more than the limit.
+// endless stream (a pipe, /dev/zero) costs no more than the limit. The bytes
+// go into chunks of a fixed size, joined once at the end: growing one block
+// would hold the old and the new block at once, and the freed blocks would
+// stay with the process.
 bool readAll(int fd, std::vector<unsigned char>& data, std::size_t expected, std::size_t limit, std::string& error) {
-    data.resize(std::min(expected ? expected + 1 : std::size_t(1) << 16, limit + 1));
-    std::size_t used = 0;
+    constexpr std::size_t kChunkBytes = std::size_t(4) << 20;
+    // A file of known size comes in one chunk (one byte more shows that it grew).
+    const std::size_t first = std::min(expected ? std::max<std::size_t>(expected + 1, 4096) : kChunkBytes, limit + 1);
+    std::vector<std::vector<unsigned char>> chunks;
+    chunks.emplace_back(first);
+    std::size_t used = 0, filled = 0;   // bytes in all chunks, in the last one
     for (;;) {
         if (used > limit) {
             error = "file too large (over " + sizeText(limit) + ", half the memory limit)";
             return false;
         }
-        if (used == data.size()) data.resize(std::min(data.size() * 2, limit + 1));
-        const ssize_t n = ::read(fd, data.data() + used, data.size() - used);
+        if (filled == chunks.back().size()) {
+            chunks.emplace_back(std::min(kChunkBytes, limit + 1 - used));
+            filled = 0;
+        }
+        std::vector<unsigned char>& chunk = chunks.back();
+        const ssize_t n = ::read(fd, chunk.data() + filled, chunk.size() - filled);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
             error = std::strerror(errno);
@@ -99,13 +112,25 @@ bool readAll(int fd, std::vector<unsigned char>& data, std::size_t expected, std
         }
         if (n == 0) break;
         // A stream that starts no known picture is refused at once, not read to its end.
-        if (used < 12 && used + std::size_t(n) >= 12 && !formatOfContents(data.data(), used + std::size_t(n))) {
+        if (chunks.size() == 1 && used < 12 && used + std::size_t(n) >= 12 &&
+            !formatOfContents(chunk.data(), used + std::size_t(n))) {
             error = notAPicture();
             return false;
         }
         used += std::size_t(n);
+        filled += std::size_t(n);
     }
-    data.resize(used);
+    if (chunks.size() == 1) {
+        data = std::move(chunks.front());
+        data.resize(used);
+        return true;
+    }
+    data.clear();
+    data.reserve(used);
+    for (std::vector<unsigned char>& chunk : chunks) {
+        data.insert(data.end(), chunk.begin(), chunk.begin() + std::ptrdiff_t(std::min(chunk.size(), used - data.size())));
+        std::vector<unsigned char>().swap(chunk);
+    }
     return true;
 }
 
@@ -223,17 +248,44 @@ std::string Limits::check(std::uint64_t width, std::uint64_t height, unsigned bi
     return "";
 }
 
-HGLOBAL read(const std::string& path, std::string& error, const Limits& limits, ReadFailure* why) {
+HGLOBAL read(const std::string& path, std::string& error, const Limits& limits, ReadFailure* why,
+             const ReadOptions& options) {
     if (why) *why = ReadFailure::Refused;
-    Reading in{error, limits};
+    Metadata ownMetadata;
+    Metadata& metadata = options.metadata ? *options.metadata : ownMetadata;
+    metadata = Metadata();
+    Reading in{error, limits, metadata};
     HGLOBAL picture = readWithin(path, in);
+    metadata.orientation = exifOrientation(metadata.exif);
+    if (picture && metadata.xResolution <= 0) {   // a BMP file's resolution, kept in its header
+        BITMAPINFOHEADER header;
+        std::memcpy(&header, plat::globalLock(picture), sizeof header);
+        plat::globalUnlock(picture);
+        if (header.biXPelsPerMeter > 0 && header.biYPelsPerMeter > 0) {
+            metadata.xResolution = header.biXPelsPerMeter / 100.0;
+            metadata.yResolution = header.biYPelsPerMeter / 100.0;
+            metadata.unit = ResolutionUnit::Centimetre;
+        }
+    }
+    if (picture && options.autoOrient && metadata.orientation != 1) {
+        // Turned before the effect, so that it sees the picture as people do.
+        if (!orientUpright(picture, metadata.orientation)) {
+            plat::globalFree(picture);
+            picture = in.noMemory();
+        }
+        if (metadata.orientation >= 5) std::swap(metadata.xResolution, metadata.yResolution);
+        clearExifOrientation(metadata.exif);
+        metadata.orientation = 1;
+    }
     if (why) *why = picture ? ReadFailure::None : in.outOfMemory ? ReadFailure::OutOfMemory : ReadFailure::Refused;
     return picture;
 }
 
-bool write(const std::string& path, HGLOBAL picture, std::string& error, const WriteOptions& options) {
+bool write(const std::string& path, HGLOBAL picture, std::string& error, const WriteOptions& options,
+           WriteFailure* why) {
+    if (why) *why = WriteFailure::Refused;
     const FileFormat* format = entryOf(formatOf(path));
-    if (!format) {
+    if (!format || !format->write) {
         error = std::string("unknown picture format (use ") + kKnownExtensions + ")";
         return false;
     }
@@ -244,7 +296,10 @@ bool write(const std::string& path, HGLOBAL picture, std::string& error, const W
     }
     output::File file;
     if (!file.open(path, error)) return false;
-    return format->write(file.fd(), pic, options, error) && file.commit(error);
+    Writing out{error};
+    const bool written = format->write(file.fd(), pic, options, out) && file.commit(error);
+    if (why) *why = written ? WriteFailure::None : out.outOfMemory ? WriteFailure::OutOfMemory : WriteFailure::Refused;
+    return written;
 }
 
 }  // namespace pictures

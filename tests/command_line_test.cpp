@@ -456,7 +456,7 @@ TEST(CommandLine, LimitsRefuseLargeInputsAtOnce) {
     const struct {
         std::string args, env, message;
     } cases[] = {
-        {"/dev/zero", "", "/dev/zero: not a BMP, PNG, JPEG, WebP or TIFF picture"},
+        {"/dev/zero", "", "/dev/zero: not a BMP, PNG, JPEG, WebP, TIFF or GIF picture"},
         {written("bomb.png", pngBomb(20000, 20000)), "",
          dir() + "/bomb.png: picture too large (20000 \u00d7 20000, limit 268435456 pixels)"},
         {written("huge.bmp", bmpHeader(60000, 60000)), "",

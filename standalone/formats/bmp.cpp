@@ -115,7 +115,8 @@ HGLOBAL readBmp(const std::vector<unsigned char>& file, Reading& in) {
 }
 
 // The engine's DIB, behind a 14-byte file header.
-bool writeBmp(int fd, const dib::Source& pic, const WriteOptions&, std::string& error) {
+bool writeBmp(int fd, const dib::Source& pic, const WriteOptions&, Writing& out) {
+    std::string& error = out.error;
     const dib::Layout& l = pic.layout();
     const std::uint32_t dibSize = l.headerSize + l.colourTableSize + l.imageSize;
     const std::uint32_t offBits = 14 + l.headerSize + l.colourTableSize;

@@ -20,10 +20,12 @@ inline bool sideOk(std::uint64_t width, std::uint64_t height) {
     return width >= 1 && height >= 1 && width <= dib::kMaxSide && height <= dib::kMaxSide;
 }
 
-// One read: its limits, and whether it failed for want of memory.
+// One read: its limits, what the file says besides its pixels, and whether it
+// failed for want of memory.
 struct Reading {
     std::string& error;
     const Limits& limits;
+    Metadata& metadata;
     bool outOfMemory = false;
     // False, with the refusal, for a declared size over the limits.
     bool fits(std::uint64_t width, std::uint64_t height, unsigned bits, std::uint64_t extra = 0) {
@@ -73,6 +75,17 @@ struct NewDib {
     }
 };
 
+// One write: the reason it failed, and whether that was want of memory.
+struct Writing {
+    std::string& error;
+    bool outOfMemory = false;
+    bool noMemory() {
+        error = "not enough memory";
+        outOfMemory = true;
+        return false;
+    }
+};
+
 // All of `size` bytes to `fd`; false with the system's reason otherwise.
 bool writeAll(int fd, const void* data, std::size_t size, std::string& error);
 
@@ -87,6 +100,25 @@ struct Rows {
 };
 Rows rowsOf(const dib::Source& pic);
 
+// Whether a resolution is given, in a unit, and of a size a file can hold.
+inline bool hasResolution(const Metadata& m) {
+    return m.unit != ResolutionUnit::None && m.xResolution > 0 && m.yResolution > 0 && m.xResolution < 1e6 &&
+           m.yResolution < 1e6;
+}
+
+// formats/metadata.cpp: the EXIF orientation (1..8; 1 when none or unreadable),
+// and the EXIF data with its orientation set to 1; EXIF data read from a TIFF
+// file's own tags.
+int exifOrientation(const std::vector<unsigned char>& exif);
+void clearExifOrientation(std::vector<unsigned char>& exif);
+std::vector<unsigned char> exifOfTiff(const std::vector<unsigned char>& file);
+// Adds EXIF data to a TIFF file in memory (its orientation becomes the file's);
+// false, with the file unchanged, where it cannot.
+bool addExifToTiff(std::vector<unsigned char>& file, const std::vector<unsigned char>& exif);
+// Replaces the picture with the one an orientation of 2..8 says is seen; false
+// for want of memory (the picture is then kept).
+bool orientUpright(HGLOBAL& picture, int orientation);
+
 // Each format: whether a file's first bytes (at least 12, or the whole file)
 // start one; reading a whole file into a new DIB (null, with in.error set, on
 // failure); writing a picture to `fd` (false, with `error` set, on failure).
@@ -94,26 +126,30 @@ Rows rowsOf(const dib::Source& pic);
 // formats/bmp.cpp
 bool isBmp(const unsigned char* data, std::size_t size);
 HGLOBAL readBmp(const std::vector<unsigned char>& data, Reading& in);
-bool writeBmp(int fd, const dib::Source& pic, const WriteOptions& options, std::string& error);
+bool writeBmp(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out);
 
 // formats/png.cpp
 bool isPng(const unsigned char* data, std::size_t size);
 HGLOBAL readPng(const std::vector<unsigned char>& data, Reading& in);
-bool writePng(int fd, const dib::Source& pic, const WriteOptions& options, std::string& error);
+bool writePng(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out);
 
 // formats/jpeg.cpp
 bool isJpeg(const unsigned char* data, std::size_t size);
 HGLOBAL readJpeg(const std::vector<unsigned char>& data, Reading& in);
-bool writeJpeg(int fd, const dib::Source& pic, const WriteOptions& options, std::string& error);
+bool writeJpeg(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out);
 
 // formats/webp.cpp
 bool isWebP(const unsigned char* data, std::size_t size);
 HGLOBAL readWebP(const std::vector<unsigned char>& data, Reading& in);
-bool writeWebP(int fd, const dib::Source& pic, const WriteOptions& options, std::string& error);
+bool writeWebP(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out);
+
+// formats/gif.cpp (read only: the first frame)
+bool isGif(const unsigned char* data, std::size_t size);
+HGLOBAL readGif(const std::vector<unsigned char>& data, Reading& in);
 
 // formats/tiff.cpp
 bool isTiff(const unsigned char* data, std::size_t size);
 HGLOBAL readTiff(const std::vector<unsigned char>& data, Reading& in);
-bool writeTiff(int fd, const dib::Source& pic, const WriteOptions& options, std::string& error);
+bool writeTiff(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out);
 
 }  // namespace pictures

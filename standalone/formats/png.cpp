@@ -1,5 +1,6 @@
 // PNG through libpng: palette pictures stay 8-bit with their colour table,
-// grey becomes RGB, 16-bit channels are rounded to 8 bits.
+// grey becomes RGB, 16-bit channels are rounded to 8 bits. The colour profile
+// (iCCP), EXIF data (eXIf) and resolution (pHYs) are read and written.
 #include <png.h>
 #include <zlib.h>
 
@@ -41,6 +42,39 @@ void pngReadData(png_structp png, png_bytep out, png_size_t length) {
     src->offset += length;
 }
 
+// Whether the chunks before the picture data hold an animation control chunk
+// (acTL): an animated PNG, whose other frames libpng would skip.
+bool animated(const std::vector<unsigned char>& data) {
+    for (std::size_t at = 8; at + 8 <= data.size();) {
+        const std::size_t length = std::size_t(data[at]) << 24 | std::size_t(data[at + 1]) << 16 |
+                                   std::size_t(data[at + 2]) << 8 | data[at + 3];
+        const unsigned char* type = data.data() + at + 4;
+        if (std::memcmp(type, "acTL", 4) == 0) return true;
+        if (std::memcmp(type, "IDAT", 4) == 0 || length > data.size() - at - 8) return false;
+        at += 12 + length;
+    }
+    return false;
+}
+
+void keepMetadata(png_structp png, png_infop info, Metadata& metadata) {
+    png_charp name = nullptr;
+    int compression = 0;
+    png_bytep profile = nullptr;
+    png_uint_32 profileSize = 0;
+    if (png_get_iCCP(png, info, &name, &compression, &profile, &profileSize) && profile)
+        metadata.icc.assign(profile, profile + profileSize);
+    png_bytep exif = nullptr;
+    png_uint_32 exifSize = 0;
+    if (png_get_eXIf_1(png, info, &exifSize, &exif) && exif) metadata.exif.assign(exif, exif + exifSize);
+    png_uint_32 x = 0, y = 0;
+    int unit = 0;
+    if (png_get_pHYs(png, info, &x, &y, &unit) && unit == PNG_RESOLUTION_METER && x && y) {
+        metadata.xResolution = x / 100.0;
+        metadata.yResolution = y / 100.0;
+        metadata.unit = ResolutionUnit::Centimetre;
+    }
+}
+
 }  // namespace
 
 bool isPng(const unsigned char* data, std::size_t size) {
@@ -63,6 +97,10 @@ HGLOBAL readPng(const std::vector<unsigned char>& data, Reading& in) {
         const std::uint64_t ht = std::uint64_t(h[4]) << 24 | h[5] << 16 | h[6] << 8 | h[7];
         if (w && ht && !in.fits(w, ht, h[9] == PNG_COLOR_TYPE_PALETTE ? 8 : (h[9] & PNG_COLOR_MASK_ALPHA) ? 32 : 24))
             return nullptr;
+    }
+    if (animated(data)) {
+        error = "animated PNG: use flairize video to render every frame";
+        return nullptr;
     }
     PngSource src{data.data(), data.size(), 0};
     NewDib out;
@@ -123,7 +161,8 @@ HGLOBAL readPng(const std::vector<unsigned char>& data, Reading& in) {
     rowPointers.resize(height);
     for (png_uint_32 y = 0; y < height; ++y) rowPointers[y] = out.pixels + std::size_t(height - 1 - y) * out.stride;
     png_read_image(r.png, rowPointers.data());
-    png_read_end(r.png, nullptr);
+    png_read_end(r.png, r.info);   // an eXIf chunk may follow the picture data
+    keepMetadata(r.png, r.info, in.metadata);
     return out.release();
 }
 
@@ -149,12 +188,13 @@ void pngFlush(png_structp) {}
 
 }  // namespace
 
-bool writePng(int fd, const dib::Source& pic, const WriteOptions&, std::string& error) {
+bool writePng(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out) {
+    std::string& error = out.error;
     PngWriter w;
     w.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &error, pngError, pngWarning);
-    if (!w.png) return false;
+    if (!w.png) return out.noMemory();
     w.info = png_create_info_struct(w.png);
-    if (!w.info) return false;
+    if (!w.info) return out.noMemory();
     const dib::Layout& l = pic.layout();
     std::vector<png_color> palette;
     if (setjmp(png_jmpbuf(w.png))) return false;
@@ -172,6 +212,19 @@ bool writePng(int fd, const dib::Source& pic, const WriteOptions&, std::string& 
         }
         png_set_PLTE(w.png, w.info, palette.data(), int(palette.size()));
     }
+    if (const Metadata* m = options.metadata) {
+        // A profile libpng finds wrong for the picture is left out with a warning, not an error.
+        png_set_benign_errors(w.png, 1);
+        if (!m->icc.empty())
+            png_set_iCCP(w.png, w.info, "ICC profile", PNG_COMPRESSION_TYPE_BASE, m->icc.data(),
+                         png_uint_32(m->icc.size()));
+        if (!m->exif.empty()) png_set_eXIf_1(w.png, w.info, png_uint_32(m->exif.size()), const_cast<png_bytep>(m->exif.data()));
+        if (hasResolution(*m)) {
+            const double perMetre = m->unit == ResolutionUnit::Inch ? 100 / 2.54 : 100;
+            png_set_pHYs(w.png, w.info, png_uint_32(m->xResolution * perMetre + 0.5),
+                         png_uint_32(m->yResolution * perMetre + 0.5), PNG_RESOLUTION_METER);
+        }
+    }
     // Speed first: the left-neighbour filter with run-length deflate costs little
     // on any picture and still packs flat and smooth areas well; noise, which no
     // setting packs, goes through without a costly search for matches.
@@ -182,7 +235,7 @@ bool writePng(int fd, const dib::Source& pic, const WriteOptions&, std::string& 
     png_write_info(w.png, w.info);
     if (l.bitCount != 8) png_set_bgr(w.png);
     for (std::uint32_t y = l.height; y-- > 0;) png_write_row(w.png, const_cast<png_bytep>(pic.row(y)));
-    png_write_end(w.png, w.info);
+    png_write_end(w.png, nullptr);   // with the info, libpng would write the eXIf chunk a second time
     return true;
 }
 

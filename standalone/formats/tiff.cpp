@@ -1,11 +1,14 @@
 // TIFF through libtiff, read from memory and written through the output's
-// file descriptor; deflate-compressed RGB(A) or palette strips are written.
+// file descriptor; deflate-compressed RGB(A) or palette strips are written,
+// with the colour profile and resolution tags. EXIF data is read through
+// Exiv2.
 #include <tiffio.h>
 
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include <sys/stat.h>
@@ -81,6 +84,39 @@ toff_t tiffFdSize(thandle_t h) {
     return ::fstat(*static_cast<int*>(h), &st) == 0 ? toff_t(st.st_size) : 0;
 }
 
+// A file made in memory, for EXIF data to be added before it goes out.
+struct TiffBuffer {
+    std::vector<unsigned char> bytes;
+    toff_t pos = 0;
+};
+tmsize_t tiffBufferRead(thandle_t h, void* buf, tmsize_t n) {
+    auto* b = static_cast<TiffBuffer*>(h);
+    if (n <= 0 || b->pos >= b->bytes.size()) return 0;
+    const toff_t count = std::min<toff_t>(toff_t(n), b->bytes.size() - b->pos);
+    std::memcpy(buf, b->bytes.data() + b->pos, count);
+    b->pos += count;
+    return tmsize_t(count);
+}
+tmsize_t tiffBufferWrite(thandle_t h, void* buf, tmsize_t n) {
+    auto* b = static_cast<TiffBuffer*>(h);
+    if (n < 0) return -1;
+    try {
+        if (b->pos + toff_t(n) > b->bytes.size()) b->bytes.resize(std::size_t(b->pos + toff_t(n)));
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
+    std::memcpy(b->bytes.data() + b->pos, buf, std::size_t(n));
+    b->pos += toff_t(n);
+    return n;
+}
+toff_t tiffBufferSeek(thandle_t h, toff_t off, int whence) {
+    auto* b = static_cast<TiffBuffer*>(h);
+    const toff_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? b->pos : b->bytes.size();
+    b->pos = base + off;
+    return b->pos;
+}
+toff_t tiffBufferSize(thandle_t h) { return static_cast<TiffBuffer*>(h)->bytes.size(); }
+
 struct Tiff {
     TIFF* tif = nullptr;
     TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
@@ -98,6 +134,25 @@ struct Tiff {
 void unpremultiply(unsigned char* bgra) {
     const unsigned a = bgra[3];
     for (int c = 0; c < 3; ++c) bgra[c] = a ? std::uint8_t(std::min(255u, (bgra[c] * 255u + a / 2) / a)) : 0;
+}
+
+void keepMetadata(TIFF* tif, const std::vector<unsigned char>& data, Metadata& metadata) {
+    std::uint32_t iccSize = 0;
+    void* icc = nullptr;
+    if (TIFFGetField(tif, TIFFTAG_ICCPROFILE, &iccSize, &icc) && icc) {
+        const auto* bytes = static_cast<const unsigned char*>(icc);
+        metadata.icc.assign(bytes, bytes + iccSize);
+    }
+    float x = 0, y = 0;
+    std::uint16_t unit = RESUNIT_NONE;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_RESOLUTIONUNIT, &unit);
+    if (TIFFGetField(tif, TIFFTAG_XRESOLUTION, &x) && TIFFGetField(tif, TIFFTAG_YRESOLUTION, &y) &&
+        (unit == RESUNIT_INCH || unit == RESUNIT_CENTIMETER)) {
+        metadata.xResolution = x;
+        metadata.yResolution = y;
+        metadata.unit = unit == RESUNIT_INCH ? ResolutionUnit::Inch : ResolutionUnit::Centimetre;
+    }
+    metadata.exif = exifOfTiff(data);
 }
 
 }  // namespace
@@ -140,6 +195,7 @@ HGLOBAL readTiff(const std::vector<unsigned char>& data, Reading& in) {
         error = "unsupported picture size";
         return nullptr;
     }
+    keepMetadata(t.tif, data, in.metadata);
     const bool alpha = extraCount > 0 && (extra[0] == EXTRASAMPLE_ASSOCALPHA || extra[0] == EXTRASAMPLE_UNASSALPHA);
     const bool premultiplied = alpha && extra[0] == EXTRASAMPLE_ASSOCALPHA;
     const int colours = photometric == PHOTOMETRIC_RGB ? 3 : 1;
@@ -225,12 +281,18 @@ HGLOBAL readTiff(const std::vector<unsigned char>& data, Reading& in) {
     return out.release();
 }
 
-bool writeTiff(int fd, const dib::Source& pic, const WriteOptions&, std::string& error) {
+bool writeTiff(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out) {
+    std::string& error = out.error;
     const dib::Layout& l = pic.layout();
     Tiff t(error);
     int handle = fd;
-    t.tif = TIFFClientOpenExt("tiff", "w", &handle, tiffFdRead, tiffFdWrite, tiffFdSeek, tiffNoClose, tiffFdSize,
-                              tiffNoMap, tiffNoUnmap, t.options);
+    // With EXIF data the file is made in memory, and Exiv2 adds it there.
+    const bool withExif = options.metadata && !options.metadata->exif.empty();
+    TiffBuffer buffer;
+    t.tif = withExif ? TIFFClientOpenExt("tiff", "w", &buffer, tiffBufferRead, tiffBufferWrite, tiffBufferSeek,
+                                         tiffNoClose, tiffBufferSize, tiffNoMap, tiffNoUnmap, t.options)
+                     : TIFFClientOpenExt("tiff", "w", &handle, tiffFdRead, tiffFdWrite, tiffFdSeek, tiffNoClose,
+                                         tiffFdSize, tiffNoMap, tiffNoUnmap, t.options);
     if (!t.tif) {
         if (error.empty()) error = "cannot start the TIFF writer";
         return false;
@@ -246,6 +308,14 @@ bool writeTiff(int fd, const dib::Source& pic, const WriteOptions&, std::string&
     TIFFSetField(t.tif, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
     if (!palette) TIFFSetField(t.tif, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
     TIFFSetField(t.tif, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(t.tif, 0));
+    if (const Metadata* m = options.metadata) {
+        if (!m->icc.empty()) TIFFSetField(t.tif, TIFFTAG_ICCPROFILE, std::uint32_t(m->icc.size()), m->icc.data());
+        if (hasResolution(*m)) {
+            TIFFSetField(t.tif, TIFFTAG_XRESOLUTION, float(m->xResolution));
+            TIFFSetField(t.tif, TIFFTAG_YRESOLUTION, float(m->yResolution));
+            TIFFSetField(t.tif, TIFFTAG_RESOLUTIONUNIT, m->unit == ResolutionUnit::Inch ? RESUNIT_INCH : RESUNIT_CENTIMETER);
+        }
+    }
     if (samples == 4) {
         const std::uint16_t extra[1] = {EXTRASAMPLE_UNASSALPHA};
         TIFFSetField(t.tif, TIFFTAG_EXTRASAMPLES, 1, extra);
@@ -276,7 +346,10 @@ bool writeTiff(int fd, const dib::Source& pic, const WriteOptions&, std::string&
     }
     TIFFClose(t.tif);
     t.tif = nullptr;
-    return error.empty();
+    if (!error.empty()) return false;
+    if (!withExif) return true;
+    addExifToTiff(buffer.bytes, options.metadata->exif);   // without it where Exiv2 cannot add it
+    return writeAll(fd, buffer.bytes.data(), buffer.bytes.size(), error);
 }
 
 }  // namespace pictures

@@ -1,7 +1,10 @@
 // WebP through libwebp: still pictures are read, with or without alpha;
-// written lossless unless a quality is given.
+// written lossless unless a quality is given. The colour profile (ICCP) and
+// EXIF data (EXIF) are read with the demuxer and written with the muxer.
 #include <webp/decode.h>
+#include <webp/demux.h>
 #include <webp/encode.h>
+#include <webp/mux.h>
 
 #include <cstring>
 #include <vector>
@@ -22,6 +25,53 @@ int webpWrite(const std::uint8_t* data, std::size_t size, const WebPPicture* pic
     return writeAll(sink->fd, data, size, *sink->error) ? 1 : 0;
 }
 
+// The ICCP and EXIF chunks of an extended file.
+void keepMetadata(const std::vector<unsigned char>& data, Metadata& metadata) {
+    const WebPData file{data.data(), data.size()};
+    WebPDemuxer* demux = WebPDemux(&file);
+    if (!demux) return;
+    WebPChunkIterator chunk;
+    if (WebPDemuxGetChunk(demux, "ICCP", 1, &chunk))
+        metadata.icc.assign(chunk.chunk.bytes, chunk.chunk.bytes + chunk.chunk.size);
+    WebPDemuxReleaseChunkIterator(&chunk);
+    if (WebPDemuxGetChunk(demux, "EXIF", 1, &chunk)) {
+        const std::uint8_t* exif = chunk.chunk.bytes;
+        std::size_t size = chunk.chunk.size;
+        if (size >= 6 && std::memcmp(exif, "Exif\0\0", 6) == 0) exif += 6, size -= 6;   // some writers keep JPEG's prefix
+        metadata.exif.assign(exif, exif + size);
+    }
+    WebPDemuxReleaseChunkIterator(&chunk);
+    WebPDemuxDelete(demux);
+}
+
+bool outOfMemory(WebPEncodingError code) {
+    return code == VP8_ENC_ERROR_OUT_OF_MEMORY || code == VP8_ENC_ERROR_BITSTREAM_OUT_OF_MEMORY;
+}
+
+// The encoded picture with the metadata's chunks, through the muxer.
+bool writeWithMetadata(int fd, const WebPMemoryWriter& encoded, const Metadata& metadata, Writing& out) {
+    WebPMux* mux = WebPMuxNew();
+    if (!mux) return out.noMemory();
+    const WebPData image{encoded.mem, encoded.size};
+    const WebPData icc{metadata.icc.data(), metadata.icc.size()};
+    const WebPData exif{metadata.exif.data(), metadata.exif.size()};
+    WebPMuxError status = WebPMuxSetImage(mux, &image, 0);
+    if (status == WEBP_MUX_OK && icc.size) status = WebPMuxSetChunk(mux, "ICCP", &icc, 0);
+    if (status == WEBP_MUX_OK && exif.size) status = WebPMuxSetChunk(mux, "EXIF", &exif, 0);
+    WebPData assembled{nullptr, 0};
+    if (status == WEBP_MUX_OK) status = WebPMuxAssemble(mux, &assembled);
+    WebPMuxDelete(mux);
+    bool written = false;
+    if (status == WEBP_MUX_MEMORY_ERROR)
+        out.noMemory();
+    else if (status != WEBP_MUX_OK)
+        out.error = "cannot add the colour profile or EXIF data to the WebP file";
+    else
+        written = writeAll(fd, assembled.bytes, assembled.size, out.error);
+    WebPDataClear(&assembled);
+    return written;
+}
+
 }  // namespace
 
 bool isWebP(const unsigned char* data, std::size_t size) {
@@ -40,7 +90,7 @@ HGLOBAL readWebP(const std::vector<unsigned char>& data, Reading& in) {
         return nullptr;
     }
     if (config.input.has_animation) {
-        error = "animated WebP files are not supported";
+        error = "animated WebP: use flairize video to render every frame";
         return nullptr;
     }
     const int width = config.input.width, height = config.input.height;
@@ -67,10 +117,12 @@ HGLOBAL readWebP(const std::vector<unsigned char>& data, Reading& in) {
         error = status == VP8_STATUS_NOT_ENOUGH_DATA ? "file is truncated" : "damaged WebP data";
         return nullptr;
     }
+    keepMetadata(data, in.metadata);
     return out.release();
 }
 
-bool writeWebP(int fd, const dib::Source& pic, const WriteOptions& options, std::string& error) {
+bool writeWebP(int fd, const dib::Source& pic, const WriteOptions& options, Writing& out) {
+    std::string& error = out.error;
     const int quality = options.quality;
     const dib::Layout& l = pic.layout();
     if (l.width > kWebPMaxSide || l.height > kWebPMaxSide) {
@@ -94,15 +146,26 @@ bool writeWebP(int fd, const dib::Source& pic, const WriteOptions& options, std:
                                       : WebPPictureImportBGR(&picture, rows.top, int(rows.down));
     if (!ok) {
         WebPPictureFree(&picture);
-        error = "not enough memory for the WebP encoder";
-        return false;
+        return out.noMemory();
     }
+    // With a profile or EXIF data the file is made in memory, for the muxer;
+    // otherwise it goes out as it is encoded.
+    const bool withMetadata = options.metadata && (!options.metadata->icc.empty() || !options.metadata->exif.empty());
     WebPSink sink{fd, &error};
-    picture.writer = webpWrite;
-    picture.custom_ptr = &sink;
-    const bool encoded = WebPEncode(&config, &picture) != 0;
-    if (!encoded && error.empty()) error = "WebP encoding failed (error " + std::to_string(int(picture.error_code)) + ")";
+    WebPMemoryWriter memory;
+    WebPMemoryWriterInit(&memory);
+    picture.writer = withMetadata ? WebPMemoryWrite : webpWrite;
+    picture.custom_ptr = withMetadata ? static_cast<void*>(&memory) : static_cast<void*>(&sink);
+    bool encoded = WebPEncode(&config, &picture) != 0;
+    const WebPEncodingError code = picture.error_code;
     WebPPictureFree(&picture);
+    if (!encoded && outOfMemory(code)) {
+        WebPMemoryWriterClear(&memory);
+        return out.noMemory();
+    }
+    if (!encoded && error.empty()) error = "WebP encoding failed (error " + std::to_string(int(code)) + ")";
+    if (encoded && withMetadata) encoded = writeWithMetadata(fd, memory, *options.metadata, out);
+    WebPMemoryWriterClear(&memory);
     return encoded;
 }
 

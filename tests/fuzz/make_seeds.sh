@@ -2,7 +2,7 @@
 # Writes small valid inputs for every fuzz target, so the fuzzers start from
 # real formats:  make_seeds.sh FLAIRIZE_BIN OUTDIR
 # OUTDIR/<target>/ gets pictures in every format the command reads (BMP at 8,
-# 24 and 32 bits, PNG, JPEG, WebP, TIFF; made by ffmpeg, WebP by flairize),
+# 24 and 32 bits, PNG, JPEG, WebP, TIFF, GIF; made by ffmpeg, WebP by flairize),
 # settings blocks, a tiny video, and the engine's, plug-in's and frei0r
 # targets' inputs built around those pictures.
 set -euo pipefail
@@ -31,6 +31,7 @@ ff "${src[@]}" -pix_fmt yuvj420p -q:v 5 "$p/yuv420.jpg"
 ff "${src[@]}" -pix_fmt gray "$p/gray.jpg"
 ff "${src[@]}" -pix_fmt rgb24 "$p/rgb.tif"
 ff "${alpha[@]}" -pix_fmt rgba -compression_algo deflate "$p/rgba.tif"
+ff "${src[@]}" -vf "split[a][b];[a]palettegen=max_colors=16[pal];[b][pal]paletteuse" "$p/pal.gif"
 "$flairize" render "$p/rgb.png" "$p/lossless.webp" --effect solarize >/dev/null
 "$flairize" render "$p/rgba.png" "$p/lossy.webp" --quality 60 --effect solarize >/dev/null
 

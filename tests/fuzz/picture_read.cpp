@@ -1,5 +1,5 @@
 // Every picture reader of the flairize command through pictures::read, which
-// tells BMP, PNG, JPEG, WebP and TIFF by their first bytes: the input becomes a
+// tells BMP, PNG, JPEG, WebP, TIFF and GIF by their first bytes: the input becomes a
 // file and is read. A picture read is one the engine accepts as a source.
 // Pictures whose headers claim more than 256 pixels either way are refused
 // here, before reading, so each run stays fast.
@@ -49,6 +49,11 @@ bool claimedSize(const std::string& path, const std::uint8_t* d, std::size_t n, 
         tjDestroy(tj);
         width = w, height = h;
         return known;
+    }
+    if (n >= 10 && d[0] == 'G' && d[1] == 'I' && d[2] == 'F') {   // the screen; none: a frame of any size
+        width = d[6] | d[7] << 8, height = d[8] | d[9] << 8;
+        if (!width || !height) width = height = 65535;
+        return true;
     }
     int w = 0, h = 0;
     if (WebPGetInfo(d, n, &w, &h)) {
