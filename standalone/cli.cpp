@@ -29,6 +29,7 @@
 #include "standalone/colour_names.h"
 #include "standalone/edit.h"
 #include "standalone/help.h"
+#include "standalone/messages.h"
 #include "standalone/json_writer.h"
 #include "standalone/output_file.h"
 #include "standalone/picture_io.h"
@@ -61,18 +62,11 @@ bool printOut(const std::string& text) {
     return false;
 }
 
-// --quiet and --verbose: what the command says besides its errors.
-struct Messages {
-    bool quiet = false;
-    bool verbose = false;
-};
-Messages messages;
-
 void warning(const std::string& text) {
-    if (!messages.quiet) std::fprintf(stderr, "flairize: warning: %s\n", text.c_str());
+    if (!notices::quiet) std::fprintf(stderr, "flairize: warning: %s\n", text.c_str());
 }
 void note(const std::string& text) {
-    if (messages.verbose && !messages.quiet) std::fprintf(stderr, "flairize: %s\n", text.c_str());
+    if (notices::verbose && !notices::quiet) std::fprintf(stderr, "flairize: %s\n", text.c_str());
 }
 
 std::string fileSize(const std::string& path) {
@@ -282,7 +276,7 @@ Options parse(int argc, char** argv, const CommandHelp& command) {
         o.given.push_back(arg);
         const std::pair<const char*, bool*> switches[] = {
             {"--filter-only", &o.filterOnly}, {"--tsv", &o.tsv},           {"--json", &o.json},
-            {"--quiet", &messages.quiet},     {"--verbose", &messages.verbose}, {"--no-overwrite", &o.noOverwrite},
+            {"--quiet", &notices::quiet},     {"--verbose", &notices::verbose}, {"--no-overwrite", &o.noOverwrite},
             {"--recursive", &o.recursive}, {"--keep-going", &o.keepGoing},
             {"--no-auto-orient", &o.keepOrientation}};
         bool* flag = nullptr;
@@ -470,7 +464,7 @@ struct Picture {
 
 // --verbose: "read a.jpg (1920 x 1080, 24-bit, 612.3 KiB)"
 void noteRead(const std::string& path, HGLOBAL picture) {
-    if (!messages.verbose) return;
+    if (!notices::verbose) return;
     BITMAPINFOHEADER h;
     std::memcpy(&h, plat::globalLock(picture), sizeof h);
     plat::globalUnlock(picture);
@@ -549,7 +543,7 @@ HGLOBAL pictureOf(const flairize::Result& r, const std::string& input) {
 
 // A progress bar on stderr, shown only on a terminal.
 struct ProgressBar {
-    bool enabled = isatty(STDERR_FILENO) != 0 && !messages.quiet;
+    bool enabled = isatty(STDERR_FILENO) != 0 && !notices::quiet;
     void show(double fraction, const std::string& label) const {
         if (!enabled) return;
         const int width = 30, filled = static_cast<int>(fraction * width);
@@ -776,7 +770,7 @@ int renderBatch(const Options& o) {
         if (p.status == 0) ++written;
         if (p.status == 2 || (p.status == 1 && status == 0)) status = p.status;
     }
-    if (!messages.quiet)
+    if (!notices::quiet)
         std::fprintf(stderr, "rendered %ld of %ld picture%s into %s/%s\n", written, count, count == 1 ? "" : "s",
                      o.outputDir.c_str(),
                      written == count ? "" : (" (" + std::to_string(count - written) + " failed)").c_str());

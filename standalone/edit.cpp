@@ -1,4 +1,5 @@
 #include "standalone/edit.h"
+#include "standalone/messages.h"
 
 #include <atomic>
 #include <cctype>
@@ -107,7 +108,7 @@ struct Site {
 // Idle connections and requests that never finish are closed after this long.
 constexpr unsigned kConnectionTimeoutSeconds = 10;
 
-void warn(const std::string& text) { std::fprintf(stderr, "flairize: warning: %s\n", text.c_str()); }
+void warn(const std::string& text) { notices::say("warning: %s\n", text.c_str()); }
 
 MHD_Result queue(MHD_Connection* c, unsigned code, MHD_Response* r, const char* type) {
     MHD_add_response_header(r, MHD_HTTP_HEADER_CONTENT_TYPE, type);

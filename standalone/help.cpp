@@ -210,8 +210,9 @@ std::string mainHelp() {
     s += "\n`flairize COMMAND --help` shows a command's options; `flairize --version` the version.\n\n";
     s += effectOptions();
     s += "\nExit status: 0 success; 1 the render failed, out of memory always with the one\n"
-         "message \"Not enough memory to complete operation\"; 2 bad input (a picture over\n"
-         "--max-pixels or --max-memory included), bad usage, or an output that cannot be written.\n";
+         "message \"Not enough memory to complete operation\", or standard output closed\n"
+         "by its reader; 2 bad input (a picture over --max-pixels or --max-memory\n"
+         "included), bad usage, or an output file that cannot be written.\n";
     return s;
 }
 

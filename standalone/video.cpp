@@ -56,6 +56,7 @@ extern "C" {
 #include "standalone/video_encoder.h"
 #include "standalone/video_streams.h"
 #include "standalone/video_support.h"
+#include "standalone/messages.h"
 
 namespace video {
 namespace {
@@ -398,7 +399,7 @@ struct Scalers {
 
 // "frame 12/300  41.5 fps  0:07 left", redrawn at most four times a second, on a terminal only.
 struct ProgressLine {
-    bool enabled = ::isatty(STDERR_FILENO) != 0;
+    bool enabled = ::isatty(STDERR_FILENO) != 0 && !notices::quiet;
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now(), shown{};
     void show(long done, long total, bool last) {
         if (!enabled) return;
@@ -651,7 +652,7 @@ void Setup::openEncoder() {
     setColourTags(enc.get(), inVideo->codecpar, !(decodedLayout->flags & AV_PIX_FMT_FLAG_RGB));
     hdrTransfer = hdrTransferOf(inVideo->codecpar);
     if (hdrTransfer)
-        std::fprintf(stderr, "flairize: note: %s: HDR (%s) input written as 8-bit SDR, BT.709\n", job.input.c_str(),
+        notices::say("note: %s: HDR (%s) input written as 8-bit SDR, BT.709\n", job.input.c_str(),
                      hdrTransfer);
     if (format->flags & AVFMT_GLOBALHEADER) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     // The encoder's own threads: --codec-threads, else FFmpeg's choice for the machine; never
@@ -683,8 +684,8 @@ bool Setup::openOutput(bool asTheyAre) {
     out->pb = outputStream();
     if ((r = avformat_write_header(out.get(), nullptr)) >= 0) return true;
     if (!copies) fail(2, job.output + ": " + avError(r));
-    std::fprintf(stderr,
-                 "flairize: %s: the %s container refuses the streams as they are (%s); the audio is transcoded and "
+    notices::say(
+                 "%s: the %s container refuses the streams as they are (%s); the audio is transcoded and "
                  "the other streams are left out\n",
                  job.output.c_str(), format->name, avError(r).c_str());
     return false;
@@ -986,10 +987,10 @@ void Pipeline::finish() {
     if (!setup_.file.commit(error)) fail(2, job_.output + ": " + error);
     progress_.show(encodedFrames_, setup_.frames, true);
     if (damagedFrames_)
-        std::fprintf(stderr, "flairize: %s: %s; wrote %ld of %ld frames\n", job_.input.c_str(), firstDamage_.c_str(),
+        notices::say("%s: %s; wrote %ld of %ld frames\n", job_.input.c_str(), firstDamage_.c_str(),
                      encodedFrames_, decodedFrames_);
     else if (setup_.frames && encodedFrames_ != setup_.frames)
-        std::fprintf(stderr, "flairize: %s: %ld frames were %s but %ld decoded\n", job_.input.c_str(), setup_.frames,
+        notices::say("%s: %ld frames were %s but %ld decoded\n", job_.input.c_str(), setup_.frames,
                      setup_.counted ? "counted" : "given", encodedFrames_);
 }
 

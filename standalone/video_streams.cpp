@@ -18,6 +18,7 @@ extern "C" {
 #include <new>
 
 #include "standalone/video_support.h"
+#include "standalone/messages.h"
 
 namespace video {
 namespace {
@@ -428,12 +429,12 @@ Streams::Streams(const AVFormatContext* in, int video, AVFormatContext* out, Pla
         }
         if (!copy && !encoder) {
             if (asTheyAre)
-                std::fprintf(stderr, "flairize: %s: the %s container does not take %s; it is left out\n",
+                notices::say("%s: the %s container does not take %s; it is left out\n",
                              output.c_str(), format->name, what.c_str());
             else if (p->codec_type != AVMEDIA_TYPE_AUDIO)
-                std::fprintf(stderr, "flairize: %s: %s is left out\n", output.c_str(), what.c_str());
+                notices::say("%s: %s is left out\n", output.c_str(), what.c_str());
             else
-                std::fprintf(stderr, "flairize: %s: no encoder the %s container takes for %s; it is left out\n",
+                notices::say("%s: no encoder the %s container takes for %s; it is left out\n",
                              output.c_str(), format->name, what.c_str());
             continue;
         }
@@ -453,7 +454,7 @@ Streams::Streams(const AVFormatContext* in, int video, AVFormatContext* out, Pla
                 transcoders_[s] = std::make_unique<AudioTranscoder>(i, encoder, out, o, where);
             else
                 transcoders_[s] = std::make_unique<SubtitleTranscoder>(i, encoder, o, where);
-            std::fprintf(stderr, "flairize: note: %s: the %s container does not take %s; it is written as %s\n",
+            notices::say("note: %s: the %s container does not take %s; it is written as %s\n",
                          output.c_str(), format->name, what.c_str(), avcodec_get_name(encoder->id));
         }
         map_[s] = o->index;

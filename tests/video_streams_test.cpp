@@ -288,4 +288,8 @@ TEST(VideoStreams, ColourTagsMatchTheFrames) {
         EXPECT_EQ(r.err, c.note ? std::string("flairize: note: ") + d + "/" + c.in + ": " + c.note + "\n" : "");
         EXPECT_EQ(probe(out, "stream=pix_fmt,color_range,color_space,color_transfer,color_primaries"), c.tags);
     }
+    // --quiet keeps the note to itself, and nothing else changes.
+    const CommandRun quiet = command("video " + d + "/pq.mkv " + d + "/quiet.mp4 --effect solarize --quiet");
+    EXPECT_EQ(quiet.status, 0);
+    EXPECT_EQ(quiet.err, "");
 }
