@@ -30,7 +30,13 @@ static_assert(std::atomic<int>::is_always_lock_free, "the signal handler needs l
 
 const int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
+// Temporaries being made and not yet registered. Their threads block the
+// signals meanwhile, but another thread may take one: it waits for them.
+std::atomic<int> g_opening{0};
+
 extern "C" void removeTemporaries(int sig) {
+    while (g_opening.load(std::memory_order_acquire) != 0) {
+    }
     for (Slot& s : g_slots)
         if (s.state.load(std::memory_order_acquire) == 2) ::unlink(s.name);
     // Die of the signal as if it had not been caught; it is delivered when the
@@ -148,17 +154,20 @@ bool File::open(const std::string& path, std::string& error) {
     struct stat st {};
     mode_ = ::stat(target_.c_str(), &st) == 0 ? (st.st_mode & 07777) : (0666 & ~g_umask);
     std::string temp = target_ + ".XXXXXX";
-    // No signal between making the temporary and registering it.
+    // No signal between making the temporary and registering it: blocked in
+    // this thread, waited out in any other.
     sigset_t block, old;
     sigemptyset(&block);
     for (int sig : kSignals) sigaddset(&block, sig);
     pthread_sigmask(SIG_BLOCK, &block, &old);
+    g_opening.fetch_add(1, std::memory_order_acq_rel);
     fd_ = ::mkstemp(temp.data());
     const int openError = errno;
     if (fd_ >= 0) {
         temp_ = temp;
         slot_ = registerName(temp_);
     }
+    g_opening.fetch_sub(1, std::memory_order_acq_rel);
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
     if (fd_ < 0) {
         error = std::strerror(openError);
