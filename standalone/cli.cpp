@@ -1000,7 +1000,7 @@ int cmdSettings(int argc, char** argv) {
             .member("effect", unsigned(written.effect))
             .member("slug", flairize::effectSlug(written.effect))
             .member("name", flairize::effectName(written.effect))
-            .member("progress", written.progress)
+            .member("progress", std::uint32_t(written.progress))   // a copy: the record is packed
             .key("sliders")
             .beginArray();
         const std::uint16_t values[3] = {written.param1, written.param2, written.param3};
@@ -1013,9 +1013,9 @@ int cmdSettings(int argc, char** argv) {
                 .endObject();
         json.endArray()
             .member("direction", plat::loadString(ids::kFirstDirection + (written.direction & 3)))
-            .member("direction_field", written.direction)
+            .member("direction_field", std::uint32_t(written.direction))
             .member("colour", hexColour(written.colour))
-            .member("colorref", written.colour)
+            .member("colorref", std::uint32_t(written.colour))
             .endObject();
         std::fputs((json.text() + "\n").c_str(), stdout);
     }
