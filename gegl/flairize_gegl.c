@@ -193,10 +193,12 @@ static void flairize_class_init(gpointer klass, gpointer class_data) {
                             "--progress)",
                             0, 16384, 16384, 0, 16384, 1.0, flags));
 
+    /* GEGL keeps the name's pointer: an interned string lives as long as the class. */
     gchar* name = g_strconcat("flairize:", flairize_effect_slug(effect), NULL);
-    gegl_operation_class_set_keys(operation_class, "name", name, "title", flairize_effect_name(effect), "categories",
-                                  "artistic", "description", flairize_effect_description(effect), NULL);
+    const gchar* kept_name = g_intern_string(name);
     g_free(name);
+    gegl_operation_class_set_keys(operation_class, "name", kept_name, "title", flairize_effect_name(effect),
+                                  "categories", "artistic", "description", flairize_effect_description(effect), NULL);
 }
 
 static void flairize_instance_init(GTypeInstance* instance, gpointer klass) {

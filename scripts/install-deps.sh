@@ -23,6 +23,7 @@ required=(build-essential cmake pkg-config libpng-dev libjpeg62-turbo-dev libtur
           libtbb-dev libavformat-dev libavcodec-dev libswscale-dev libswresample-dev libavutil-dev libmicrohttpd-dev
           libgif-dev libexiv2-dev)
 optional=(frei0r-plugins-dev emscripten)   # emscripten: the web editor's site
+optional+=(libgegl-dev)                   # the GEGL module, built only when gegl-0.4 is found
 if [ $tests -eq 1 ]; then
   required+=(libgtest-dev nettle-dev python3)   # python3: the tests read the JSON output with it
   optional+=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
@@ -31,6 +32,7 @@ if [ $tests -eq 1 ]; then
              gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-bad
              clang libclang-rt-dev   # libFuzzer, for scripts/fuzz.sh
              chromium curl)          # the web editor's browser test, flairize edit's test
+  optional+=(gegl)                         # the gegl command: the GEGL module's test
   # Node and npm run the web editor's tests. A node from elsewhere (nodesource's
   # nodejs bundles npm) is kept: only what is missing is asked for.
   installed nodejs || command -v node >/dev/null || optional+=(nodejs)
