@@ -22,8 +22,8 @@ installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install o
 required=(build-essential cmake pkg-config libpng-dev libjpeg62-turbo-dev libturbojpeg0-dev libwebp-dev libtiff-dev
           libtbb-dev libavformat-dev libavcodec-dev libswscale-dev libswresample-dev libavutil-dev libmicrohttpd-dev
           libgif-dev libexiv2-dev)
-optional=(frei0r-plugins-dev emscripten   # emscripten: the web editor's site
-          libgimp2.0-dev)              # the GIMP plug-in
+# emscripten: the web editor's site; the GIMP plug-in and the GEGL module are built only where these are found.
+optional=(frei0r-plugins-dev emscripten libgimp2.0-dev libgegl-dev)
 if [ $tests -eq 1 ]; then
   required+=(libgtest-dev nettle-dev python3)   # python3: the tests read the JSON output with it
   optional+=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
@@ -32,7 +32,7 @@ if [ $tests -eq 1 ]; then
              gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-bad
              clang libclang-rt-dev   # libFuzzer, for scripts/fuzz.sh
              chromium curl           # the web editor's browser test, flairize edit's test
-             gimp)                   # the GIMP plug-in's test (gimp-console-2.10)
+             gimp gegl)              # gimp-console-2.10 and the gegl command: the editors' tests
   # Node and npm run the web editor's tests. A node from elsewhere (nodesource's
   # nodejs bundles npm) is kept: only what is missing is asked for.
   installed nodejs || command -v node >/dev/null || optional+=(nodejs)
