@@ -30,6 +30,7 @@ if [ $tests -eq 1 ]; then
              g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
              python3-pefile xvfb xauth wine wine64 wine32:i386 ffmpeg melt
              gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-bad
+             gstreamer1.0-plugins-good gstreamer1.0-libav   # the GStreamer example in docs/video-hosts.md
              clang libclang-rt-dev   # libFuzzer, for scripts/fuzz.sh
              chromium curl           # the web editor's browser test, flairize edit's test
              gimp gegl)              # gimp-console-2.10 and the gegl command: the editors' tests

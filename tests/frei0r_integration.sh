@@ -7,13 +7,15 @@
 # melt: a 97x61 picture for ten frames, Progress keyframed 0 to 1; frame i must
 #   equal the render at progress round(i * 16384 / 9).
 # gstreamer: one 97x61 frame per effect through gst-launch-1.0, its sliders,
-#   Progress and colour set as the element's properties.
+#   Progress and colour set as the element's properties; then the example in
+#   docs/video-hosts.md as written there, which must encode every frame.
 # Exit status: 0 all equal, 1 a difference or failure, 77 the host is missing (a skip).
 set -u
 
 [ $# -eq 4 ] || { echo "usage: $0 ffmpeg|melt|gstreamer FLAIRIZE PLUGIN_DIR WORK_DIR" >&2; exit 1; }
 host=$1 work=$4
 flairize=$(realpath "$2") plugins=$(realpath "$3")
+docs=$(realpath "$(dirname "$0")/../docs/video-hosts.md")
 
 skip() { echo "SKIP: $*"; exit 77; }
 die() { echo "FAIL: $*"; exit 1; }
@@ -121,6 +123,23 @@ elif [ "$host" = gstreamer ]; then
     flairize_frame in0.png "${options[@]}"
     same_frame out.raw 0 expect.raw || die "$name: GStreamer's frame with ${properties[*]} differs from flairize render ${options[*]}"
   done
+  # The example in docs/video-hosts.md, run as written there on a short H.264 clip.
+  example=$(awk '/^gst-launch-1.0 filesrc location=clip.mp4/ { on = 1 } on { print } on && /filesink/ { exit }' "$docs")
+  [ -n "$example" ] || die "$docs has no gst-launch-1.0 example reading clip.mp4"
+  missing=
+  ffmpeg -hide_banner -encoders 2>/dev/null | grep -q libx264 || missing+=" ffmpeg's libx264"
+  for element in avdec_h264 vp8enc webmmux; do
+    gst-inspect-1.0 "$element" >/dev/null 2>&1 || missing+=" $element"
+  done
+  if [ -n "$missing" ]; then
+    echo "NOTE: the example in docs/video-hosts.md is not run: missing$missing (gstreamer1.0-libav, gstreamer1.0-plugins-good)"
+  else
+    ffmpeg -hide_banner -v error -f lavfi -i testsrc2=size=160x90:rate=25 -frames:v 10 -c:v libx264 -pix_fmt yuv420p \
+      -y clip.mp4 || die "ffmpeg could not make clip.mp4"
+    bash -c "$example" >host.log 2>&1 || die "the example in docs/video-hosts.md failed: $example: $(cat host.log)"
+    frames=$(ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames -of csv=p=0 out.webm)
+    [ "$frames" = 10 ] || die "the example in docs/video-hosts.md wrote ${frames:-no} frames to out.webm, not 10"
+  fi
 else
   W=97 H=61 N=10
   make_source ${W}x${H} 1

@@ -22,7 +22,7 @@ LAYERS = [
     ["hostops"],
     ["host"],                        # FLAIR.dll's exports
     ["editor"],                      # FLAIR.dll's dialog, above its exports
-    ["standalone", "frei0r", "web", "libflairize", "include", "gimp", "gegl"],
+    ["standalone", "frei0r", "web", "libflairize", "include", "gimp", "gegl", "kdenlive"],
     ["samples"],                     # draws the sample picture with the command's picture files
     ["bench", "tests"],
 ]
