@@ -15,6 +15,8 @@ import shutil
 import subprocess
 import sys
 
+from sanitized_plugins import host_environment
+
 EFFECTS = ["posterize", "shake"]   # one slider without a unit, two with one of them in turns
 
 
@@ -28,7 +30,11 @@ def main():
         return 1
     flairize, plugins, work = (os.path.realpath(a) for a in sys.argv[1:])
     os.makedirs(work, exist_ok=True)
-    env = dict(os.environ, FREI0R_PATH=plugins, GST_REGISTRY=os.path.join(work, "gst-registry.bin"))
+    registry = os.path.join(work, "gst-registry.bin")   # made afresh: an old one may remember a failed load
+    if os.path.exists(registry):
+        os.remove(registry)
+    env = dict(os.environ, FREI0R_PATH=plugins, GST_REGISTRY=registry)
+    env = host_environment(os.path.join(plugins, "flairize-posterize.so"), env)
     hosts = []
     if shutil.which("gst-inspect-1.0"):
         hosts.append(("gst-inspect-1.0", lambda slug: ["gst-inspect-1.0", f"frei0r-filter-flairize-{slug}"]))

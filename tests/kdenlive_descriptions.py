@@ -16,6 +16,8 @@ import os
 import re
 import shutil
 import subprocess
+
+from sanitized_plugins import host_environment
 import sys
 import time
 import xml.etree.ElementTree as ET
@@ -84,7 +86,7 @@ def main():
     if not shutil.which("ffmpeg"):
         print("SKIP: ffmpeg is not installed: it makes the test's source picture")
         return 77
-    env = dict(os.environ, FREI0R_PATH=plugins)
+    env = host_environment(os.path.join(plugins, "flairize-posterize.so"), dict(os.environ, FREI0R_PATH=plugins))
     shutil.rmtree(work, ignore_errors=True)
     os.makedirs(work)
     os.chdir(work)
