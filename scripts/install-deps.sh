@@ -23,7 +23,8 @@ required=(build-essential cmake pkg-config libpng-dev libjpeg62-turbo-dev libtur
           libtbb-dev libavformat-dev libavcodec-dev libswscale-dev libswresample-dev libavutil-dev libmicrohttpd-dev
           libgif-dev libexiv2-dev)
 # emscripten: the web editor's site; the GIMP plug-in and the GEGL module are built only where these are found.
-optional=(frei0r-plugins-dev emscripten libgimp2.0-dev libgegl-dev)
+optional=(frei0r-plugins-dev emscripten libgimp2.0-dev libgegl-dev
+          python3-pybind11 pybind11-dev python3-numpy python3-dev)   # the Python module
 if [ $tests -eq 1 ]; then
   required+=(libgtest-dev nettle-dev python3)   # python3: the tests read the JSON output with it
   optional+=(libbenchmark-dev g++-mingw-w64-i686-posix binutils-mingw-w64-i686 mingw-w64-i686-dev
@@ -33,7 +34,8 @@ if [ $tests -eq 1 ]; then
              gstreamer1.0-plugins-good gstreamer1.0-libav   # the GStreamer example in docs/video-hosts.md
              clang libclang-rt-dev   # libFuzzer, for scripts/fuzz.sh
              chromium curl           # the web editor's browser test, flairize edit's test
-             gimp gegl)              # gimp-console-2.10 and the gegl command: the editors' tests
+             gimp gegl               # gimp-console-2.10 and the gegl command: the editors' tests
+             python3-pytest)         # the Python module's tests
   # Node and npm run the web editor's tests. A node from elsewhere (nodesource's
   # nodejs bundles npm) is kept: only what is missing is asked for.
   installed nodejs || command -v node >/dev/null || optional+=(nodejs)

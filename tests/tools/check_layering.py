@@ -22,7 +22,8 @@ LAYERS = [
     ["hostops"],
     ["host"],                        # FLAIR.dll's exports
     ["editor"],                      # FLAIR.dll's dialog, above its exports
-    ["standalone", "frei0r", "web", "libflairize", "include", "gimp", "gegl", "kdenlive"],
+    ["standalone", "frei0r", "web", "libflairize", "include", "gimp", "gegl", "kdenlive",
+     "python"],                      # the Python module, over the C library
     ["samples"],                     # draws the sample picture with the command's picture files
     ["bench", "tests"],
 ]
