@@ -36,6 +36,50 @@ npm install --offline --no-audit --no-fund --loglevel=error "$tarball" >/dev/nul
 cp "$here/npm_package_check.mjs" .
 node npm_package_check.mjs "$flairize" "$work/pictures"
 
+# In a browser: the installed package served as it is, imported by a page that
+# renders a picture through a few effects; its pixels must equal Node's.
+browser=$(command -v chromium || command -v chromium-browser || true)
+if [ -n "$browser" ] && command -v python3 >/dev/null; then
+  cat >renders.mjs <<'JS'
+export function picture() {
+  const data = new Uint8ClampedArray(23 * 17 * 4);
+  for (let i = 0; i < data.length; ++i) data[i] = (Math.imul(i, 2654435761) >>> 13) & 255;
+  return { data, width: 23, height: 17 };
+}
+export function renders(flairize) {
+  return [['posterize', { colors: 40 }], ['glass', { progress: 0.5 }], ['rain', { colour: '#336699' }]]
+    .map(([effect, options]) => effect + ':' + Array.from(flairize.render(picture(), effect, options).data).join(','));
+}
+JS
+  cat >page.html <<'HTML'
+<!doctype html><html><body>waiting<script type="module">
+import { load } from './node_modules/flairize/index.js';
+import { renders } from './renders.mjs';
+load().then((f) => { document.body.textContent = 'RESULT ' + renders(f).join(' '); },
+            (e) => { document.body.textContent = 'ERROR ' + e; });
+</script></body></html>
+HTML
+  python3 -u -m http.server 0 --bind 127.0.0.1 >server.log 2>&1 &
+  server=$!
+  for _ in $(seq 50); do grep -q "port" server.log && break; sleep 0.1; done
+  port=$(sed -n 's/.* port \([0-9]*\).*/\1/p' server.log | head -n 1)
+  timeout 120 "$browser" --headless --no-sandbox --disable-gpu --user-data-dir="$work/browser-profile" \
+    --virtual-time-budget=20000 --dump-dom "http://127.0.0.1:$port/page.html" 2>/dev/null >dom.html || true
+  kill $server
+  node --input-type=module -e "
+    import fs from 'node:fs';
+    import { load } from 'flairize';
+    import { renders } from './renders.mjs';
+    const dom = fs.readFileSync('dom.html', 'utf8');
+    const got = (/RESULT ([^<]*)/.exec(dom) || [])[1];
+    if (!got) { console.error('npm package in the browser: no result: ' + dom.slice(0, 300)); process.exit(1); }
+    const want = renders(await load()).join(' ');
+    if (got !== want) { console.error('npm package in the browser: pixels differ from Node'); process.exit(1); }
+    console.log('npm package: the browser renders as Node does');"
+else
+  echo "npm package: no chromium or python3: the browser check skipped"
+fi
+
 if command -v tsc >/dev/null; then
   cat >types_check.ts <<'TS'
 import { load, Flairize, Effect, RenderedPicture } from 'flairize';
