@@ -142,6 +142,10 @@ elif [ $web_status -ne 0 ]; then
 else
   stage "web editor: conformance under Node, the page in a browser"
   node build/web/conformance.js tests/conformance/table
+  stage "web: the npm package against flairize render"
+  npm_status=0
+  bash tests/web/npm_package_test.sh build/web/npm build/release/flairize build/npm-test || npm_status=$?
+  [ $npm_status -eq 0 ] || [ $npm_status -eq 77 ] || exit $npm_status
   if ! command -v npm >/dev/null; then
     echo "skipped: the web editor in a browser (npm could not be installed)"
   elif ! (cd tests/web && PUPPETEER_SKIP_DOWNLOAD=1 npm ci --no-audit --no-fund --loglevel=error >/dev/null 2>../../build/npm-ci.log); then

@@ -85,9 +85,10 @@ EMSCRIPTEN_KEEPALIVE const char* fz_catalog() {
 // `output` (the same size and depth, not overlapping it) with the frame
 // render's progress mix, the engine working in the two buffers themselves.
 // 0: done; otherwise the output holds no result and fz_message() says why.
-EMSCRIPTEN_KEEPALIVE int fz_render(const std::uint8_t* source, int width, int height, int bytesPerPixel, int effect,
-                                   int p1, int p2, int p3, std::uint32_t colour, std::uint32_t progress,
-                                   std::uint8_t* output) {
+// `mix` 0 writes the filter's own result, as `flairize render --filter-only`.
+EMSCRIPTEN_KEEPALIVE int fz_render_mix(const std::uint8_t* source, int width, int height, int bytesPerPixel,
+                                       int effect, int p1, int p2, int p3, std::uint32_t colour,
+                                       std::uint32_t progress, int mix, std::uint8_t* output) {
     lastMessage.clear();
     if (width < 1 || height < 1 || width > 32767 || height > 32767 || (bytesPerPixel != 3 && bytesPerPixel != 4) ||
         effect < 0 || unsigned(effect) >= flairize::effectCount() || !source || !output) {
@@ -106,7 +107,8 @@ EMSCRIPTEN_KEEPALIVE int fz_render(const std::uint8_t* source, int width, int he
     for (int k = 0; k < 3; ++k) settings.sliders[k] = std::uint16_t(p[k] < 0 ? 0 : p[k] > 65535 ? 65535 : p[k]);
     settings.colour = colour;
     settings.progress = progress;
-    const flairize::Result r = flairize::renderInto(hostops::services(), in, settings, flairize::Mix::Always, out);
+    const flairize::Result r = flairize::renderInto(hostops::services(), in, settings,
+                                                    mix ? flairize::Mix::Always : flairize::Mix::None, out);
     if (r.status == flairize::Status::Ok) return 0;
     if (r.status == flairize::Status::OutOfMemory) {
         lastMessage = plat::loadString(ids::kNoMemory);
@@ -114,6 +116,12 @@ EMSCRIPTEN_KEEPALIVE int fz_render(const std::uint8_t* source, int width, int he
     }
     lastMessage = r.messageId ? plat::loadString(r.messageId) : "the picture cannot be rendered";
     return 3;
+}
+
+EMSCRIPTEN_KEEPALIVE int fz_render(const std::uint8_t* source, int width, int height, int bytesPerPixel, int effect,
+                                   int p1, int p2, int p3, std::uint32_t colour, std::uint32_t progress,
+                                   std::uint8_t* output) {
+    return fz_render_mix(source, width, height, bytesPerPixel, effect, p1, p2, p3, colour, progress, 1, output);
 }
 
 EMSCRIPTEN_KEEPALIVE const char* fz_message() { return lastMessage.c_str(); }
@@ -124,6 +132,9 @@ EMSCRIPTEN_KEEPALIVE std::uint32_t fz_frame_progress(std::uint32_t frame, std::u
                                                      std::uint32_t direction) {
     return flairize::frameProgress(flairize::sequencePosition(frame, frames), static_cast<std::int8_t>(speed),
                                    direction);
+}
+EMSCRIPTEN_KEEPALIVE std::uint32_t fz_sequence_position(std::uint32_t frame, std::uint32_t frames) {
+    return flairize::sequencePosition(frame, frames);
 }
 EMSCRIPTEN_KEEPALIVE std::uint32_t fz_position_progress(std::uint32_t position, int speed, std::uint32_t direction) {
     return flairize::frameProgress(position, static_cast<std::int8_t>(speed), direction);
@@ -139,6 +150,14 @@ EMSCRIPTEN_KEEPALIVE void fz_settings_block(int effect, int p1, int p2, int p3, 
     r.colour = colour;
     r.progress = progress;
     flairize::encodeSettingsBlock(r, block);
+}
+
+// A 20-byte settings block read back into `fields`: effect, P1, P2, P3,
+// direction, colour, progress.
+EMSCRIPTEN_KEEPALIVE void fz_read_settings_block(const std::uint8_t* block, std::uint32_t* fields) {
+    const SettingsRecord r = flairize::decodeSettingsBlock(block);
+    const std::uint32_t values[7] = {r.effect, r.param1, r.param2, r.param3, r.direction, r.colour, r.progress};
+    std::memcpy(fields, values, sizeof values);
 }
 
 }  // extern "C"
