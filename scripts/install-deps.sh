@@ -35,7 +35,8 @@ if [ $tests -eq 1 ]; then
              clang libclang-rt-dev   # libFuzzer, for scripts/fuzz.sh
              chromium curl           # the web editor's browser test, flairize edit's test
              gimp gegl               # gimp-console-2.10 and the gegl command: the editors' tests
-             python3-pytest)         # the Python module's tests
+             python3-pytest          # the Python module's tests
+             lintian abigail-tools)  # the Debian packages' check, the C library's ABI check
   # Node and npm run the web editor's tests. A node from elsewhere (nodesource's
   # nodejs bundles npm) is kept: only what is missing is asked for.
   installed nodejs || command -v node >/dev/null || optional+=(nodejs)

@@ -3,7 +3,8 @@
 # same tests under AddressSanitizer and UndefinedBehaviorSanitizer, the cross
 # build for 32-bit Windows, the engine's conformance check built for aarch64
 # and run under qemu, the web editor (WebAssembly under Node and in a headless
-# browser), and every fuzz target for FUZZ_SECONDS (default 60) each. Each
+# browser), every fuzz target for FUZZ_SECONDS (default 60) each, and the
+# Debian packages (made, checked with lintian, installed and purged). Each
 # stage prints its time; the whole run is meant to stay under an hour on two
 # cores, so the slow passes (sanitizers, qemu) take a fixed sample of the
 # conformance rows; the native build and Node check every row.
@@ -170,4 +171,13 @@ if [ $fuzz_status -eq 77 ]; then
   echo "skipped: fuzzing (clang with libFuzzer could not be installed)"
 elif [ $fuzz_status -ne 0 ]; then
   exit $fuzz_status
+fi
+
+# The Debian packages: made with CPack, checked with lintian, installed with
+# apt-get, used without FREI0R_PATH, and purged again.
+stage "Debian packages"
+debs_status=0
+bash scripts/test-debs.sh build/debs || debs_status=$?
+if [ $debs_status -ne 0 ] && [ $debs_status -ne 77 ]; then
+  exit $debs_status
 fi
