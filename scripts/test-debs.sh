@@ -62,7 +62,8 @@ else
 fi
 if [[ " ${packages[*]} " == *" python3-flairize "* ]]; then
   echo "== python3 -c 'import flairize'"
-  (cd "$work" && python3 -c 'import flairize; print(flairize.__file__)')
+  # Debian's interpreter, whose dist-packages the package fills (another may come first on PATH).
+  (cd "$work" && /usr/bin/python3 -c 'import flairize; print(flairize.__file__, len(flairize.effects()))')
 fi
 echo "== a C program with pkg-config --cflags --libs flairize"
 cat >"$work/effects.c" <<'C'
