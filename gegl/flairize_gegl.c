@@ -31,7 +31,7 @@ static GObjectClass* filter_parent_class;
 
 static guint effect_of(gpointer object) { return ((FlairizeOperationClass*)G_OBJECT_GET_CLASS(object))->effect; }
 
-static void flairize_set_property(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
+static void flairize_set_property(GObject* object, guint id, const GValue* value, GParamSpec* property) {
     FlairizeOperation* self = (FlairizeOperation*)object;
     if (id >= PROP_SLIDER_FIRST && id < PROP_SLIDER_FIRST + SLIDERS) {
         self->sliders[id - PROP_SLIDER_FIRST] = g_value_get_int(value);
@@ -42,11 +42,11 @@ static void flairize_set_property(GObject* object, guint id, const GValue* value
     } else if (id == PROP_PROGRESS) {
         self->progress = g_value_get_int(value);
     } else {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
     }
 }
 
-static void flairize_get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
+static void flairize_get_property(GObject* object, guint id, GValue* value, GParamSpec* property) {
     FlairizeOperation* self = (FlairizeOperation*)object;
     if (id >= PROP_SLIDER_FIRST && id < PROP_SLIDER_FIRST + SLIDERS) {
         g_value_set_int(value, self->sliders[id - PROP_SLIDER_FIRST]);
@@ -55,7 +55,7 @@ static void flairize_get_property(GObject* object, guint id, GValue* value, GPar
     } else if (id == PROP_PROGRESS) {
         g_value_set_int(value, self->progress);
     } else {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
     }
 }
 
