@@ -120,31 +120,8 @@ struct OutputCloser {
         avformat_free_context(c);
     }
 };
-struct CodecCloser {
-    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
-};
-struct FrameFree {
-    void operator()(AVFrame* f) const { av_frame_free(&f); }
-};
-struct PacketFree {
-    void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
 using Input = std::unique_ptr<AVFormatContext, InputCloser>;
 using Output = std::unique_ptr<AVFormatContext, OutputCloser>;
-using Codec = std::unique_ptr<AVCodecContext, CodecCloser>;
-using Frame = std::unique_ptr<AVFrame, FrameFree>;
-using Packet = std::unique_ptr<AVPacket, PacketFree>;
-
-Frame newFrame() {
-    Frame f(av_frame_alloc());
-    if (!f) throw std::bad_alloc();
-    return f;
-}
-Packet newPacket() {
-    Packet p(av_packet_alloc());
-    if (!p) throw std::bad_alloc();
-    return p;
-}
 
 // ---- byte streams on file descriptors: standard input, the output file
 
@@ -509,8 +486,7 @@ void Setup::chooseOutput() {
 
 // Decoded pictures are the same for every thread count; --threads leaves it alone.
 Codec Setup::makeDecoder(unsigned codecThreads) {
-    Codec c(avcodec_alloc_context3(decoder));
-    if (!c) throw std::bad_alloc();
+    Codec c = newCodec(decoder);
     int e = avcodec_parameters_to_context(c.get(), inVideo->codecpar);
     if (e < 0) fail(2, job.input + ": " + avError(e));
     c->pkt_timebase = inVideo->time_base;
@@ -639,8 +615,7 @@ void Setup::budgetMemory() {
 
 // The encoder keeps the input's time base and frame rate.
 void Setup::openEncoder() {
-    enc.reset(avcodec_alloc_context3(encoder));
-    if (!enc) throw std::bad_alloc();
+    enc = newCodec(encoder);
     enc->pix_fmt = encoderPixelFormat(encoder, engineLayout, job.encoding);
     // Subsampled chroma takes whole samples: an odd side is padded by one pixel.
     enc->width = width;

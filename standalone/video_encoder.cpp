@@ -22,9 +22,6 @@ extern "C" {
 namespace video {
 namespace {
 
-struct ContextFree {
-    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
-};
 struct DictionaryFree {
     void operator()(AVDictionary* d) const { av_dict_free(&d); }
 };
@@ -82,12 +79,6 @@ void checkCrf(const AVCodec* codec, const std::string& text) {
                     ", not \"" + text + "\"");
 }
 
-std::unique_ptr<AVCodecContext, ContextFree> scratchContext(const AVCodec* codec) {
-    std::unique_ptr<AVCodecContext, ContextFree> c(avcodec_alloc_context3(codec));
-    if (!c) throw std::bad_alloc();
-    return c;
-}
-
 void checkPreset(const AVCodec* codec, const std::string& preset) {
     const AVOption* option = privateOption(codec, "preset");
     if (!option) fail(2, "--preset: " + encoderName(codec) + " has no presets");
@@ -100,7 +91,7 @@ void checkPreset(const AVCodec* codec, const std::string& preset) {
         }
         fail(2, "--preset: " + encoderName(codec) + " has no preset \"" + preset + "\" (it has " + names + ")");
     }
-    auto scratch = scratchContext(codec);
+    auto scratch = newCodec(codec);
     if (av_opt_set(scratch.get(), "preset", preset.c_str(), AV_OPT_SEARCH_CHILDREN) < 0) {
         const std::string names = namedValues(codec, option);
         char range[64];
@@ -113,7 +104,7 @@ void checkPreset(const AVCodec* codec, const std::string& preset) {
 void checkOption(const AVCodec* codec, const std::string& key, const std::string& value) {
     const std::string what = "--encoder-option " + key + "=" + value;
     if (key.empty()) fail(2, "--encoder-option: expected key=value, got \"=" + value + "\"");
-    auto scratch = scratchContext(codec);
+    auto scratch = newCodec(codec);
     const int e = av_opt_set(scratch.get(), key.c_str(), value.c_str(), AV_OPT_SEARCH_CHILDREN);
     if (e == AVERROR_OPTION_NOT_FOUND) fail(2, what + ": " + encoderName(codec) + " has no option \"" + key + "\"");
     if (e < 0) fail(2, what + ": " + encoderName(codec) + " refuses the value: " + avError(e));

@@ -23,33 +23,16 @@ extern "C" {
 namespace video {
 namespace {
 
-struct CodecFree {
-    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
-};
-struct FrameFree {
-    void operator()(AVFrame* f) const { av_frame_free(&f); }
-};
-struct PacketFree {
-    void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
-using Codec = std::unique_ptr<AVCodecContext, CodecFree>;
-using Frame = std::unique_ptr<AVFrame, FrameFree>;
-using Packet = std::unique_ptr<AVPacket, PacketFree>;
-
-Codec newCodec(const AVCodec* codec) {
-    Codec c(avcodec_alloc_context3(codec));
-    if (!c) throw std::bad_alloc();
-    return c;
-}
-Frame newFrame() {
-    Frame f(av_frame_alloc());
-    if (!f) throw std::bad_alloc();
-    return f;
-}
-Packet newPacket() {
-    Packet p(av_packet_alloc());
-    if (!p) throw std::bad_alloc();
-    return p;
+// A decoder for a stream, opened; `where` names it in a refusal.
+Codec openDecoder(const AVStream* in, const std::string& where) {
+    const AVCodec* decoder = avcodec_find_decoder(in->codecpar->codec_id);
+    if (!decoder) fail(2, where + ": FFmpeg here has no decoder for it");
+    Codec dec = newCodec(decoder);
+    int e = avcodec_parameters_to_context(dec.get(), in->codecpar);
+    if (e < 0) fail(2, where + ": " + avError(e));
+    dec->pkt_timebase = in->time_base;
+    if ((e = avcodec_open2(dec.get(), decoder, nullptr)) < 0) fail(2, where + ": " + avError(e));
+    return dec;
 }
 
 // Tags that describe the bytes of a stream written anew (its encoder,
@@ -165,13 +148,7 @@ class AudioTranscoder : public Streams::Transcoder {
     AudioTranscoder(const AVStream* in, const AVCodec* encoder, AVFormatContext* out, AVStream* o,
                     const std::string& where)
         : in_(in), where_(where) {
-        const AVCodec* decoder = avcodec_find_decoder(in->codecpar->codec_id);
-        if (!decoder) fail(2, where + ": FFmpeg here has no decoder for it");
-        dec_ = newCodec(decoder);
-        int e = avcodec_parameters_to_context(dec_.get(), in->codecpar);
-        if (e < 0) fail(2, where + ": " + avError(e));
-        dec_->pkt_timebase = in->time_base;
-        if ((e = avcodec_open2(dec_.get(), decoder, nullptr)) < 0) fail(2, where + ": " + avError(e));
+        dec_ = openDecoder(in, where);
 
         enc_ = newCodec(encoder);
         AVChannelLayout layout{};
@@ -190,7 +167,7 @@ class AudioTranscoder : public Streams::Transcoder {
         enc_->time_base = {1, enc_->sample_rate};
         if (encoder->capabilities & AV_CODEC_CAP_EXPERIMENTAL) enc_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
         if (out->oformat->flags & AVFMT_GLOBALHEADER) enc_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-        if ((e = avcodec_open2(enc_.get(), encoder, nullptr)) < 0)
+        if (const int e = avcodec_open2(enc_.get(), encoder, nullptr); e < 0)
             fail(2, where + ": the " + encoder->name + " encoder refuses it: " + avError(e));
         if (avcodec_parameters_from_context(o->codecpar, enc_.get()) < 0) throw std::bad_alloc();
         o->time_base = enc_->time_base;
@@ -331,13 +308,7 @@ class SubtitleTranscoder : public Streams::Transcoder {
    public:
     SubtitleTranscoder(const AVStream* in, const AVCodec* encoder, AVStream* o, const std::string& where)
         : in_(in), where_(where) {
-        const AVCodec* decoder = avcodec_find_decoder(in->codecpar->codec_id);
-        if (!decoder) fail(2, where + ": FFmpeg here has no decoder for it");
-        dec_ = newCodec(decoder);
-        int e = avcodec_parameters_to_context(dec_.get(), in->codecpar);
-        if (e < 0) fail(2, where + ": " + avError(e));
-        dec_->pkt_timebase = in->time_base;
-        if ((e = avcodec_open2(dec_.get(), decoder, nullptr)) < 0) fail(2, where + ": " + avError(e));
+        dec_ = openDecoder(in, where);
         enc_ = newCodec(encoder);
         enc_->time_base = AV_TIME_BASE_Q;
         if (dec_->subtitle_header) {  // the styles, which the encoder needs
@@ -346,7 +317,7 @@ class SubtitleTranscoder : public Streams::Transcoder {
             std::memcpy(enc_->subtitle_header, dec_->subtitle_header, std::size_t(dec_->subtitle_header_size));
             enc_->subtitle_header_size = dec_->subtitle_header_size;
         }
-        if ((e = avcodec_open2(enc_.get(), encoder, nullptr)) < 0)
+        if (const int e = avcodec_open2(enc_.get(), encoder, nullptr); e < 0)
             fail(2, where + ": the " + encoder->name + " encoder refuses it: " + avError(e));
         if (avcodec_parameters_from_context(o->codecpar, enc_.get()) < 0) throw std::bad_alloc();
         o->time_base = {1, 1000};

@@ -1,12 +1,14 @@
-// What flairize video's files share: the refusal they throw and FFmpeg's
-// error texts. Compiled only where FFmpeg's libraries are.
+// What flairize video's files share: the refusal they throw, FFmpeg's error
+// texts and owners of FFmpeg's codec contexts, frames and packets. Compiled only where FFmpeg's libraries are.
 #pragma once
 
 extern "C" {
+#include <libavcodec/avcodec.h>
 #include <libavutil/error.h>
 }
 
 #include <cerrno>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -26,6 +28,35 @@ inline std::string avError(int code) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(code, text, sizeof text);
     return text;
+}
+
+struct CodecFree {
+    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
+};
+struct FrameFree {
+    void operator()(AVFrame* f) const { av_frame_free(&f); }
+};
+struct PacketFree {
+    void operator()(AVPacket* p) const { av_packet_free(&p); }
+};
+using Codec = std::unique_ptr<AVCodecContext, CodecFree>;
+using Frame = std::unique_ptr<AVFrame, FrameFree>;
+using Packet = std::unique_ptr<AVPacket, PacketFree>;
+
+inline Codec newCodec(const AVCodec* codec) {
+    Codec c(avcodec_alloc_context3(codec));
+    if (!c) throw std::bad_alloc();
+    return c;
+}
+inline Frame newFrame() {
+    Frame f(av_frame_alloc());
+    if (!f) throw std::bad_alloc();
+    return f;
+}
+inline Packet newPacket() {
+    Packet p(av_packet_alloc());
+    if (!p) throw std::bad_alloc();
+    return p;
 }
 
 }  // namespace video
