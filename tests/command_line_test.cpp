@@ -276,34 +276,6 @@ TEST(CommandLine, OutputFilesAndExits) {
     for (const char* name : {"ro.png", "real.png", "new.png", "kept.png", "q.tif"}) EXPECT_FALSE(temporaryOf(d, name)) << name;
 }
 
-TEST(CommandLine, InterruptLeavesNoTemporary) {
-    // SIGINT while a large result is being written: the temporary goes, the target never comes.
-    const std::string d = dir() + "/sig";
-    ASSERT_EQ(mkdir(d.c_str(), 0755), 0);
-    const std::string in = picture("sig/big.png", 8000, 8000, 24), out = d + "/OUT.png";
-    const pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        execl(FLAIRIZE_BIN, "flairize", "render", in.c_str(), out.c_str(), "--effect", "solarize", nullptr);
-        _exit(127);
-    }
-    bool seen = false;
-    int status = 0;
-    for (int i = 0; i < 12000 && !seen && waitpid(pid, &status, WNOHANG) == 0; ++i) {
-        seen = temporaryOf(d, "OUT.png");
-        if (!seen) usleep(5000);
-    }
-    if (seen) {
-        kill(pid, SIGINT);
-        waitpid(pid, &status, 0);
-    }
-    ASSERT_TRUE(seen) << "the output was never being written";
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
-    EXPECT_FALSE(temporaryOf(d, "OUT.png"));
-    EXPECT_FALSE(exists(out));
-    std::remove(in.c_str());
-}
-
 // Every frame of `flairize video` equals `flairize render` of its source frame
 // at the progress `flairize timing` gives it, on one thread and on three.
 TEST(CommandLine, VideoFramesAreRendersAtTheirTiming) {

@@ -25,6 +25,7 @@
 
 #include "resources/string_ids.h"
 #include "tests/command_support.h"
+#include "tests/sanitized.h"
 
 extern char** environ;
 
@@ -45,14 +46,8 @@ int spew(GifFileType* gif) {
     return result;
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef FLAIRIZE_SANITIZED
 constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 #else
 constexpr bool kSanitized = false;
 #endif

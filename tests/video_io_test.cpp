@@ -12,14 +12,8 @@
 
 #include "tests/command_support.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define VIDEO_IO_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define VIDEO_IO_SANITIZED 1
-#endif
-#endif
-#if defined(NDEBUG) && !defined(VIDEO_IO_SANITIZED)
+#include "tests/sanitized.h"
+#if defined(NDEBUG) && !defined(FLAIRIZE_SANITIZED)
 #define VIDEO_IO_MEASURES_MEMORY 1
 #endif
 
@@ -212,7 +206,7 @@ TEST(VideoIo, MemoryLimitCountsTheCodecsFrames) {
 // FFmpeg's own want of memory is the command's one out-of-memory failure.
 TEST(VideoIo, FfmpegOutOfMemoryIsTheOneMessage) {
     NEEDS_FFMPEG();
-#ifdef VIDEO_IO_SANITIZED
+#ifdef FLAIRIZE_SANITIZED
     GTEST_SKIP() << "address space limits do not work under the sanitizers";
 #endif
     const std::string d = folder("vio-oom"), src = clip(d + "/src.mkv", 1500, 1500, 4);
