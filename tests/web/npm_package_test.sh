@@ -74,7 +74,13 @@ HTML
     const got = (/RESULT ([^<]*)/.exec(dom) || [])[1];
     if (!got) { console.error('npm package in the browser: no result: ' + dom.slice(0, 300)); process.exit(1); }
     const want = renders(await load()).join(' ');
-    if (got !== want) { console.error('npm package in the browser: pixels differ from Node'); process.exit(1); }
+    if (got !== want) {
+      const g = got.split(' '), w = want.split(' ');
+      const which = w.map((r, k) => r === g[k] ? '' : r.split(':')[0] + ' (' +
+        r.split(',').filter((v, i) => v !== (g[k] || '').split(',')[i]).length + ' values)').filter(Boolean);
+      console.error('npm package in the browser: pixels differ from Node: ' + which.join(', '));
+      process.exit(1);
+    }
     console.log('npm package: the browser renders as Node does');"
 else
   echo "npm package: no chromium or python3: the browser check skipped"
