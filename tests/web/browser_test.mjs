@@ -5,9 +5,10 @@
 //
 //   node tests/web/browser_test.mjs SITE_DIR FLAIRIZE_BIN WORKDIR [--bench] [--screenshots DIR]
 //
-// --bench prints the render time of every offered effect on a 1280x720 picture,
-// measured inside the page's worker, instead of checking. --screenshots DIR
-// also saves pictures of the page there. Exit 0: all equal; 1: a difference;
+// --bench prints, instead of checking, the render time of every offered effect
+// on a 1280x720 picture measured inside the page's worker, the gallery's time to
+// fill for a 1920x1080 picture and the in-page video render speed for a 720p
+// clip. --screenshots DIR also saves pictures of the page there. Exit 0: all equal; 1: a difference;
 // 77: Chromium or puppeteer-core is missing.
 import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
@@ -296,6 +297,38 @@ if (bench) {
   for (const row of r.rows) console.log(`| ${row.name} | ${row.ms.toFixed(1)} |`);
   const total = r.rows.reduce((t, row) => t + row.ms, 0);
   console.log(`| all ${r.rows.length} | ${total.toFixed(0)} |`);
+
+  // The gallery's time to fill for a 1080p picture: from the picture decoded to its last thumbnail
+  // (the preview's reduced and full-size renders run first), three openings.
+  const big = writePicture('bench-1920x1080.png', 1920, 1080, 3);
+  const fills = [];
+  for (let k = 0; k < 3; ++k) {
+    await openPage();
+    await openPicture('file', path.basename(big));
+    await page.waitForFunction(() => window.flairizeEditor.gallery().ms !== null, { timeout: 120000 });
+    fills.push(await page.evaluate(() => window.flairizeEditor.gallery()));
+  }
+  console.log(`\nGallery of ${r.rows.length} effects for 1920x1080 24-bit, three openings: filled ` +
+              fills.map((g) => `${g.msSinceOpen.toFixed(0)} ms after the file was chosen (${g.ms.toFixed(0)} after decoding)`).join('; '));
+
+  // In-page video render speed for a 720p clip (2 s at 30 frames a second, VP9): decoding, the effect and encoding.
+  const clip720 = path.join(workDir, 'bench-720p.webm');
+  execFileSync('ffmpeg', ['-v', 'error', '-y', '-f', 'lavfi', '-i', 'testsrc2=size=1280x720:rate=30', '-t', '2',
+                          '-c:v', 'libvpx-vp9', '-b:v', '2M', clip720]);
+  await openPage();
+  await (await page.$('#video-file')).uploadFile(clip720);
+  await page.waitForFunction(() => window.flairizeEditor.video().info, { timeout: 60000 });
+  const encoders = await page.evaluate(() => window.flairizeEditor.video().info.encoders);
+  for (const effect of ['Weave', 'Posterize', 'Pointillize']) {
+    await chooseEffect(effect);
+    for (const container of encoders) {
+      await page.select('#video-format', container);
+      await page.click('#video-render');
+      await page.waitForFunction(() => { const x = window.flairizeEditor.video(); return !x.rendering && x.result; }, { timeout: 300000 });
+      const v = await page.evaluate(() => window.flairizeEditor.video().result);
+      console.log(`720p video, ${effect}, ${container}: ${v.frames} frames in ${v.seconds.toFixed(2)} s = ${(v.frames / v.seconds).toFixed(1)} frames a second`);
+    }
+  }
   await browser.close();
   server.close();
   process.exit(0);
@@ -768,6 +801,21 @@ if (clip) await check('video: timeline preview and the whole clip rendered in th
     if (differing) complain(`${container}: ${differing} of ${r.kept.length} frames differ`);
     else console.log(`    ${container}: ${r.kept.length} frames equal to flairize render of the decoded frames`);
   }
+  // Cancel: a longer clip stopped after its first frames leaves no result and says where it stopped.
+  if (encoders.length) {
+    const long = path.join(workDir, 'long.webm');
+    execFileSync('ffmpeg', ['-v', 'error', '-y', '-f', 'lavfi', '-i', 'testsrc2=size=320x240:rate=30', '-t', '10',
+                            '-c:v', 'libvpx-vp9', '-deadline', 'realtime', '-cpu-used', '8', long]);
+    await page.evaluate(() => window.flairizeEditor.keepVideoFrames(false));
+    await (await page.$('#video-file')).uploadFile(long);
+    await page.waitForFunction(() => (window.flairizeEditor.video().info || {}).frames === 300, { timeout: 60000 });
+    await page.click('#video-render');
+    await page.waitForFunction(() => /Rendering frame [1-9]/.test(window.flairizeEditor.video().status), { timeout: 60000 });
+    await page.click('#video-cancel');
+    await page.waitForFunction(() => !window.flairizeEditor.video().rendering, { timeout: 60000 });
+    const c = await page.evaluate(() => window.flairizeEditor.video());
+    if (c.result || !/^Cancelled after \d+ of 300 frames/.test(c.status)) complain('cancel: ' + c.status);
+  }
 });
 
 await check('accessibility: axe-core finds no WCAG 2 A/AA violations', async (complain) => {
@@ -815,6 +863,9 @@ if (shotsDir) {
     await page.click('#video-render');
     await page.waitForFunction(() => window.flairizeEditor.video().result, { timeout: 120000 });
     await waitIdle();
+    await setControl('split', 40);
+    await (await page.$('#view')).screenshot({ path: path.join(shotsDir, 'web-editor-video-frame.png') });
+    await setControl('split', 0);
     await (await page.$('#video')).screenshot({ path: path.join(shotsDir, 'web-editor-video.png') });
   }
 }

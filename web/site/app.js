@@ -43,7 +43,9 @@
   let decoding = false;
   let requestSeq = 0;
   const benchWaiters = new Map();
-  const gallery = { key: '', gen: 0, queue: [], total: 0, done: 0, started: 0, ms: null, timer: 0, buttons: new Map() };
+  const gallery = { key: '', gen: 0, queue: [], total: 0, done: 0, started: 0, ms: null, timer: 0, buttons: new Map(),
+                    opened: null, msSinceOpen: null };
+  let openedAt = null;   // when the newest picture's file was chosen (for the gallery's time to fill)
 
   // --- the engine's small calls -------------------------------------------
 
@@ -228,6 +230,7 @@
     if (isVideo(blob, name)) return openVideo(blob, name);
     if (/\.flr$/i.test(name)) return openSettingsFile(blob, name);
     decoding = true;
+    openedAt = performance.now();
     updateBusy();
     setStatus('Opening ' + name + ' …');
     try {
@@ -367,6 +370,8 @@
       gallery.done = 0;
       gallery.ms = null;
       gallery.started = performance.now();
+      gallery.opened = now ? openedAt : null;
+      gallery.msSinceOpen = null;
       updateGalleryStatus();
       pump();
     };
@@ -407,7 +412,10 @@
           c.height = msg.height;
           c.getContext('2d').putImageData(toImageData(msg), 0, 0);
         }
-        if (++gallery.done === gallery.total) gallery.ms = performance.now() - gallery.started;
+        if (++gallery.done === gallery.total) {
+          gallery.ms = performance.now() - gallery.started;
+          if (gallery.opened !== null) gallery.msSinceOpen = performance.now() - gallery.opened;
+        }
         updateGalleryStatus();
       }
     } else {
@@ -904,7 +912,7 @@
 
   // --- video ------------------------------------------------------------------
 
-  const video = { worker: null, seq: 0, info: null, name: '', wanted: null, busy: false, job: null, keep: false,
+  const video = { worker: null, seq: 0, openSeq: 0, info: null, name: '', wanted: null, busy: false, job: null, keep: false,
                   kept: [], result: null, url: '' };
 
   function videoStatus(text) { $('video-status').textContent = text; }
@@ -924,7 +932,8 @@
     $('video-download').hidden = true;
     for (const id of ['video-frame', 'video-format', 'video-render']) $(id).disabled = true;
     videoStatus('Opening ' + name + ' …');
-    video.worker.postMessage({ type: 'open', seq: ++video.seq, file });
+    video.openSeq = ++video.seq;
+    video.worker.postMessage({ type: 'open', seq: video.openSeq, file });
   }
 
   function requestFrame(frame) {
@@ -932,7 +941,7 @@
     if (video.busy || !video.info) return;
     video.busy = true;
     video.wanted = null;
-    video.worker.postMessage({ type: 'frame', seq: video.seq, frame });
+    video.worker.postMessage({ type: 'frame', seq: video.openSeq, frame });
   }
 
   function renderVideo() {
@@ -968,7 +977,7 @@
 
   function onVideoMessage(event) {
     const msg = event.data;
-    if (msg.type === 'opened' && msg.seq === video.seq) {
+    if (msg.type === 'opened' && msg.seq === video.openSeq) {
       video.info = msg;
       const slider = $('video-frame');
       slider.max = String(msg.frames - 1);
@@ -985,7 +994,7 @@
       requestFrame(0);
     } else if (msg.type === 'frame') {
       video.busy = false;
-      if (msg.seq === video.seq || (video.job && msg.seq < video.job.seq)) {
+      if (msg.seq === video.openSeq) {
         const rgba = new Uint8Array(msg.source);
         const base = video.name.replace(/\.[^.]*$/, '');
         usePicture({ name: base + '-frame' + (msg.frame + 1) + '.png', width: msg.width, height: msg.height, bpp: 3, rgba }, false);
@@ -1019,7 +1028,7 @@
     } else if (msg.type === 'error') {
       if (msg.request === 'frame') video.busy = false;
       if (msg.request === 'render' && video.job && msg.seq === video.job.seq) endVideoJob();
-      if (msg.seq === video.seq || msg.request === 'frame') videoStatus('Video: ' + msg.message);
+      if (msg.seq === video.openSeq || (msg.request === 'render' && msg.seq === video.seq)) videoStatus('Video: ' + msg.message);
     }
   }
 
@@ -1080,9 +1089,11 @@
         return { width: r.width, height: r.height, bpp: r.bpp, ms: r.ms, settings: { ...r.settings },
                  base64: bytesToBase64(new Uint8Array(r.pixels)) };
       },
-      // The gallery's progress; ms: from its start (the picture decoded) to its last thumbnail.
+      // The gallery's progress; ms: from its start (the picture decoded) to its last thumbnail;
+      // msSinceOpen: from the file chosen (decoding included), for the first gallery of a picture.
       gallery() {
-        return { done: gallery.done, total: gallery.total, ms: gallery.ms, queued: gallery.queue.length,
+        return { done: gallery.done, total: gallery.total, ms: gallery.ms, msSinceOpen: gallery.msSinceOpen,
+                 queued: gallery.queue.length,
                  thumb: picture && { width: picture.thumb.width, height: picture.thumb.height } };
       },
       presets() { return presetList(); },
