@@ -1002,6 +1002,7 @@
         settings.position = engine._fz_sequence_position(msg.frame, msg.frames) >>> 0;
         changed();
         $('video-frame-value').textContent = 'frame ' + (msg.frame + 1) + ' of ' + msg.frames + ', progress ' + progressOf(settings);
+        setStatus(video.name + ', frame ' + (msg.frame + 1) + ' of ' + msg.frames + ': ' + msg.width + ' × ' + msg.height);
       }
       if (video.wanted !== null) requestFrame(video.wanted);
     } else if (msg.type === 'progress' && video.job && msg.seq === video.job.seq) {
