@@ -997,10 +997,9 @@
       if (msg.seq === video.openSeq) {
         const rgba = new Uint8Array(msg.source);
         const base = video.name.replace(/\.[^.]*$/, '');
-        usePicture({ name: base + '-frame' + (msg.frame + 1) + '.png', width: msg.width, height: msg.height, bpp: 3, rgba }, false);
         // The frame's place in the clip: its progress is the one flairize video gives it.
         settings.position = engine._fz_sequence_position(msg.frame, msg.frames) >>> 0;
-        changed();
+        usePicture({ name: base + '-frame' + (msg.frame + 1) + '.png', width: msg.width, height: msg.height, bpp: 3, rgba }, false);
         $('video-frame-value').textContent = 'frame ' + (msg.frame + 1) + ' of ' + msg.frames + ', progress ' + progressOf(settings);
         setStatus(video.name + ', frame ' + (msg.frame + 1) + ' of ' + msg.frames + ': ' + msg.width + ' × ' + msg.height);
       }
