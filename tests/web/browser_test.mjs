@@ -602,6 +602,22 @@ await check('gallery: every offered effect drawn, a click selects it at its defa
   if (thumbs.length !== table.length) complain(`${thumbs.length} thumbnails for ${table.length} effects`);
   const distinct = new Set(thumbs.map((t) => t.pixels)).size;
   if (distinct < thumbs.length - 2) complain(`only ${distinct} different thumbnails of ${thumbs.length}`);
+  // A thumbnail is the effect on the reduced picture, with the page's colour and progress.
+  await setControl('colour', '#c03010');
+  await setControl('position', 9000);
+  await page.waitForFunction(() => { const g = window.flairizeEditor.gallery(); return g.current && g.done === g.total; },
+                             { timeout: 60000, polling: 50 });
+  const t = await page.evaluate(() => window.flairizeEditor.galleryThumb('Rain'));
+  const src = Buffer.from(t.source, 'base64');
+  const small = path.join(workDir, 'thumb.png');
+  fs.writeFileSync(small, png(t.width, t.height, 3, (x, y) => { const i = (y * t.width + x) * 3; return [src[i + 2], src[i + 1], src[i]]; }));
+  const s0 = await state();
+  const wantThumb = expectedFor(small, { ...s0, slug: 'rain', sliders: byName.get('Rain').defaults }, small + '.bmp');
+  const drawn = Buffer.from(t.drawn, 'base64');
+  const gotThumb = Buffer.alloc(t.width * t.height * 3);
+  for (let i = 0, o = 0; o < gotThumb.length; i += 4, o += 3) [gotThumb[o], gotThumb[o + 1], gotThumb[o + 2]] = [drawn[i + 2], drawn[i + 1], drawn[i]];
+  const dt = difference('Rain thumbnail', { width: t.width, height: t.height, bpp: 3, pixels: gotThumb }, wantThumb);
+  if (dt) complain(dt);
   for (const name of ['Frazzle', 'Pointillize', 'Rain']) {
     const at = thumbs.findIndex((t) => t.name === name);
     if (at < 0) { complain('no thumbnail for ' + name); continue; }
@@ -629,7 +645,7 @@ await check('undo, redo, reset and the effect keys', async (complain) => {
     [() => keys('Control', 'z'), frazzle],
     [() => keys('Control', 'Shift', 'Z'), moved],
     [() => keys('Control', 'y'), dragged],
-    [() => keys('r'), { ...dragged, sliders: frazzle.sliders, position: 16384 }],
+    [() => keys('r'), { ...dragged, sliders: frazzle.sliders, colour: '000000', direction: 2, speed: 0, position: 16384 }],
     [() => keys('Control', 'z'), dragged],
     [() => page.click('#undo'), moved],
     [() => keys(']'), null],

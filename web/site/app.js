@@ -357,11 +357,14 @@
     after.getContext('2d').putImageData(toImageData(result), 0, 0);
   }
 
+  // What the thumbnails depend on besides the effect: the picture, the colour and the progress.
+  const galleryKey = () => pictureGen + '|' + settings.colour + '|' + progressOf(settings);
+
   function refreshGallery(now) {
     clearTimeout(gallery.timer);
     if (!picture) return;
     const start = () => {
-      const key = pictureGen + '|' + settings.colour + '|' + progressOf(settings);
+      const key = galleryKey();
       if (key === gallery.key) return;
       gallery.key = key;
       ++gallery.gen;
@@ -1093,8 +1096,16 @@
       // msSinceOpen: from the file chosen (decoding included), for the first gallery of a picture.
       gallery() {
         return { done: gallery.done, total: gallery.total, ms: gallery.ms, msSinceOpen: gallery.msSinceOpen,
-                 queued: gallery.queue.length,
+                 queued: gallery.queue.length, current: gallery.key === galleryKey(),
                  thumb: picture && { width: picture.thumb.width, height: picture.thumb.height } };
+      },
+      // A gallery thumbnail as drawn (RGBA) and the reduced picture it was rendered from (the engine's bytes).
+      galleryThumb(name) {
+        const i = catalog.list.find((k) => catalog.effects[k].name === name);
+        const c = gallery.buttons.get(i).querySelector('canvas');
+        const drawn = c.getContext('2d').getImageData(0, 0, c.width, c.height).data;
+        return { width: c.width, height: c.height, bpp: picture.thumb.bpp, source: bytesToBase64(picture.thumb.pixels),
+                 drawn: bytesToBase64(new Uint8Array(drawn.buffer)) };
       },
       presets() { return presetList(); },
       // Keep every rendered video frame (its decoded source and its result, B,G,R) for comparison.
