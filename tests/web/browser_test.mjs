@@ -861,6 +861,31 @@ await check('accessibility: axe-core finds no WCAG 2 A/AA violations', async (co
   }
 });
 
+await check('view: 100% with panning by dragging, and fit', async (complain) => {
+  await openPage('?picture=/picture/large.png');
+  await waitIdle();
+  await keys('1');
+  const box = () => page.evaluate(() => {
+    const stage = document.getElementById('stage');
+    return { actual: stage.classList.contains('actual'), width: document.getElementById('canvases').getBoundingClientRect().width,
+             stage: stage.clientWidth, scrollWidth: stage.scrollWidth, left: stage.scrollLeft, top: stage.scrollTop,
+             rect: stage.getBoundingClientRect().toJSON() };
+  });
+  const a = await box();
+  if (!a.actual || Math.round(a.width) !== 1712 || a.scrollWidth <= a.stage) complain('at 100%: ' + JSON.stringify(a));
+  const x = a.rect.x + a.rect.width / 2;
+  const y = a.rect.y + a.rect.height / 2;
+  await page.mouse.move(x, y);
+  await page.mouse.down();
+  await page.mouse.move(x - 150, y - 100, { steps: 5 });
+  await page.mouse.up();
+  const b = await box();
+  if (b.left !== a.left + 150 || b.top !== a.top + 100) complain(`dragged by (-150, -100): scrolled from (${a.left}, ${a.top}) to (${b.left}, ${b.top})`);
+  await keys('f');
+  const c = await box();
+  if (c.actual || Math.round(c.width) !== c.stage) complain('fit: ' + JSON.stringify(c));
+});
+
 await check('narrow screens: no sideways overflow at 390 and 360 px, the controls below the picture', async (complain) => {
   for (const width of [390, 360]) {
     await page.setViewport({ width, height: 844 });

@@ -627,13 +627,19 @@
     storePresets(list, name);
   }
 
+  // A stored preset's settings, checked as an address's are (the storage may hold anything).
+  function checkedPreset(s) {
+    const e = catalog.effects[s.effect];
+    if (!e || !Array.isArray(s.sliders)) throw new Error('no such effect');
+    return settingsFromParams({ effect: e.slug, p1: s.sliders[0], p2: s.sliders[1], p3: s.sliders[2], colour: s.colour,
+                                direction: catalog.directions[s.direction], speed: s.speed, position: s.position });
+  }
+
   function chosenPreset() {
     const p = presetList().find((x) => x.name === $('presets').value);
     if (!p) return null;
     try {
-      return { name: p.name, settings: settingsFromParams({ ...p.settings, effect: catalog.effects[p.settings.effect].slug,
-        p1: p.settings.sliders[0], p2: p.settings.sliders[1], p3: p.settings.sliders[2],
-        colour: p.settings.colour, direction: catalog.directions[p.settings.direction] }) };
+      return { name: p.name, settings: checkedPreset(p.settings) };
     } catch (err) {
       setStatus('The preset ' + p.name + ' is damaged: ' + (err && err.message || err));
       return null;
@@ -1251,9 +1257,7 @@
         let name = fileName(p.name);
         for (let n = 2; files[name + '.flr']; ++n) name = fileName(p.name) + '-' + n;
         try {
-          files[name + '.flr'] = settingsBlock(settingsFromParams({ ...p.settings, effect: catalog.effects[p.settings.effect].slug,
-            p1: p.settings.sliders[0], p2: p.settings.sliders[1], p3: p.settings.sliders[2],
-            direction: catalog.directions[p.settings.direction] }));
+          files[name + '.flr'] = settingsBlock(checkedPreset(p.settings));
         } catch { /* a damaged preset is left out */ }
       }
       download(new Blob([libs.zipSync(files)], { type: 'application/zip' }), 'flairize-presets.zip');
