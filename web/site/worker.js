@@ -1,12 +1,12 @@
 // Renders for the editor page off its main thread. The page sends the picture
-// once (full size and, for large pictures, a reduced copy for quick previews),
-// then one render request at a time; every result carries the time the engine
-// took, measured here around the render call alone.
+// once (full size, for large pictures a reduced copy for quick previews, and a
+// thumbnail for the gallery), then one render request at a time; every result
+// carries the time the engine took, measured here around the render call alone.
 'use strict';
 importScripts('flairize-engine.js');
 
 let engine = null;
-const pictures = {};  // 'full' / 'small' -> {width, height, bpp, src, out, bytes}
+const pictures = {};  // 'full' / 'small' / 'thumb' -> {width, height, bpp, src, out, bytes}
 
 const ready = FlairizeEngine().then((m) => { engine = m; });
 
@@ -23,8 +23,12 @@ function store(size, picture) {
   if (!picture) return;
   const bytes = picture.width * picture.height * picture.bpp;
   const src = engine._malloc(bytes);
-  const out = engine._malloc(bytes);
-  if (!src || !out) throw new Error('not enough memory for the picture');
+  const out = src ? engine._malloc(bytes) : 0;
+  if (!src || !out) {
+    if (src) engine._free(src);
+    throw new Error('the picture (' + picture.width + ' × ' + picture.height + ') does not fit in the engine\'s ' +
+                    'memory in this page: render it with flairize render');
+  }
   engine.HEAPU8.set(new Uint8Array(picture.pixels), src);
   pictures[size] = { width: picture.width, height: picture.height, bpp: picture.bpp, src, out, bytes };
 }
@@ -43,8 +47,10 @@ async function handle(msg) {
   await ready;
   switch (msg.type) {
     case 'picture':
+      for (const size of ['full', 'small', 'thumb']) release(size);
       store('full', msg.full);
       store('small', msg.small);
+      store('thumb', msg.thumb);
       return { type: 'picture', id: msg.id };
     case 'render': {
       const p = pictures[msg.size];
