@@ -170,7 +170,7 @@ const std::vector<CommandHelp>& commands() {
          "again); the audio, subtitles and metadata are taken once from IN, the clip the\n"
          "parts were rendered from. Parts that do not make one clip are refused with the\n"
          "reason: a part missing or given twice, another split or frame count, another\n"
-         "size, codec or encoder settings, a part cut short.\n"
+         "size, codec or encoder settings, a part cut short, an IN of another length.\n"
          "  --audio-from IN       the clip the parts were rendered from\n"},
         {"sheet", "IN OUT [--columns N] [--threads N]",
          "every offered effect on one picture, as a labelled contact sheet",

@@ -276,12 +276,16 @@ Outcome run(const JoinJob& job) {
         if (v->dts != AV_NOPTS_VALUE) lastDts = v->dts;
         return true;
     };
-    bool otherEnded = !streams->any();
+    // The original is read to its end, its video packets counted as `video`
+    // counts them: a clip of another length is not the one the parts came from.
+    bool otherEnded = false;
+    long originalFrames = 0;
     auto nextOther = [&]() {
         while (!otherEnded) {
             const int e = av_read_frame(original.get(), o.get());
             if (e == AVERROR_EOF) break;
             if (e < 0) fail(2, job.original + ": " + avError(e));
+            if (o->stream_index == originalVideo && !(o->flags & AV_PKT_FLAG_DISCARD)) ++originalFrames;
             if (streams->wants(o->stream_index)) return true;
             av_packet_unref(o.get());
         }
@@ -304,6 +308,9 @@ Outcome run(const JoinJob& job) {
             haveOther = nextOther();
         }
     }
+    if (originalFrames != parts.front().frames)
+        fail(2, job.original + ": has " + std::to_string(originalFrames) + " frames, the parts' clip " +
+                    std::to_string(parts.front().frames) + " (--audio-from names the clip the parts were rendered from)");
     streams->finish(mux);
     int e = av_write_trailer(out.get());
     if (e < 0) fail(2, job.output + ": " + avError(e));

@@ -82,6 +82,7 @@ TEST(VideoParts, RefusesPartsThatDoNotFit) {
     const std::string d = folder("parts-refuse");
     ASSERT_EQ(sh(ff + "-f lavfi -i testsrc=size=32x24:rate=10 -t 1.2 -c:v ffv1 " + d + "/in.mkv"), 0);
     ASSERT_EQ(sh(ff + "-f lavfi -i testsrc=size=40x24:rate=10 -t 1.2 -c:v ffv1 " + d + "/wide.mkv"), 0);
+    ASSERT_EQ(sh(ff + "-f lavfi -i testsrc=size=32x24:rate=10 -t 1 -c:v ffv1 " + d + "/ten.mkv"), 0);
     const std::string in = d + "/in.mkv";
     auto part = [&](const std::string& source, int i, int n, const std::string& out, const std::string& more = "") {
         const CommandRun r = command("video " + source + " " + d + "/" + out + " --part " + std::to_string(i) + "/" +
@@ -114,6 +115,8 @@ TEST(VideoParts, RefusesPartsThatDoNotFit) {
         {"a part cut short", "join " + a0 + " " + d + "/a1.mkv " + d + "/short.mkv" + out, "short.mkv: holds 1 frames, not the 4 of its part"},
         {"not a part", "join " + d + "/whole.mkv" + out, "not a part that flairize video --part wrote"},
         {"no original", "join " + a0 + " " + d + "/out.mkv", "needs --audio-from IN"},
+        {"another original", "join " + a0 + " " + d + "/a1.mkv " + a2 + " " + d + "/out.mkv --audio-from " + d + "/ten.mkv",
+         "ten.mkv: has 10 frames, the parts' clip 12"},
         {"part past the end", "video " + in + " " + d + "/p.mkv --part 3/3", "expected I/N with 0 <= I < N"},
         {"no count of parts", "video " + in + " " + d + "/p.mkv --part 1/0", "expected I/N"},
         {"not numbers", "video " + in + " " + d + "/p.mkv --part a/b", "expected I/N"},
