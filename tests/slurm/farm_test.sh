@@ -76,7 +76,7 @@ check "every picture of the batch is its single render" test $batch_same = 1
 
 # 3. A part cancelled while it renders, then --resume.
 ffmpeg -v error -y -f lavfi -i testsrc=size=960x540:rate=25 -f lavfi -i sine=frequency=300:sample_rate=48000 \
-  -t 4 -c:v ffv1 -c:a flac "$work/long.mkv"
+  -t 8 -c:v ffv1 -c:a flac "$work/long.mkv"
 slow=(--effect glass --threads 1)
 "$farm" --parts 4 --poll 0.3 --flairize "$flairize" video "$work/long.mkv" "$work/resumed.mkv" "${slow[@]}" \
   >"$work/kill.out" 2>&1 &
