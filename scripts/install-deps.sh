@@ -36,7 +36,8 @@ if [ $tests -eq 1 ]; then
              chromium curl           # the web editor's browser test, flairize edit's test
              gimp gegl               # gimp-console-2.10 and the gegl command: the editors' tests
              python3-pytest          # the Python module's tests
-             lintian abigail-tools)  # the Debian packages' check, the C library's ABI check
+             lintian abigail-tools   # the Debian packages' check, the C library's ABI check
+             slurm-wlm munge)        # a one-node Slurm cluster for flairize-farm's test
   # Node and npm run the web editor's tests. A node from elsewhere (nodesource's
   # nodejs bundles npm) is kept: only what is missing is asked for.
   installed nodejs || command -v node >/dev/null || optional+=(nodejs)

@@ -3,8 +3,8 @@
 # same tests under AddressSanitizer and UndefinedBehaviorSanitizer, the cross
 # build for 32-bit Windows, the engine's conformance check built for aarch64
 # and run under qemu, the web editor (WebAssembly under Node and in a headless
-# browser), every fuzz target for FUZZ_SECONDS (default 60) each, and the
-# Debian packages (made, checked with lintian, installed and purged). Each
+# browser), every fuzz target for FUZZ_SECONDS (default 60) each, flairize-farm
+# on a one-node Slurm cluster, and the Debian packages (made, checked with lintian, installed and purged). Each
 # stage prints its time; the whole run is meant to stay under an hour on two
 # cores, so the slow passes (sanitizers, qemu) take a fixed sample of the
 # conformance rows; the native build and Node check every row.
@@ -171,6 +171,18 @@ if [ $fuzz_status -eq 77 ]; then
   echo "skipped: fuzzing (clang with libFuzzer could not be installed)"
 elif [ $fuzz_status -ne 0 ]; then
   exit $fuzz_status
+fi
+
+# flairize-farm on a one-node Slurm cluster started here (munged, slurmctld,
+# slurmd in a temporary folder): a clip in 4 parts and a batch in 3, each the
+# same as one flairize run, and a part killed mid-way run again by --resume.
+stage "Slurm: flairize-farm on a local cluster"
+slurm_status=0
+bash tests/slurm/farm_test.sh build/release/flairize || slurm_status=$?
+if [ $slurm_status -eq 77 ]; then
+  echo "skipped: the Slurm stage (see the reason above)"
+elif [ $slurm_status -ne 0 ]; then
+  exit $slurm_status
 fi
 
 # The Debian packages: made with CPack, checked with lintian, installed with

@@ -212,6 +212,9 @@ struct Options {
     long codecThreads = 0;      // video: the codecs' own threads; 0: FFmpeg's choice
     std::int64_t from = 0, to = -1;   // video: the part kept, in microseconds
     bool keepGoing = false;
+    long part = 0, parts = 0;   // --part I/N; parts 0: all
+    std::string countFile;      // video --count-file
+    std::string audioFrom;      // join --audio-from
 };
 
 // FLAIRIZE_MAX_PIXELS and FLAIRIZE_MAX_MEMORY, then --max-pixels and --max-memory.
@@ -345,6 +348,20 @@ Options parse(int argc, char** argv, const CommandHelp& command) {
         } else if (arg == "--format" && std::string(command.name) == "video") {
             if (value != "mkv" && value != "ts") usage("--format: expected mkv or ts, got \"" + value + "\"");
             o.format = value;
+        } else if (arg == "--part") {
+            char* end = nullptr;
+            errno = 0;
+            const long index = std::strtol(v, &end, 10);
+            const long n = *end == '/' && end > v && std::isdigit(static_cast<unsigned char>(*v)) ? std::strtol(end + 1, &end, 10) : -1;
+            if (*end || errno || n < 1 || n > 100000 || index < 0 || index >= n)
+                usage("--part: expected I/N with 0 <= I < N <= 100000, such as 2/8, got \"" + value + "\"");
+            o.part = index, o.parts = n;
+        } else if (arg == "--count-file") {
+            if (value.empty()) usage("--count-file: expected a file name");
+            o.countFile = value;
+        } else if (arg == "--audio-from") {
+            if (value.empty()) usage("--audio-from: expected the clip the parts were rendered from");
+            o.audioFrom = value;
         } else if (arg == "--site") {
             o.site = value;
         } else if (arg == "--quality") {
@@ -731,6 +748,18 @@ int renderBatch(const Options& o) {
     record.progress = std::uint32_t(o.progress);
     note("effect " + describe(record));
     std::vector<BatchPicture> batch = batchPictures(o, record);
+    if (o.parts) {   // every N-th of the sorted list; the names were checked on the whole list
+        std::stable_sort(batch.begin(), batch.end(),
+                         [](const BatchPicture& a, const BatchPicture& b) { return a.input < b.input; });
+        std::vector<BatchPicture> mine;
+        for (std::size_t i = std::size_t(o.part); i < batch.size(); i += std::size_t(o.parts)) mine.push_back(batch[i]);
+        if (mine.empty()) {
+            if (!notices::quiet)
+                std::fprintf(stderr, "part %ld/%ld: no pictures in it (%zu in all)\n", o.part, o.parts, batch.size());
+            return 0;
+        }
+        batch.swap(mine);
+    }
     makeFolders(o.outputDir);
     // Several pictures at once, each on its share of the threads and of the
     // memory; a picture too large for its share is rendered afterwards alone.
@@ -783,8 +812,8 @@ int cmdRender(int argc, char** argv) {
         while (o.outputDir.size() > 1 && o.outputDir.back() == '/') o.outputDir.pop_back();
         return renderBatch(o);
     }
-    if (o.suffixGiven || !o.format.empty() || o.recursive)
-        usage("--suffix, --format and --recursive name the outputs of --output-dir");
+    if (o.suffixGiven || !o.format.empty() || o.recursive || o.parts)
+        usage("--suffix, --format, --recursive and --part go with --output-dir");
     if (o.positional.size() != 2)
         usage(o.positional.size() > 2 ? "render needs IN and OUT, or IN... --output-dir DIR"
                                       : "render needs IN and OUT");
@@ -937,7 +966,29 @@ int cmdVideo(int argc, char** argv) {
     job.progress = std::find(o.given.begin(), o.given.end(), "--progress") != o.given.end() ? o.progress : -1;
     job.keepGoing = o.keepGoing;
     if (job.to >= 0 && job.to <= job.from) usage("--to: the end comes before --from's start");
+    if (!o.countFile.empty() && !o.parts) usage("--count-file goes with --part");
+    if (o.parts) {
+        if (job.from > 0 || job.to >= 0) usage("--part splits the whole clip; --from and --to cannot go with it");
+        if (job.frames > 0) usage("--part counts the clip's frames itself; --frames cannot go with it");
+        if (job.input == "-" || job.output == "-") usage("--part: a part is read from and written to files, not pipes");
+        job.part = int(o.part), job.parts = int(o.parts), job.countFile = o.countFile;
+    }
     const video::Outcome r = video::convert(job);
+    if (r.status == 2) throw UsageError{r.message};
+    if (r.status != 0) throw Failure{r.message};
+    return 0;
+}
+
+int cmdJoin(int argc, char** argv) {
+    Options o = parse(argc, argv, "join");
+    if (o.positional.size() < 2) usage("join needs PART... and OUT");
+    if (o.audioFrom.empty()) usage("join needs --audio-from IN, the clip the parts were rendered from");
+    video::JoinJob job;
+    job.parts.assign(o.positional.begin(), o.positional.end() - 1);
+    job.output = o.positional.back();
+    job.original = o.audioFrom;
+    if (o.noOverwrite && ::access(job.output.c_str(), F_OK) == 0) usage(job.output + ": exists already (--no-overwrite)");
+    const video::Outcome r = video::join(job);
     if (r.status == 2) throw UsageError{r.message};
     if (r.status != 0) throw Failure{r.message};
     return 0;
@@ -1184,6 +1235,7 @@ int run(int argc, char** argv) {
         if (command == "sequence") return cmdSequence(argc - 2, argv + 2);
         if (command == "sheet") return cmdSheet(argc - 2, argv + 2);
         if (command == "video") return cmdVideo(argc - 2, argv + 2);
+        if (command == "join") return cmdJoin(argc - 2, argv + 2);
         if (command == "edit") return cmdEdit(argc - 2, argv + 2);
         if (command == "timing") return cmdTiming(argc - 2, argv + 2);
         if (command == "settings") return cmdSettings(argc - 2, argv + 2);

@@ -64,7 +64,7 @@ const char* const kLimits =
     "                        renders need more from its header, before it is decoded\n";
 
 bool writesFiles(const CommandHelp& c) {
-    for (const char* name : {"render", "sequence", "video", "sheet", "settings"})
+    for (const char* name : {"render", "sequence", "video", "join", "sheet", "settings"})
         if (std::string(c.name) == name) return true;
     return false;
 }
@@ -86,6 +86,10 @@ const std::vector<Example>& commandExamples() {
          "Every frame of a video, losslessly, slowly at first."},
         {"video", "flairize video phone.mp4 out.mp4 --effect fresco --crf 20 --preset slow",
          "H.264 at constant quality 20; audio, subtitles and rotation kept."},
+        {"video", "flairize video film.mp4 parts/p2.mkv --part 2/8 --count-file parts/frames --codec libx264",
+         "The third of eight parts of a film, for a cluster's job array."},
+        {"join", "flairize join parts/p*.mkv film-out.mp4 --audio-from film.mp4",
+         "The eight parts as one film, with the original's audio."},
         {"sheet", "flairize sheet photo.jpg sheet.png --columns 5", "Every offered effect on one contact sheet."},
         {"edit", "flairize edit photo.jpg", "The web editor in a browser, with photo.jpg open."},
         {"timing", "flairize timing --frames 5 --speed 25 --json", "The progress of each of 5 frames, as JSON."},
@@ -120,7 +124,9 @@ const std::vector<CommandHelp>& commands() {
          "  --format F            png, jpg, webp, tif or bmp: the outputs' format (default:\n"
          "                        the input's own)\n"
          "  --recursive           folders given as IN: their pictures and their subfolders',\n"
-         "                        written into the same subfolders of DIR\n"},
+         "                        written into the same subfolders of DIR\n"
+         "  --part I/N            only pictures I, I + N, I + 2N, ... (0-based) of the sorted\n"
+         "                        list of IN: one of N jobs sharing a batch\n"},
         {"sequence", "IN OUTPATTERN --frames N [effect options] [--direction D] [--speed S] [--threads N] [--quality N]",
          "render N frames across the effect's stretch",
          "Frame i is at position i x 16384 / (N - 1), through the speed curve and the\n"
@@ -150,8 +156,22 @@ const std::vector<CommandHelp>& commands() {
          "  --frames N            the timing over N frames instead of counting them\n"
          "  --format mkv|ts       the container (default: OUT's extension; Matroska for -)\n"
          "  --keep-going          leave damaged frames out instead of refusing the video\n"
+         "  --part I/N            only part I (0..N-1) of N of the clip's frames, each at its\n"
+         "                        place in the whole clip: a video-only piece that starts\n"
+         "                        with a keyframe, for `flairize join` (see docs/scale-out.md)\n"
+         "  --count-file FILE     with --part: the clip's frame times, read from FILE, or\n"
+         "                        counted and written there where it is missing, so that\n"
+         "                        every part splits the same list\n"
          "IN and OUT may be - (standard input and output, streamed); standard input needs\n"
          "--frames or --progress, since it cannot be read twice to count its frames.\n"},
+        {"join", "PART... OUT --audio-from IN",
+         "join the parts of a video that `video --part` rendered into one file",
+         "The parts, given in any order, are joined by stream copy (nothing is encoded\n"
+         "again); the audio, subtitles and metadata are taken once from IN, the clip the\n"
+         "parts were rendered from. Parts that do not make one clip are refused with the\n"
+         "reason: a part missing or given twice, another split or frame count, another\n"
+         "size, codec or encoder settings, a part cut short, an IN of another length.\n"
+         "  --audio-from IN       the clip the parts were rendered from\n"},
         {"sheet", "IN OUT [--columns N] [--threads N]",
          "every offered effect on one picture, as a labelled contact sheet",
          "Each effect renders IN at its defaults and full progress; the sheet shows the\n"

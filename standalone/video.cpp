@@ -294,6 +294,74 @@ long countFrames(const Job& job, int stream, std::int64_t from, std::int64_t to)
     return count;
 }
 
+// The presentation times of the video's frames, in order: its packets'
+// timestamps, read as countFrames reads them, without decoding. Parts of one
+// clip split at these; with --count-file they are read from that file where
+// it exists, else written there (under a temporary name, then renamed) for
+// the other parts, so every part splits the same list.
+std::vector<std::int64_t> frameTimes(const Job& job, int stream, AVRational base) {
+    struct stat st {};
+    if (::stat(job.input.c_str(), &st) != 0) fail(2, job.input + ": " + std::strerror(errno));
+    const std::string header = "flairize frame times 1\ninput-size " + std::to_string(st.st_size) + "\ntime-base " +
+                               std::to_string(base.num) + "/" + std::to_string(base.den) + "\n";
+    const std::string& file = job.countFile;
+    std::vector<std::int64_t> times;
+    if (!file.empty()) {
+        if (FILE* f = std::fopen(file.c_str(), "r")) {
+            std::string text;
+            char buffer[1 << 16];
+            for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) text.append(buffer, n);
+            std::fclose(f);
+            if (text.compare(0, header.size(), header) != 0)
+                fail(2, file + ": the frame times of another input (or not a count file); remove it to count again");
+            const char* at = text.c_str() + header.size();
+            long count = -1;
+            if (std::sscanf(at, "frames %ld", &count) != 1 || count < 1) fail(2, file + ": damaged; remove it to count again");
+            at = std::strchr(at, '\n');
+            for (long k = 0; k < count && at; ++k) {
+                char* end = nullptr;
+                times.push_back(std::strtoll(at + 1, &end, 10));
+                at = end && *end == '\n' ? end : nullptr;
+            }
+            if (long(times.size()) != count || !at || at[1]) fail(2, file + ": damaged; remove it to count again");
+            return times;
+        }
+        if (errno != ENOENT) fail(2, file + ": " + std::strerror(errno));
+    }
+    Input again = openInput(job, false);
+    if (unsigned(stream) >= again->nb_streams) fail(2, job.input + ": the streams differ between two readings");
+    Packet packet = newPacket();
+    int e;
+    while ((e = av_read_frame(again.get(), packet.get())) >= 0) {
+        const std::int64_t t = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+        const bool counts = packet->stream_index == stream && !(packet->flags & AV_PKT_FLAG_DISCARD);
+        av_packet_unref(packet.get());
+        if (!counts) continue;
+        if (t == AV_NOPTS_VALUE) fail(2, job.input + ": --part: the video's frames have no timestamps to split at");
+        times.push_back(t);
+    }
+    if (e != AVERROR_EOF) fail(2, job.input + ": --part needs a clip that reads to its end: " + avError(e));
+    if (times.empty()) fail(2, job.input + ": the video has no frames");
+    std::sort(times.begin(), times.end());
+    if (std::adjacent_find(times.begin(), times.end()) != times.end())
+        fail(2, job.input + ": --part: two frames share a timestamp, so the clip cannot be split at frames");
+    if (!file.empty()) {
+        std::string text = header + "frames " + std::to_string(times.size()) + "\n";
+        for (std::int64_t t : times) text += std::to_string(t) + "\n";
+        std::string temp = file + ".XXXXXX";
+        const int fd = ::mkstemp(temp.data());
+        bool written = fd >= 0;
+        if (written) {
+            written = ::write(fd, text.data(), text.size()) == ssize_t(text.size());
+            written = ::close(fd) == 0 && written;
+            written = written && ::rename(temp.c_str(), file.c_str()) == 0;
+            if (!written) ::unlink(temp.c_str());
+        }
+        if (!written) fail(2, file + ": " + std::strerror(errno));
+    }
+    return times;
+}
+
 // ---- the frames in flight
 
 // One frame's way through the stages, with the audio packets read before it.
@@ -418,6 +486,7 @@ struct Setup {
     unsigned threads = 1;   // frames rendered at once
     std::size_t tokens = 3; // frames in flight: those rendering, one decoding and one encoding beside them
     long frames = 0;        // the count the timing uses; 0 with a fixed progress
+    long firstFrame = 0, endFrame = 0;   // the frames written: [first, end) of the clip's (all but with --part)
     bool counted = false;   // the frames were counted, not given
     std::int64_t from = 0, to = INT64_MAX;   // the part kept, in the video stream's time base
     Codec enc;
@@ -434,6 +503,7 @@ private:
     void chooseOutput();
     void openDecoder();
     void chooseRange();
+    void choosePart();
     Codec makeDecoder(unsigned codecThreads);
     const AVCodec* decoder = nullptr;
     void budgetMemory();
@@ -449,15 +519,20 @@ Setup::Setup(const Job& j) : job(j) {
         fail(2, "-: standard input cannot be read twice to count its frames; give --frames N, or --progress P for "
                 "one progress throughout");
     openDecoder();
-    chooseRange();
+    if (job.parts)
+        choosePart();
+    else
+        chooseRange();
     budgetMemory();
-    if (job.frames > 0)
+    if (job.parts) {
+    } else if (job.frames > 0)
         frames = job.frames;
     else if (job.progress < 0) {
         frames = countFrames(job, videoStream, from, to);
         counted = true;
         if (frames < 1) fail(2, job.input + (job.from || job.to >= 0 ? ": no frames in the part chosen" : ": the video has no frames"));
     }
+    if (!job.parts) endFrame = frames;
     openEncoder();
     std::string error;
     if (!file.open(job.output, error)) fail(2, job.output + ": " + error);
@@ -505,6 +580,24 @@ void Setup::chooseRange() {
     to = job.to >= 0 ? start + av_rescale_q(job.to, AV_TIME_BASE_Q, inVideo->time_base) : INT64_MAX;
     if (job.to >= 0 && job.to <= job.from) fail(2, "--to: the end comes before --from's start");
     if (job.from > 0 && job.input != "-") av_seek_frame(in.get(), videoStream, from, AVSEEK_FLAG_BACKWARD);
+}
+
+// --part I/N: frames [I x M / N, (I + 1) x M / N) of the clip's M, each at
+// the progress of its place in the whole clip. The input is sought to the
+// keyframe before the part's first frame; what decodes before it is dropped.
+void Setup::choosePart() {
+    const std::vector<std::int64_t> times = frameTimes(job, videoStream, inVideo->time_base);
+    frames = long(times.size());
+    counted = true;
+    firstFrame = long(std::int64_t(job.part) * frames / job.parts);
+    endFrame = long(std::int64_t(job.part + 1) * frames / job.parts);
+    if (firstFrame == endFrame)
+        fail(2, "--part " + std::to_string(job.part) + "/" + std::to_string(job.parts) + ": no frames in it (the clip has " +
+                    std::to_string(frames) + ")");
+    from = times[std::size_t(firstFrame)];
+    to = endFrame < frames ? times[std::size_t(endFrame)] : INT64_MAX;
+    if (firstFrame > 0 && av_seek_frame(in.get(), videoStream, from, AVSEEK_FLAG_BACKWARD) < 0)
+        fail(2, job.input + ": --part: the clip cannot be sought");
 }
 
 // The input's video stream, its decoder, and the layout its frames render in.
@@ -633,6 +726,7 @@ void Setup::openEncoder() {
     // The encoder's own threads: --codec-threads, else FFmpeg's choice for the machine; never
     // --threads, which does not change the bytes written.
     enc->thread_count = codecsCapped ? 1 : int(job.codecThreads);
+    if (job.parts) enc->flags |= AV_CODEC_FLAG_CLOSED_GOP;   // a part refers to no frame outside it
     openEncoderWith(enc.get(), encoder, job.encoding, job.output, encoderOptions);
     av_log_set_callback(keepDecoderErrors);   // the encoder's opening took FFmpeg's messages for a while
 }
@@ -649,6 +743,13 @@ bool Setup::openOutput(bool asTheyAre) {
     if (r < 0) fail(2, job.output + ": " + avError(r));
     out.reset(raw);
     keepContainerMetadata(in.get(), out.get());
+    if (job.parts) {   // what flairize join checks the parts by
+        const std::string part = std::to_string(job.part) + "/" + std::to_string(job.parts),
+                          range = std::to_string(firstFrame) + " " + std::to_string(endFrame) + " " + std::to_string(frames);
+        if (av_dict_set(&out->metadata, "FLAIRIZE_PART", part.c_str(), 0) < 0 ||
+            av_dict_set(&out->metadata, "FLAIRIZE_FRAMES", range.c_str(), 0) < 0)
+            throw std::bad_alloc();
+    }
     outVideo = avformat_new_stream(out.get(), nullptr);
     if (!outVideo || avcodec_parameters_from_context(outVideo->codecpar, enc.get()) < 0) throw std::bad_alloc();
     outVideo->time_base = enc->time_base;
@@ -670,7 +771,8 @@ bool Setup::openOutput(bool asTheyAre) {
 // (asTheyAre), else only the audio, transcoded. True when any is copied.
 bool Setup::addOtherStreams(bool asTheyAre) {
     streams.emplace(in.get(), videoStream, out.get(),
-                    asTheyAre ? Streams::Plan::AsTheyAre : Streams::Plan::AudioTranscodedOnly, job.output);
+                    job.parts ? Streams::Plan::None
+                    : asTheyAre ? Streams::Plan::AsTheyAre : Streams::Plan::AudioTranscodedOnly, job.output);
     return streams->copiesAny();
 }
 
@@ -731,6 +833,7 @@ private:
 };
 
 Pipeline::Pipeline(Setup& setup) : setup_(setup), job_(setup.job), tokens_(setup.tokens) {
+    decodedFrames_ = setup_.firstFrame;   // frames are numbered in the whole clip
     for (std::size_t k = 0; k < tokens_; ++k) {
         items_.push_back(std::make_unique<Item>());
         allocate(items_.back()->source.get(), setup_.engineLayout, setup_.width, setup_.height);
@@ -771,7 +874,7 @@ Item* Pipeline::decode() {
                 av_frame_unref(f);
                 continue;
             }
-            if (decodedFrames_ == 0 && !(f->decode_error_flags || (f->flags & AV_FRAME_FLAG_CORRUPT))) error.clear();
+            if (decodedFrames_ == setup_.firstFrame && !(f->decode_error_flags || (f->flags & AV_FRAME_FLAG_CORRUPT))) error.clear();
             if (!error.empty() || f->decode_error_flags || (f->flags & AV_FRAME_FLAG_CORRUPT)) {
                 av_frame_unref(f);
                 damaged(error.empty() ? "the decoder found errors in it" : error);
@@ -923,7 +1026,7 @@ void Pipeline::encode(Item* item) {
     const int sent = avcodec_send_frame(setup_.enc.get(), f);
     if (sent < 0) fail(1, job_.output + ": the encoder failed: " + avError(sent));
     drainEncoder();
-    progress_.show(++encodedFrames_, setup_.frames, false);
+    progress_.show(++encodedFrames_, setup_.endFrame - setup_.firstFrame, false);
 }
 
 void Pipeline::writeAudio(Item& item) {
@@ -958,13 +1061,18 @@ void Pipeline::finish() {
     avio_flush(setup_.out->pb);
     if (setup_.out->pb->error < 0) fail(writeStatus(), job_.output + ": " + avError(setup_.out->pb->error));
     if (encodedFrames_ == 0) fail(2, job_.input + (firstDamage_.empty() ? ": no frame could be decoded" : ": " + firstDamage_));
+    // A part short of its frames would leave a gap in the joined clip.
+    if (job_.parts && decodedFrames_ != setup_.endFrame)
+        fail(2, job_.input + ": part " + std::to_string(job_.part) + "/" + std::to_string(job_.parts) + " decoded " +
+                    std::to_string(decodedFrames_ - setup_.firstFrame) + " frames, not the " +
+                    std::to_string(setup_.endFrame - setup_.firstFrame) + " counted");
     std::string error;
     if (!setup_.file.commit(error)) fail(2, job_.output + ": " + error);
-    progress_.show(encodedFrames_, setup_.frames, true);
+    progress_.show(encodedFrames_, setup_.endFrame - setup_.firstFrame, true);
     if (damagedFrames_)
         notices::say("%s: %s; wrote %ld of %ld frames\n", job_.input.c_str(), firstDamage_.c_str(),
-                     encodedFrames_, decodedFrames_);
-    else if (setup_.frames && encodedFrames_ != setup_.frames)
+                     encodedFrames_, decodedFrames_ - setup_.firstFrame);
+    else if (!job_.parts && setup_.frames && encodedFrames_ != setup_.frames)
         notices::say("%s: %ld frames were %s but %ld decoded\n", job_.input.c_str(), setup_.frames,
                      setup_.counted ? "counted" : "given", encodedFrames_);
 }

@@ -38,6 +38,8 @@ struct Job {
     long frames = 0;           // the frame count the timing uses; 0: the frames counted (not possible on a pipe)
     long progress = -1;        // one progress for every frame; -1: the frame timing
     bool keepGoing = false;    // damaged frames are left out instead of refusing the clip
+    int part = 0, parts = 0;   // --part I/N: frames [I x M / N, (I + 1) x M / N) of the clip's M; parts 0: all
+    std::string countFile;     // --count-file: the clip's frame times, shared by its parts
 };
 
 struct Outcome {
@@ -49,5 +51,14 @@ struct Outcome {
 // name beside it and renamed when complete ("-": standard input and output,
 // streamed). Never throws.
 Outcome convert(const Job& job);
+
+// flairize join: the parts that `--part` wrote, in order, as one video by
+// stream copy, with the other streams (audio, subtitles) of the original.
+struct JoinJob {
+    std::vector<std::string> parts;
+    std::string output;
+    std::string original;      // --audio-from: the clip the parts were rendered from
+};
+Outcome join(const JoinJob& job);
 
 }  // namespace video

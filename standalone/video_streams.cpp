@@ -368,7 +368,7 @@ Streams::Streams(const AVFormatContext* in, int video, AVFormatContext* out, Pla
     const AVOutputFormat* format = out->oformat;
     const bool asTheyAre = plan == Plan::AsTheyAre;
     for (unsigned s = 0; s < in->nb_streams; ++s) {
-        if (int(s) == video) continue;
+        if (int(s) == video || plan == Plan::None) continue;
         const AVStream* i = in->streams[s];
         const AVCodecParameters* p = i->codecpar;
         const AVCodecID id = p->codec_id;

@@ -25,7 +25,8 @@ class Streams {
     // How the other streams are written: as the container takes them (audio it
     // refuses transcoded), or, after the container refused its header so, with
     // every audio stream transcoded and nothing else.
-    enum class Plan { AsTheyAre, AudioTranscodedOnly };
+    // None: the video alone (a part of a clip, whose audio is joined later).
+    enum class Plan { AsTheyAre, AudioTranscodedOnly, None };
 
     // Adds an output stream for each input stream other than `video` that the
     // plan keeps; those left out are named on stderr.
