@@ -35,9 +35,12 @@ inline void putShake(std::uint8_t* out, const std::uint8_t* s, unsigned ab, unsi
                (s[2] * l + ar * d) / 255u);
 }
 
-// The luminance of `count` smeared 24-bit colours.
+// The luminance of `count` smeared colours of 3 or 4 bytes.
 FLR_VECTOR_LOOP void smearLuminance(const std::uint8_t* smear, unsigned count, std::uint8_t* keys) {
     luminanceRun<3>(smear, count, keys);
+}
+FLR_VECTOR_LOOP void smearLuminance4(const std::uint8_t* smear, unsigned count, std::uint8_t* keys) {
+    luminanceRun<4>(smear, count, keys);
 }
 
 // out[i] = (own[i] l[i] + smear[i] (255 - l[i])) / 255 for i < count.
@@ -76,18 +79,20 @@ void shakeBlocks(const std::uint8_t* own, const WalkStep* steps, unsigned n, uns
             const std::uint8_t* sample = sampleRow(k);
             for (unsigned i = 0; i < bytes; ++i) acc[i] = static_cast<std::uint8_t>((sample[i] + 7u * acc[i]) >> 3);
         }
+        // The blend over the block's bytes, each with its pixel's luminance; 4-byte
+        // pixels blend their alpha bytes too, which the alpha mix then replaces.
         std::uint8_t* o = out + kStep * x0;
-        if constexpr (!Alpha) {   // the blend over the block's bytes, each with its pixel's luminance
-            std::uint8_t keys[kBlock], light[3 * kBlock];
+        std::uint8_t keys[kBlock], light[kStep * kBlock];
+        if constexpr (Alpha) {
+            smearLuminance4(acc, count, keys);
+            for (unsigned i = 0; i < count; ++i)
+                light[4 * i] = light[4 * i + 1] = light[4 * i + 2] = light[4 * i + 3] = keys[i];
+        } else {
             smearLuminance(acc, count, keys);
             for (unsigned i = 0; i < count; ++i) light[3 * i] = light[3 * i + 1] = light[3 * i + 2] = keys[i];
-            keepLight(start, acc, light, bytes, o);
-            continue;
         }
-        for (unsigned i = 0; i < count; ++i, o += kStep) {
-            const std::uint8_t* a = acc + kStep * i;
-            putShake<Alpha>(o, start + kStep * i, a[0], a[1], a[2]);
-        }
+        keepLight(start, acc, light, bytes, o);
+        if constexpr (Alpha) mixRowInPlace(start, o, count);
     }
 }
 
