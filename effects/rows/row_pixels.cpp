@@ -9,6 +9,47 @@ namespace {
 // keeps its values, one that is all 0 takes the source, others mix pixel by pixel.
 constexpr std::size_t kRun = 16;
 
+#if defined(__GNUC__)
+// Eight pixels as words in vector lanes (two or four registers where the
+// target has narrower ones).
+typedef std::uint32_t Words8 __attribute__((vector_size(32)));
+typedef std::uint32_t Words4 __attribute__((vector_size(16)));
+
+// The AND and the OR of the alphas of the run of pixels at p.
+inline void runAlphas(const std::uint8_t* p, std::uint32_t& all, std::uint32_t& any) {
+    Words8 a = {}, b = {};
+    std::memcpy(&a, p, 32);
+    std::memcpy(&b, p + 32, 32);
+    const Words8 and8 = a & b, or8 = a | b;
+    Words4 andLo, andHi, orLo, orHi;
+    std::memcpy(&andLo, &and8, 16), std::memcpy(&andHi, reinterpret_cast<const char*>(&and8) + 16, 16);
+    std::memcpy(&orLo, &or8, 16), std::memcpy(&orHi, reinterpret_cast<const char*>(&or8) + 16, 16);
+    const Words4 and4 = andLo & andHi, or4 = orLo | orHi;
+    all = (and4[0] & and4[1] & and4[2] & and4[3]) >> 24;
+    any = (or4[0] | or4[1] | or4[2] | or4[3]) >> 24;
+}
+
+// Alpha 255 into every pixel of the run at p.
+inline void setAlphas(std::uint8_t* p) {
+    for (unsigned h = 0; h < 2; ++h) {
+        Words8 w = {};
+        std::memcpy(&w, p + 32 * h, 32);
+        w |= 0xFF000000u;
+        std::memcpy(p + 32 * h, &w, 32);
+    }
+}
+#else
+inline void runAlphas(const std::uint8_t* p, std::uint32_t& all, std::uint32_t& any) {
+    std::uint32_t a = 0xFFFFFFFFu, o = 0;
+    for (std::size_t k = 0; k < kRun; ++k) a &= loadPixel(p + 4 * k), o |= loadPixel(p + 4 * k);
+    all = a >> 24, any = o >> 24;
+}
+inline void setAlphas(std::uint8_t* p) {
+    for (std::size_t k = 0; k < kRun; ++k) storePixel(p + 4 * k, loadPixel(p + 4 * k) | 0xFF000000u);
+}
+#endif
+static_assert(kRun == 16, "a run is two groups of eight pixels");
+
 }  // namespace
 
 FLAIRIZE_CLONES
@@ -17,10 +58,10 @@ void mixRowInPlace(const std::uint8_t* __restrict s, std::uint8_t* __restrict ou
     for (; i + kRun <= count; i += kRun) {
         const std::uint8_t* sr = s + 4 * i;
         std::uint8_t* o = out + 4 * i;
-        unsigned all = 255, any = 0;
-        for (std::size_t k = 0; k < kRun; ++k) all &= sr[4 * k + 3], any |= sr[4 * k + 3];
+        std::uint32_t all, any;
+        runAlphas(sr, all, any);
         if (all == 255) {   // the values themselves, with the source's alpha 255
-            for (std::size_t k = 0; k < kRun; ++k) o[4 * k + 3] = 255;
+            setAlphas(o);
         } else if (any == 0) {
             std::memcpy(o, sr, 4 * kRun);
         } else {
@@ -37,8 +78,8 @@ void mixRowWithColour(const std::uint8_t* __restrict s, std::uint32_t v, std::ui
     for (; i + kRun <= count; i += kRun) {
         const std::uint8_t* sr = s + 4 * i;
         std::uint8_t* o = out + 4 * i;
-        unsigned all = 255, any = 0;
-        for (std::size_t k = 0; k < kRun; ++k) all &= sr[4 * k + 3], any |= sr[4 * k + 3];
+        std::uint32_t all, any;
+        runAlphas(sr, all, any);
         if (all == 255) {
             for (std::size_t k = 0; k < kRun; ++k) storePixel(o + 4 * k, v | 0xFF000000u);
         } else if (any == 0) {
@@ -56,8 +97,8 @@ void mixRowByValueAlpha(const std::uint8_t* __restrict s, std::uint8_t* __restri
     for (; i + kRun <= count; i += kRun) {
         const std::uint8_t* sr = s + 4 * i;
         std::uint8_t* o = out + 4 * i;
-        unsigned all = 255, any = 0;
-        for (std::size_t k = 0; k < kRun; ++k) all &= o[4 * k + 3], any |= o[4 * k + 3];
+        std::uint32_t all, any;
+        runAlphas(o, all, any);
         if (all == 255) continue;   // the values themselves, alpha and all
         if (any == 0) {             // the source's colours under alpha 0
             for (std::size_t k = 0; k < kRun; ++k) o[4 * k] = sr[4 * k], o[4 * k + 1] = sr[4 * k + 1], o[4 * k + 2] = sr[4 * k + 2];
