@@ -404,6 +404,14 @@ FLR_NOINLINE FLAIRIZE_CLONES void mirrorPixels(std::uint8_t* row, unsigned begin
     }
 }
 
+// Pixels begin .. width - 1 of a row of 4-byte pixels mirror the first ones:
+// pixel x is pixel width - 1 - x.
+FLR_NOINLINE FLAIRIZE_CLONES void mirrorWords(std::uint8_t* row, unsigned begin, unsigned width) {
+    std::uint8_t* FLR_RESTRICT o = row;
+    const std::uint8_t* FLR_RESTRICT s = row;   // the pixels read lie before those written
+    for (unsigned x = begin; x < width; ++x) storePixel(o + 4u * x, loadPixel(s + 4u * (width - 1 - x)));
+}
+
 template <bool Alpha, class Source>
 void kaleidoscopeRow(const Frame& frame, const std::int32_t* diagonalRows, unsigned y, std::uint8_t* out,
                      Source src, unsigned outStep) {
@@ -445,6 +453,19 @@ void kaleidoscopeRow(const Frame& frame, const std::int32_t* diagonalRows, unsig
         mirrorPixels(out, leftEnd, width);
         return;
     }
+    if constexpr (Alpha) {
+        if (q == 0) {   // the same fold in whole 4-byte pixels, then the alpha mix over the row
+            const unsigned leftEnd = halfWidth + 1 < width ? halfWidth + 1 : width;
+            const unsigned sameEnd = k + 1 < leftEnd ? k + 1 : leftEnd;
+            std::memcpy(out, rows[yFold], 4u * sameEnd);
+            for (unsigned x = sameEnd; x < leftEnd; ++x)
+                storePixel(out + 4u * x, loadPixel(rows[diagonalRows[x]] + 4u * xDiagonal));
+            mirrorWords(out, leftEnd, width);
+            mixRowInPlace(own, out, width);
+            return;
+        }
+    }
+    std::uint8_t* const rowStart = out;
     for (unsigned x = 0; x < width; ++x, out += outStep) {
         const unsigned xFold = x <= halfWidth ? x : width - 1 - x;
         unsigned xs = xFold, ys = yFold;
@@ -456,9 +477,12 @@ void kaleidoscopeRow(const Frame& frame, const std::int32_t* diagonalRows, unsig
         const int xf = int(xs) + (int(x) - int(xs)) * q / 16384;
         const int yf = int(ys) + (int(y) - int(ys)) * q / 16384;
         const std::uint8_t* v = src(rows[yf], unsigned(xf));
-        const std::uint8_t* s = src(own, x);
-        put<Alpha>(out, s, Alpha ? s[3] : 255u, v[0], v[1], v[2]);
+        if constexpr (Alpha)
+            storePixel(out, loadPixel(v));   // mixed over the row below
+        else
+            put<false>(out, nullptr, 0, v[0], v[1], v[2]);
     }
+    if constexpr (Alpha) mixRowInPlace(own, rowStart, width);
 }
 
 }  // namespace
