@@ -250,11 +250,16 @@ void frazzleRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, u
         const unsigned count = width - x0 < kFrazzleChunk ? width - x0 : kFrazzleChunk;
         const unsigned ahead = x0 + kFrazzleChunk < width ? prepare(x0 + kFrazzleChunk, slot ^ 1) : 0;
         const std::int32_t *cx = xs[slot], *cy = ys[slot];
+        std::uint8_t* const chunk = out;
         for (unsigned i = 0; i < count; ++i, out += outStep) {
             if (i < ahead) fetch(slot ^ 1, i);   // the next chunk's source, one chunk ahead
             const std::uint8_t* v = src(rows[cy[i]], unsigned(cx[i]));
-            put<Alpha>(out, src(own, x0 + i), Alpha ? v[3] : 255u, v[0], v[1], v[2]);
+            if constexpr (Alpha)
+                storePixel(out, loadPixel(v));   // mixed over the chunk below, by its own alpha
+            else
+                put<false>(out, nullptr, 0, v[0], v[1], v[2]);
         }
+        if constexpr (Alpha) mixRowByValueAlpha(own + 4u * x0, chunk, count);
     }
 }
 
