@@ -233,23 +233,28 @@ FLR_VECTOR_LOOP void shiftBytes(const std::uint8_t* __restrict own, const std::i
     }
 }
 
-// Dark Strokes on a 24-bit row, in blocks: the keys (vectorised), each
-// pixel's shift repeated for its three bytes, then the shifted bytes.
-void darkStrokesRow24(const std::uint8_t* row, std::uint32_t progress, unsigned width, std::uint8_t* out) {
+// Dark Strokes on a row of 3- or 4-byte pixels, in blocks: the keys
+// (vectorised), each pixel's shift repeated for its bytes, then the shifted
+// bytes; 4-byte pixels shift their alpha bytes too, which the alpha mix over
+// the block then puts back.
+template <unsigned Step>
+void darkStrokesRowDirect(const std::uint8_t* row, std::uint32_t progress, unsigned width, std::uint8_t* out) {
     std::int8_t shiftOf[254];
     for (int l = 0; l < 254; ++l)
         shiftOf[l] = static_cast<std::int8_t>((std::int64_t(l - 127) * progress) / 16384);
     constexpr unsigned kBlock = 256;
     std::uint8_t keys[kBlock];
-    std::int8_t shift[3 * kBlock];
+    std::int8_t shift[Step * kBlock];
     for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
         const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
-        luminance3(row + 3 * x0, count, keys);
-        for (unsigned i = 0; i < count; ++i) {
-            const std::int8_t d = shiftOf[keys[i]];
-            shift[3 * i] = d, shift[3 * i + 1] = d, shift[3 * i + 2] = d;
-        }
-        shiftBytes(row + 3 * x0, shift, 3 * count, out + 3 * x0);
+        if constexpr (Step == 4)
+            luminance4(row + 4 * x0, count, keys);
+        else
+            luminance3(row + 3 * x0, count, keys);
+        for (unsigned i = 0; i < count; ++i)
+            for (unsigned k = 0; k < Step; ++k) shift[Step * i + k] = shiftOf[keys[i]];
+        shiftBytes(row + Step * x0, shift, Step * count, out + Step * x0);
+        if constexpr (Step == 4) mixRowInPlace(row + 4 * x0, out + 4 * x0, count);
     }
 }
 
@@ -391,9 +396,9 @@ FLR_ROW(DarkStrokesLine1) {
 FLR_ROW(DarkStrokesLine2) {
     (void)carry;
     if (frame.hasAlpha)
-        darkStrokesRow<true>(y, frame.progress, frame.width, DirectRows{frame.rows, 4}, out);
+        darkStrokesRowDirect<4>(frame.rows[y], frame.progress, frame.width, out);
     else
-        darkStrokesRow24(frame.rows[y], frame.progress, frame.width, out);
+        darkStrokesRowDirect<3>(frame.rows[y], frame.progress, frame.width, out);
 }
 
 FLR_ROW(FrescoLine1) {
