@@ -288,17 +288,19 @@ void frescoInterior(const Keys& src, const std::uint8_t* const* rows, unsigned y
             last[i] = static_cast<std::uint8_t>(digit(k2[i + 2], picked));
         }
         std::uint8_t* o = out + kOutStep * x0;
-        if constexpr (std::is_same_v<Keys, DirectKeys<3>>) {
-            // The picked colours' top bits, then the fade over the block's bytes.
-            std::uint8_t quantised[3 * kBlock];
+        if constexpr (std::is_same_v<Keys, DirectKeys<3>> || std::is_same_v<Keys, DirectKeys<4>>) {
+            // The picked colours' top bits, then the fade over the block's bytes;
+            // 4-byte pixels fade their alpha bytes too, which the alpha mix over
+            // the block then puts back.
+            constexpr unsigned kStep = std::is_same_v<Keys, DirectKeys<4>> ? 4 : 3;
+            std::uint8_t quantised[kStep * kBlock];
             for (unsigned i = 0; i < count; ++i) {
                 const unsigned place = kPickParts[last[i]]->place[code[i]];
                 const std::uint8_t* chosen = src.pixel(line[place >> 2], x0 + i - 1 + (place & 3));
-                quantised[3 * i] = chosen[0] & 192u;
-                quantised[3 * i + 1] = chosen[1] & 192u;
-                quantised[3 * i + 2] = chosen[2] & 192u;
+                for (unsigned k = 0; k < kStep; ++k) quantised[kStep * i + k] = chosen[k] & 192u;
             }
-            fadeIn(quantised, src.pixel(line[1], x0), shown, kept, 3 * count, o);
+            fadeIn(quantised, src.pixel(line[1], x0), shown, kept, kStep * count, o);
+            if constexpr (kStep == 4) mixRowInPlace(src.pixel(line[1], x0), o, count);
             continue;
         }
         for (unsigned i = 0; i < count; ++i, o += kOutStep) {
