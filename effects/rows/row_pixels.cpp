@@ -7,7 +7,7 @@ namespace {
 
 // Pixels per run whose alphas are looked at together: a run that is all 255
 // keeps its values, one that is all 0 takes the source, others mix pixel by pixel.
-constexpr std::size_t kRun = 16;
+constexpr std::size_t kMixRun = 16;
 
 #if defined(__GNUC__)
 // Eight pixels as words in vector lanes (two or four registers where the
@@ -41,21 +41,21 @@ inline void setAlphas(std::uint8_t* p) {
 #else
 inline void runAlphas(const std::uint8_t* p, std::uint32_t& all, std::uint32_t& any) {
     std::uint32_t a = 0xFFFFFFFFu, o = 0;
-    for (std::size_t k = 0; k < kRun; ++k) a &= loadPixel(p + 4 * k), o |= loadPixel(p + 4 * k);
+    for (std::size_t k = 0; k < kMixRun; ++k) a &= loadPixel(p + 4 * k), o |= loadPixel(p + 4 * k);
     all = a >> 24, any = o >> 24;
 }
 inline void setAlphas(std::uint8_t* p) {
-    for (std::size_t k = 0; k < kRun; ++k) storePixel(p + 4 * k, loadPixel(p + 4 * k) | 0xFF000000u);
+    for (std::size_t k = 0; k < kMixRun; ++k) storePixel(p + 4 * k, loadPixel(p + 4 * k) | 0xFF000000u);
 }
 #endif
-static_assert(kRun == 16, "a run is two groups of eight pixels");
+static_assert(kMixRun == 16, "a run is two groups of eight pixels");
 
 }  // namespace
 
 FLAIRIZE_CLONES
 void mixRowInPlace(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
     std::size_t i = 0;
-    for (; i + kRun <= count; i += kRun) {
+    for (; i + kMixRun <= count; i += kMixRun) {
         const std::uint8_t* sr = s + 4 * i;
         std::uint8_t* o = out + 4 * i;
         std::uint32_t all, any;
@@ -63,9 +63,9 @@ void mixRowInPlace(const std::uint8_t* __restrict s, std::uint8_t* __restrict ou
         if (all == 255) {   // the values themselves, with the source's alpha 255
             setAlphas(o);
         } else if (any == 0) {
-            std::memcpy(o, sr, 4 * kRun);
+            std::memcpy(o, sr, 4 * kMixRun);
         } else {
-            for (std::size_t k = 0; k < kRun; ++k)
+            for (std::size_t k = 0; k < kMixRun; ++k)
                 storePixel(o + 4 * k, mixPixel(loadPixel(sr + 4 * k), loadPixel(o + 4 * k)));
         }
     }
@@ -75,17 +75,17 @@ void mixRowInPlace(const std::uint8_t* __restrict s, std::uint8_t* __restrict ou
 FLAIRIZE_CLONES
 void mixRowWithColour(const std::uint8_t* __restrict s, std::uint32_t v, std::uint8_t* __restrict out, unsigned count) {
     std::size_t i = 0;
-    for (; i + kRun <= count; i += kRun) {
+    for (; i + kMixRun <= count; i += kMixRun) {
         const std::uint8_t* sr = s + 4 * i;
         std::uint8_t* o = out + 4 * i;
         std::uint32_t all, any;
         runAlphas(sr, all, any);
         if (all == 255) {
-            for (std::size_t k = 0; k < kRun; ++k) storePixel(o + 4 * k, v | 0xFF000000u);
+            for (std::size_t k = 0; k < kMixRun; ++k) storePixel(o + 4 * k, v | 0xFF000000u);
         } else if (any == 0) {
-            std::memcpy(o, sr, 4 * kRun);
+            std::memcpy(o, sr, 4 * kMixRun);
         } else {
-            for (std::size_t k = 0; k < kRun; ++k) storePixel(o + 4 * k, mixPixel(loadPixel(sr + 4 * k), v));
+            for (std::size_t k = 0; k < kMixRun; ++k) storePixel(o + 4 * k, mixPixel(loadPixel(sr + 4 * k), v));
         }
     }
     for (; i < count; ++i) storePixel(out + 4 * i, mixPixel(loadPixel(s + 4 * i), v));
@@ -94,17 +94,17 @@ void mixRowWithColour(const std::uint8_t* __restrict s, std::uint32_t v, std::ui
 FLAIRIZE_CLONES
 void mixRowByValueAlpha(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
     std::size_t i = 0;
-    for (; i + kRun <= count; i += kRun) {
+    for (; i + kMixRun <= count; i += kMixRun) {
         const std::uint8_t* sr = s + 4 * i;
         std::uint8_t* o = out + 4 * i;
         std::uint32_t all, any;
         runAlphas(o, all, any);
         if (all == 255) continue;   // the values themselves, alpha and all
         if (any == 0) {             // the source's colours under alpha 0
-            for (std::size_t k = 0; k < kRun; ++k) o[4 * k] = sr[4 * k], o[4 * k + 1] = sr[4 * k + 1], o[4 * k + 2] = sr[4 * k + 2];
+            for (std::size_t k = 0; k < kMixRun; ++k) o[4 * k] = sr[4 * k], o[4 * k + 1] = sr[4 * k + 1], o[4 * k + 2] = sr[4 * k + 2];
             continue;
         }
-        for (std::size_t k = 0; k < kRun; ++k) {
+        for (std::size_t k = 0; k < kMixRun; ++k) {
             const std::uint32_t v = loadPixel(o + 4 * k);
             storePixel(o + 4 * k, mixPixel((loadPixel(sr + 4 * k) & 0x00FFFFFFu) | (v & 0xFF000000u), v));
         }
