@@ -7,7 +7,14 @@
 
 #include "platform/win_types.h"
 
+namespace dib {
+struct View;
+}
+
 namespace flairize {
+
+// The host's colour operations by name, for a chain of them.
+enum class ColourOp : std::uint8_t { Smooth, Simplify, Soften };
 
 struct HostServices {
     void* user = nullptr;   // handed back to every function
@@ -30,6 +37,14 @@ struct HostServices {
     HGLOBAL (*smooth)(void* user, HGLOBAL picture) = nullptr;
     HGLOBAL (*simplify)(void* user, HGLOBAL picture) = nullptr;
     HGLOBAL (*soften)(void* user, HGLOBAL picture) = nullptr;
+    // The same operations chained from view to view: ops[0] reads `source`,
+    // each further one the result of the one before, and the last writes
+    // `output` (the source's size; 24 bits, or 32 with the source's alpha).
+    // The chain gives what the picture forms one after another would give.
+    // False when working memory cannot be had. Null: the engine chains the
+    // picture forms.
+    bool (*colourChain)(void* user, const ColourOp* ops, unsigned count, const dib::View& source,
+                        const dib::View& output) = nullptr;
     // Runs body(context, begin, end) over bands that cover rows 0 .. count - 1
     // once each, possibly on several threads at once (rowTick may then be
     // called from them too). Null: the engine runs the rows in order itself.

@@ -19,8 +19,13 @@
 //
 // The two filters run separably over a ring of five rows, so they need working
 // memory of a few rows only and take time in proportion to the pixel count.
-// Given a parallel function, every operation runs in bands of rows; a band of
-// a filter starts its ring two rows above its first row.
+// Operations also run chained from view to view: each filter pulls the rows
+// it needs from the one before through its own ring, and a Simplify runs on
+// each row as the operation before it finishes the row, so WaterColor's four
+// operations take one pass over the picture and hold no picture between them.
+// Given a parallel function, the rows run in bands; a band starts each
+// filter's ring two rows before its own first row, and two more for each
+// filter that follows.
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -36,13 +41,6 @@
 namespace {
 
 constexpr unsigned kTaps = 5;
-
-struct Box5 {
-    static constexpr unsigned k[kTaps] = {1, 1, 1, 1, 1};
-};
-struct Binomial5 {
-    static constexpr unsigned k[kTaps] = {1, 4, 6, 4, 1};
-};
 
 // Share (in 256ths) of the way from a pixel to its local mean, by the largest
 // channel difference between them.
@@ -155,123 +153,50 @@ void loadPaddedRow(const dib::Source& src, std::uint32_t y, std::uint8_t* pad) {
     }
 }
 
-// Output row `out` from a row of blue, green, red triples: the triples
-// themselves for 24-bit output, with the source pixels' alpha for 32-bit.
-inline void putTriples(std::uint8_t* out, const std::uint8_t* triples, const std::uint8_t* srcRow, std::size_t w,
-                       bool alpha) {
-    if (!alpha) {
-        std::memcpy(out, triples, 3 * w);
-        return;
-    }
-    addAlpha(triples, srcRow, out, w);
+// Sums of five neighbours across a padded row of triples (the row at p + 6)
+// and of five such rows down, by the two kernels; plain loops that vectorise.
+FLAIRIZE_CLONES void acrossBox(const std::uint8_t* p, std::uint16_t* a, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i)
+        a[i] = static_cast<std::uint16_t>(p[i] + p[i + 3] + p[i + 6] + p[i + 9] + p[i + 12]);
+}
+FLAIRIZE_CLONES void acrossBinomial(const std::uint8_t* p, std::uint16_t* a, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i)
+        a[i] = static_cast<std::uint16_t>(p[i] + 4 * p[i + 3] + 6 * p[i + 6] + 4 * p[i + 9] + p[i + 12]);
+}
+// Rounded means of the five rows r[0..4]; the rounded sums stay below 2^16
+// (25 x 255 + 12, 256 x 255 + 128), so 16-bit lanes hold them.
+FLAIRIZE_CLONES void downBox(const std::uint16_t* const* r, std::uint8_t* mean, std::size_t n) {
+    const std::uint16_t *r0 = r[0], *r1 = r[1], *r2 = r[2], *r3 = r[3], *r4 = r[4];
+    for (std::size_t i = 0; i < n; ++i)
+        mean[i] = static_cast<std::uint8_t>(
+            static_cast<std::uint16_t>(r0[i] + r1[i] + r2[i] + r3[i] + r4[i] + 12) / std::uint16_t(25));
+}
+FLAIRIZE_CLONES void downBinomial(const std::uint16_t* const* r, std::uint8_t* mean, std::size_t n) {
+    const std::uint16_t *r0 = r[0], *r1 = r[1], *r2 = r[2], *r3 = r[3], *r4 = r[4];
+    for (std::size_t i = 0; i < n; ++i)
+        mean[i] = static_cast<std::uint8_t>(
+            static_cast<std::uint16_t>(r0[i] + 4 * r1[i] + 6 * r2[i] + 4 * r3[i] + r4[i] + 128) >> 8);
 }
 
-// Working rows a finish function may use: one 16-bit value and one byte per
-// channel byte of the row, and a row of bytes with two spare on each side.
-// Places: places[k * rowBytes + i] is 0xFF where byte i + k - 2 (k = 0, 1, 3,
-// 4) belongs to the same pixel as byte i, 0 elsewhere.
-struct Work {
-    std::int16_t* shares;
-    std::uint8_t* triples;
-    std::uint8_t* spread;   // spread[-2] .. spread[3 * width + 1]
-    const std::uint8_t* places;
-};
-
-// Rows begin .. end - 1 of Kernel run across and then down the picture (edges
-// repeated). For each row, finish(centre, blurred, outRow, srcRow, width,
-// hasAlpha, work) gets the source row as padded triples (row at centre), the
-// rounded filtered triples, the output row and working rows. False when the
-// working memory cannot be had.
-template <class Kernel, class Finish>
-FLAIRIZE_CLONES bool filterBand(const dib::Source& src, const dib::Output& out, std::uint32_t begin, std::uint32_t end,
-                const Finish& finish) {
-    const std::uint32_t w = src.layout().width, h = src.layout().height;
-    const std::size_t rowLen = std::size_t(w) * 3, padLen = rowLen + 12;
-    Scratch scratch(kTaps * rowLen * sizeof(std::uint16_t) + rowLen * sizeof(std::int16_t) + kTaps * padLen +
-                    3 * rowLen + 4 + 5 * rowLen);
-    if (!scratch.get()) return false;
-    auto* across = static_cast<std::uint16_t*>(scratch.get());   // kTaps rows of sums across
-    auto* shares = reinterpret_cast<std::int16_t*>(across + kTaps * rowLen);  // finish's per-byte weights
-    auto* padded = reinterpret_cast<std::uint8_t*>(shares + rowLen);
-    std::uint8_t* blurred = padded + kTaps * padLen;
-    std::uint8_t* triples = blurred + rowLen;   // finish's result row before alpha is added
-    std::uint8_t* spread = triples + rowLen + 2;
-    std::uint8_t* places = spread + rowLen + 2;
-    for (std::size_t i = 0; i < rowLen; ++i)
-        for (unsigned k = 0; k < 5; ++k) {
-            const std::size_t first = i - i % 3, j = i + k - 2;   // j wraps below 0 and so lies outside
-            places[k * rowLen + i] = j >= first && j < first + 3 ? 0xFF : 0;
-        }
-    constexpr unsigned k0 = Kernel::k[0], k1 = Kernel::k[1], k2 = Kernel::k[2], k3 = Kernel::k[3],
-                       k4 = Kernel::k[4];
-    constexpr unsigned total = (k0 + k1 + k2 + k3 + k4) * (k0 + k1 + k2 + k3 + k4);
-
-    // Row `y` of the ring: the source row and its sums across.
-    auto prepare = [&src, padded, across, rowLen, padLen](std::uint32_t y) {
-        std::uint8_t* p = padded + (y % kTaps) * padLen;
-        std::uint16_t* a = across + (y % kTaps) * rowLen;
-        loadPaddedRow(src, y, p);
-        for (std::size_t i = 0; i < rowLen; ++i)
-            a[i] = static_cast<std::uint16_t>(k0 * p[i] + k1 * p[i + 3] + k2 * p[i + 6] + k3 * p[i + 9] +
-                                              k4 * p[i + 12]);
-    };
-    // The ring starts two rows above the band's first row.
-    for (std::uint32_t y = begin < 2 ? 0 : begin - 2; y < begin + 2 && y < h; ++y) prepare(y);
-    for (std::uint32_t y = begin; y < end; ++y) {
-        if (y + 2 < h) prepare(y + 2);
-        const std::uint16_t* r[kTaps];
-        for (unsigned d = 0; d < kTaps; ++d) {
-            const std::int64_t yy = std::int64_t(y) + d - 2;
-            const std::uint32_t clamped = yy < 0 ? 0 : (yy >= h ? h - 1 : std::uint32_t(yy));
-            r[d] = across + (clamped % kTaps) * rowLen;
-        }
-        // Rounded sums stay below 2^16 (25 x 255 + 12, 256 x 255 + 128), so
-        // 16-bit lanes hold them.
-        for (std::size_t i = 0; i < rowLen; ++i) {
-            const auto rounded = static_cast<std::uint16_t>(k0 * r[0][i] + k1 * r[1][i] + k2 * r[2][i] +
-                                                            k3 * r[3][i] + k4 * r[4][i] + total / 2);
-            blurred[i] = static_cast<std::uint8_t>(rounded / std::uint16_t(total));
-        }
-        const Work work{shares, triples, spread, places};
-        finish(padded + (y % kTaps) * padLen + 6, blurred, out.row(y), src.row(y), w, src.hasAlpha(), work);
-    }
-    return true;
-}
-
-// The whole picture through filterBand, in bands where `parallel` is given.
-template <class Kernel, class Finish>
-HGLOBAL separableFilter(HGLOBAL picture, ParallelFunction parallel, void* user, Finish finish) {
-    dib::Source src(picture);
-    if (!src.ok()) return hostops::failed(hostops::Failure::BadPicture);
-    dib::Output out(src);
-    if (!out.ok()) return hostops::failed(hostops::Failure::OutOfMemory);
-    std::atomic<bool> failed{false};   // set by a band whose working memory cannot be had
-    runBands(parallel, user, src.layout().height, [&](unsigned begin, unsigned end) {
-        if (!filterBand<Kernel>(src, out, begin, end, finish)) failed.store(true, std::memory_order_relaxed);
-    });
-    // the output is freed with `out`
-    if (failed.load(std::memory_order_relaxed)) return hostops::failed(hostops::Failure::OutOfMemory);
-    return hostops::succeeded(out.release());
-}
-
-// One row of Smooth: each byte of `centre` moved toward `mean` by its pixel's share.
+// One row of Smooth: each byte of `centre` moved toward `mean` by its pixel's
+// share, into `out` (bytes = 3 x width). `spread` has two spare bytes on each
+// side; places[k * bytes + i] is 0xFF where byte i + k - 2 (k = 0, 1, 3, 4)
+// belongs to the same pixel as byte i, 0 elsewhere.
 FLAIRIZE_CLONES void smoothRow(const std::uint8_t* centre, const std::uint8_t* mean, std::uint8_t* out,
-                               const std::uint8_t* srcRow, std::uint32_t w, bool alpha, const Work& work) {
+                               std::size_t bytes, std::uint8_t* spread, const std::uint8_t* places) {
     // A pixel's share comes from its largest channel difference. Every
     // byte takes the largest of its own pixel's three differences, the
     // neighbours of other pixels masked out by the byte's place, so each
     // loop is a plain one the compiler vectorises.
-    const std::size_t bytes = std::size_t(w) * 3;
-    std::uint8_t* diff = work.spread;
+    std::uint8_t* diff = spread;
     diff[-2] = diff[-1] = diff[bytes] = diff[bytes + 1] = 0;
     for (std::size_t i = 0; i < bytes; ++i)
         diff[i] = static_cast<std::uint8_t>(mean[i] > centre[i] ? mean[i] - centre[i] : centre[i] - mean[i]);
     // The share is 256 only where all three differences are 0 and is 0
     // from 48 on, and below 48 no difference exceeds the largest, so
     // difference x share stays within 16 bits.
-    const std::uint8_t *before2 = work.places, *before1 = before2 + bytes, *after1 = before1 + 2 * bytes,
+    const std::uint8_t *before2 = places, *before1 = before2 + bytes, *after1 = before1 + 2 * bytes,
                        *after2 = after1 + bytes;
-    std::uint8_t* smoothed = alpha ? work.triples : out;
     // The two differences before byte i, indexed from i: diff[i - 2] would
     // wrap the unsigned index at i = 0.
     const std::uint8_t *diffBack2 = diff - 2, *diffBack1 = diff - 1;
@@ -283,9 +208,157 @@ FLAIRIZE_CLONES void smoothRow(const std::uint8_t* centre, const std::uint8_t* m
         for (const std::uint8_t n : others) largest = n > largest ? n : largest;
         const int share = shareOf(largest);
         const auto moved = static_cast<std::int16_t>((mean[i] - centre[i]) * share);
-        smoothed[i] = static_cast<std::uint8_t>(centre[i] + moved / 256);
+        out[i] = static_cast<std::uint8_t>(centre[i] + moved / 256);
     }
-    if (alpha) putTriples(out, smoothed, srcRow, w, true);
+}
+
+// A chain of colour operations as stages: a 5 x 5 filter (none for a chain
+// that starts with Simplify) followed by the Simplifies after it, which work
+// pixel by pixel and so run on each row the filter finishes.
+enum class Filter : std::uint8_t { None, Box, Binomial };
+struct Stage {
+    Filter filter;
+    unsigned simplifies;
+};
+constexpr unsigned kMaxStages = 8;
+constexpr std::uint32_t kBandRows = 32;   // rows per band the host may split further apart
+
+// The stages of ops[0 .. count - 1]; 0 when there are more than kMaxStages.
+unsigned stagesOf(const flairize::ColourOp* ops, unsigned count, Stage* stages) {
+    unsigned n = 0;
+    for (unsigned i = 0; i < count; ++i) {
+        if (ops[i] == flairize::ColourOp::Simplify) {
+            if (n == 0) stages[n++] = {Filter::None, 0};
+            ++stages[n - 1].simplifies;
+            continue;
+        }
+        if (n == kMaxStages) return 0;
+        stages[n++] = {ops[i] == flairize::ColourOp::Smooth ? Filter::Box : Filter::Binomial, 0};
+    }
+    if (n == 0) stages[n++] = {Filter::None, 0};   // no operation: the source's colours
+    return n;
+}
+
+// Output rows begin .. end - 1 of a chain. Each filter stage keeps a ring of
+// the last five rows it was given (padded triples and their sums across) and
+// pulls rows from the stage before as it needs them, so a band starts every
+// stage two rows further up per filter after it and no stage's whole picture
+// is ever held.
+class ChainBand {
+public:
+    ChainBand(const dib::Source& src, const dib::View& out, const Stage* stages, unsigned count)
+        : src_(src), out_(out), stages_(stages), count_(count), w_(src.layout().width), h_(src.layout().height),
+          rowLen_(std::size_t(w_) * 3), padLen_(rowLen_ + 12),
+          scratch_(count * kTaps * (padLen_ + rowLen_ * sizeof(std::uint16_t)) + 2 * rowLen_ + (rowLen_ + 4) +
+                   5 * rowLen_) {}
+
+    bool run(std::uint32_t begin, std::uint32_t end) {
+        if (!scratch_.get()) return false;
+        auto* base = static_cast<std::uint8_t*>(scratch_.get());
+        auto* across = reinterpret_cast<std::uint16_t*>(base);   // first, for its alignment
+        std::uint8_t* padded = base + count_ * kTaps * rowLen_ * sizeof(std::uint16_t);
+        mean_ = padded + count_ * kTaps * padLen_;
+        triples_ = mean_ + rowLen_;
+        spread_ = triples_ + rowLen_ + 2;
+        places_ = spread_ + rowLen_ + 2;
+        for (std::size_t i = 0; i < rowLen_; ++i)
+            for (unsigned k = 0; k < kTaps; ++k) {
+                const std::size_t first = i - i % 3, j = i + k - 2;   // j wraps below 0 and so lies outside
+                places_[k * rowLen_ + i] = j >= first && j < first + 3 ? 0xFF : 0;
+            }
+        // Stage k's first row lies two rows lower per filter after it; its
+        // ring starts two rows lower still.
+        std::uint32_t reach = 0;
+        for (unsigned k = count_; k-- > 0;) {
+            ring_[k].padded = padded + k * kTaps * padLen_;
+            ring_[k].across = across + k * kTaps * rowLen_;
+            if (stages_[k].filter == Filter::None) continue;
+            reach += 2;
+            ring_[k].fed = begin < reach ? 0 : begin - reach;
+        }
+        const bool alpha = out_.bitCount == 32;
+        for (std::uint32_t y = begin; y < end; ++y) {
+            std::uint8_t* o = out_.row(y);
+            produce(count_ - 1, y, alpha ? triples_ : o);
+            if (alpha) addAlpha(triples_, src_.row(y), o, w_);
+        }
+        return true;
+    }
+
+private:
+    struct Ring {
+        std::uint8_t* padded;    // kTaps rows of padLen bytes, row y's triples at + (y % kTaps) * padLen + 6
+        std::uint16_t* across;   // kTaps rows of sums across
+        std::uint32_t fed;       // the next row the ring takes in
+    };
+
+    // Stage k's row y as triples into dest; rows of a stage are asked for in
+    // increasing order.
+    void produce(unsigned k, std::uint32_t y, std::uint8_t* dest) {
+        const Stage& stage = stages_[k];
+        if (stage.filter == Filter::None) {
+            std::uint8_t* pad = ring_[k].padded;
+            loadPaddedRow(src_, y, pad);
+            std::memcpy(dest, pad + 6, rowLen_);
+        } else {
+            Ring& ring = ring_[k];
+            const std::uint32_t last = y + 2 < h_ ? y + 2 : h_ - 1;
+            for (; ring.fed <= last; ++ring.fed) take(k, ring.fed);
+            const std::uint16_t* r[kTaps];
+            for (unsigned d = 0; d < kTaps; ++d) {
+                const std::int64_t yy = std::int64_t(y) + d - 2;
+                const std::uint32_t clamped = yy < 0 ? 0 : (yy >= h_ ? h_ - 1 : std::uint32_t(yy));
+                r[d] = ring.across + (clamped % kTaps) * rowLen_;
+            }
+            if (stage.filter == Filter::Box) {
+                downBox(r, mean_, rowLen_);
+                smoothRow(ring.padded + (y % kTaps) * padLen_ + 6, mean_, dest, rowLen_, spread_, places_);
+            } else {
+                downBinomial(r, dest, rowLen_);
+            }
+        }
+        for (unsigned i = 0; i < stage.simplifies; ++i) simplifyBytes(dest, dest, rowLen_);
+    }
+
+    // Row y of filter stage k's input into its ring: the source's, or the stage before's.
+    void take(unsigned k, std::uint32_t y) {
+        std::uint8_t* p = ring_[k].padded + (y % kTaps) * padLen_;
+        if (k == 0) {
+            loadPaddedRow(src_, y, p);
+        } else {
+            produce(k - 1, y, p + 6);
+            for (unsigned c = 0; c < 3; ++c) {   // the end pixels twice more on each side
+                p[c] = p[3 + c] = p[6 + c];
+                p[6 + rowLen_ + c] = p[9 + rowLen_ + c] = p[3 + rowLen_ + c];
+            }
+        }
+        std::uint16_t* a = ring_[k].across + (y % kTaps) * rowLen_;
+        if (stages_[k].filter == Filter::Box)
+            acrossBox(p, a, rowLen_);
+        else
+            acrossBinomial(p, a, rowLen_);
+    }
+
+    const dib::Source& src_;
+    const dib::View& out_;
+    const Stage* stages_;
+    unsigned count_;
+    std::uint32_t w_, h_;
+    std::size_t rowLen_, padLen_;
+    Scratch scratch_;
+    Ring ring_[kMaxStages] = {};
+    std::uint8_t *mean_ = nullptr, *triples_ = nullptr, *spread_ = nullptr, *places_ = nullptr;
+};
+
+// A whole picture's chain into a new picture.
+HGLOBAL chainPicture(HGLOBAL picture, flairize::ColourOp op, ParallelFunction parallel, void* user) {
+    dib::Source src(picture);
+    if (!src.ok()) return hostops::failed(hostops::Failure::BadPicture);
+    dib::Output out(src);
+    if (!out.ok()) return hostops::failed(hostops::Failure::OutOfMemory);
+    if (!hostops::colourChain(&op, 1, src.view(), out.view(), parallel, user))
+        return hostops::failed(hostops::Failure::OutOfMemory);   // the output is freed with `out`
+    return hostops::succeeded(out.release());
 }
 
 }  // namespace
@@ -293,15 +366,30 @@ FLAIRIZE_CLONES void smoothRow(const std::uint8_t* centre, const std::uint8_t* m
 namespace hostops {
 
 HGLOBAL smooth(HGLOBAL picture, ParallelFunction parallel, void* user) {
-    return separableFilter<Box5>(picture, parallel, user, smoothRow);
+    return chainPicture(picture, flairize::ColourOp::Smooth, parallel, user);
 }
 
 HGLOBAL soften(HGLOBAL picture, ParallelFunction parallel, void* user) {
-    return separableFilter<Binomial5>(picture, parallel, user, [](const std::uint8_t*, const std::uint8_t* blurred,
-                                                                  std::uint8_t* out, const std::uint8_t* srcRow,
-                                                                  std::uint32_t w, bool alpha, const Work&) {
-        putTriples(out, blurred, srcRow, w, alpha);
+    return chainPicture(picture, flairize::ColourOp::Soften, parallel, user);
+}
+
+bool colourChain(const flairize::ColourOp* ops, unsigned count, const dib::View& source, const dib::View& output,
+                 ParallelFunction parallel, void* user) {
+    Stage stages[kMaxStages];
+    const unsigned n = stagesOf(ops, count, stages);
+    if (n == 0 || source.width != output.width || source.height != output.height || !source.width ||
+        !source.height || output.bitCount != (source.bitCount == 32 ? 32 : 24))
+        return false;
+    const dib::Source src(source);
+    if (!src.ok()) return false;
+    std::atomic<bool> failed{false};   // set by a band whose working memory cannot be had
+    const std::uint32_t h = source.height, bands = (h + kBandRows - 1) / kBandRows;
+    runBands(parallel, user, bands, [&](unsigned first, unsigned last) {
+        const std::uint32_t end = last * kBandRows < h ? last * kBandRows : h;
+        ChainBand band(src, output, stages, n);
+        if (!band.run(first * kBandRows, end)) failed.store(true, std::memory_order_relaxed);
     });
+    return !failed.load(std::memory_order_relaxed);
 }
 
 HGLOBAL simplify(HGLOBAL picture, ParallelFunction parallel, void* user) {

@@ -70,6 +70,7 @@ flairize::HostServices plainServices() {
     s.smooth = [](void*, HGLOBAL picture) { return apply(picture, Op::Smooth); };
     s.simplify = [](void*, HGLOBAL picture) { return apply(picture, Op::Simplify); };
     s.soften = [](void*, HGLOBAL picture) { return apply(picture, Op::Soften); };
+    s.colourChain = nullptr;   // the engine then chains the plain picture forms
     return s;
 }
 

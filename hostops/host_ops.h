@@ -33,6 +33,13 @@ HGLOBAL smooth(HGLOBAL picture, ParallelFunction parallel = nullptr, void* user 
 HGLOBAL simplify(HGLOBAL picture, ParallelFunction parallel = nullptr, void* user = nullptr);
 HGLOBAL soften(HGLOBAL picture, ParallelFunction parallel = nullptr, void* user = nullptr);
 
+// The colour operations ops[0 .. count - 1] one after another from view to
+// view, as flairize::HostServices::colourChain describes, the rows in bands
+// through `parallel` where given. False for views that do not fit or when
+// working memory cannot be had.
+bool colourChain(const flairize::ColourOp* ops, unsigned count, const dib::View& source, const dib::View& output,
+                 ParallelFunction parallel = nullptr, void* user = nullptr);
+
 // The engine's services over these operations; rowTick (may be null) is
 // called with `user` before every row of a render.
 flairize::HostServices services(void (*rowTick)(void* user) = nullptr, void* user = nullptr);

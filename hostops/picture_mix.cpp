@@ -78,6 +78,8 @@ flairize::HostServices services(void (*rowTick)(void* user), void* user) {
     s.smooth = [](void*, HGLOBAL picture) { return smooth(picture); };
     s.simplify = [](void*, HGLOBAL picture) { return simplify(picture); };
     s.soften = [](void*, HGLOBAL picture) { return soften(picture); };
+    s.colourChain = [](void*, const flairize::ColourOp* ops, unsigned count, const dib::View& source,
+                       const dib::View& output) { return colourChain(ops, count, source, output); };
     return s;
 }
 

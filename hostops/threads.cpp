@@ -92,6 +92,8 @@ flairize::HostServices threadedServices(unsigned threads, void (*rowTick)(void* 
     s.smooth = [](void* arena, HGLOBAL picture) { return smooth(picture, runInArena, arena); };
     s.simplify = [](void* arena, HGLOBAL picture) { return simplify(picture, runInArena, arena); };
     s.soften = [](void* arena, HGLOBAL picture) { return soften(picture, runInArena, arena); };
+    s.colourChain = [](void* arena, const flairize::ColourOp* ops, unsigned count, const dib::View& source,
+                       const dib::View& output) { return colourChain(ops, count, source, output, runInArena, arena); };
     return s;
 }
 

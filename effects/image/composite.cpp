@@ -87,7 +87,14 @@ flairize::Result runInner(const FilterCall& call, const dib::View& output, bool 
 
 }  // namespace
 
+// A host that chains its colour operations from view to view renders
+// WaterColor straight from the source into the output.
 flairize::Result waterColorFilter(const FilterCall& call) {
+    using flairize::ColourOp;
+    static constexpr ColourOp kChain[] = {ColourOp::Smooth, ColourOp::Simplify, ColourOp::Smooth, ColourOp::Simplify};
+    if (call.host.colourChain)
+        return call.host.colourChain(call.host.user, kChain, 4, call.source, call.output) ? resultOk(nullptr)
+                                                                                          : hostFailed();
     const AsPicture source(call.source, true);
     if (!source.handle()) return resultOutOfMemory();
     HGLOBAL picture = call.host.smooth(call.host.user, source.handle());
@@ -97,8 +104,27 @@ flairize::Result waterColorFilter(const FilterCall& call) {
     return intoOutput(call, picture);
 }
 
-// Frazzle is rendered into the picture that Soften then reads.
+// Frazzle is rendered into the picture that Soften then reads; a host that
+// chains its colour operations from view to view softens it into the output.
 flairize::Result glassFilter(const FilterCall& call) {
+    if (call.host.colourChain) {
+        const dib::View& out = call.output;
+        const std::size_t rowBytes = out.rowBytes();
+        HGLOBAL block = plat::globalAlloc(rowBytes * out.height);   // zero-filled
+        if (!block) return resultOutOfMemory();
+        dib::View frazzled = out;
+        frazzled.bottom = static_cast<std::uint8_t*>(plat::globalLock(block));
+        frazzled.step = std::ptrdiff_t(rowBytes);
+        frazzled.picture = nullptr;
+        flairize::Result result = runInner(call, frazzled, true);
+        if (result.status == flairize::Status::Ok) {
+            static constexpr flairize::ColourOp kSoften = flairize::ColourOp::Soften;
+            if (!call.host.colourChain(call.host.user, &kSoften, 1, frazzled, out)) result = hostFailed();
+        }
+        plat::globalUnlock(block);
+        plat::globalFree(block);
+        return result;
+    }
     const AsPicture frazzled(call.output, false);
     if (!frazzled.handle()) return resultOutOfMemory();
     const flairize::Result inner = runInner(call, frazzled.view(), frazzled.isNew() || call.outputCleared);

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "effects/effects.h"
+#include "effects/rows/row_pixels.h"
 #include "effects/image/grid.h"
 #include "engine/bands.h"
 #include "engine/dib.h"
@@ -158,18 +159,8 @@ void paintBackground(const dib::View& src, const dib::View& out, std::uint32_t c
     for (std::uint32_t y = begin; y < end; ++y) {
         std::uint8_t* o = out.row(y);
         if (src.bitCount == 32) {
-            const std::uint8_t* s = src.row(y);
-            for (std::uint32_t x = 0; x < src.width; ++x, s += 4, o += 4) {
-                const unsigned alpha = s[3];
-                if (alpha == 255) {
-                    o[0] = bgr[0], o[1] = bgr[1], o[2] = bgr[2];
-                } else if (alpha == 0) {
-                    o[0] = s[0], o[1] = s[1], o[2] = s[2];
-                } else {
-                    for (unsigned k = 0; k < 3; ++k) o[k] = px::alphaMix(s[k], bgr[k], alpha);
-                }
-                o[3] = s[3];
-            }
+            const std::uint32_t v = std::uint32_t(bgr[0]) | std::uint32_t(bgr[1]) << 8 | std::uint32_t(bgr[2]) << 16;
+            rowpx::mixRowWithColour(src.row(y), v, o, src.width);
         } else {
             for (std::uint32_t x = 0; x < src.width; ++x, o += 3) o[0] = bgr[0], o[1] = bgr[1], o[2] = bgr[2];
         }

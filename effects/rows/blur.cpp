@@ -117,6 +117,12 @@ void putMeans(const Rows& src, int y, int c0, int c1, const RowSums<Rows>& sums,
             meanBytes(sums.sums(), mean.multiplier, 3 * count, out + 3 * unsigned(c0));
             return;
         }
+    } else {
+        if (sumStep == 4) {   // the means, alpha bytes too, then the alpha mix puts those back
+            meanBytes(sums.sums(), mean.multiplier, 4 * count, out + 4 * unsigned(c0));
+            mixRowInPlace(src.rows[y] + 4 * unsigned(c0), out + 4 * unsigned(c0), count);
+            return;
+        }
     }
     std::uint8_t means[RowSums<Rows>::kChunk * 4];
     meanBytes(sums.sums(), mean.multiplier, sumStep * count, means);

@@ -35,9 +35,12 @@ inline void putShake(std::uint8_t* out, const std::uint8_t* s, unsigned ab, unsi
                (s[2] * l + ar * d) / 255u);
 }
 
-// The luminance of `count` smeared 24-bit colours.
+// The luminance of `count` smeared colours of 3 or 4 bytes.
 FLR_VECTOR_LOOP void smearLuminance(const std::uint8_t* smear, unsigned count, std::uint8_t* keys) {
     luminanceRun<3>(smear, count, keys);
+}
+FLR_VECTOR_LOOP void smearLuminance4(const std::uint8_t* smear, unsigned count, std::uint8_t* keys) {
+    luminanceRun<4>(smear, count, keys);
 }
 
 // out[i] = (own[i] l[i] + smear[i] (255 - l[i])) / 255 for i < count.
@@ -76,18 +79,20 @@ void shakeBlocks(const std::uint8_t* own, const WalkStep* steps, unsigned n, uns
             const std::uint8_t* sample = sampleRow(k);
             for (unsigned i = 0; i < bytes; ++i) acc[i] = static_cast<std::uint8_t>((sample[i] + 7u * acc[i]) >> 3);
         }
+        // The blend over the block's bytes, each with its pixel's luminance; 4-byte
+        // pixels blend their alpha bytes too, which the alpha mix then replaces.
         std::uint8_t* o = out + kStep * x0;
-        if constexpr (!Alpha) {   // the blend over the block's bytes, each with its pixel's luminance
-            std::uint8_t keys[kBlock], light[3 * kBlock];
+        std::uint8_t keys[kBlock], light[kStep * kBlock];
+        if constexpr (Alpha) {
+            smearLuminance4(acc, count, keys);
+            for (unsigned i = 0; i < count; ++i)
+                light[4 * i] = light[4 * i + 1] = light[4 * i + 2] = light[4 * i + 3] = keys[i];
+        } else {
             smearLuminance(acc, count, keys);
             for (unsigned i = 0; i < count; ++i) light[3 * i] = light[3 * i + 1] = light[3 * i + 2] = keys[i];
-            keepLight(start, acc, light, bytes, o);
-            continue;
         }
-        for (unsigned i = 0; i < count; ++i, o += kStep) {
-            const std::uint8_t* a = acc + kStep * i;
-            putShake<Alpha>(o, start + kStep * i, a[0], a[1], a[2]);
-        }
+        keepLight(start, acc, light, bytes, o);
+        if constexpr (Alpha) mixRowInPlace(start, o, count);
     }
 }
 
@@ -245,11 +250,16 @@ void frazzleRow(const Frame& frame, unsigned y, std::uint8_t* out, Source src, u
         const unsigned count = width - x0 < kFrazzleChunk ? width - x0 : kFrazzleChunk;
         const unsigned ahead = x0 + kFrazzleChunk < width ? prepare(x0 + kFrazzleChunk, slot ^ 1) : 0;
         const std::int32_t *cx = xs[slot], *cy = ys[slot];
+        std::uint8_t* const chunk = out;
         for (unsigned i = 0; i < count; ++i, out += outStep) {
             if (i < ahead) fetch(slot ^ 1, i);   // the next chunk's source, one chunk ahead
             const std::uint8_t* v = src(rows[cy[i]], unsigned(cx[i]));
-            put<Alpha>(out, src(own, x0 + i), Alpha ? v[3] : 255u, v[0], v[1], v[2]);
+            if constexpr (Alpha)
+                storePixel(out, loadPixel(v));   // mixed over the chunk below, by its own alpha
+            else
+                put<false>(out, nullptr, 0, v[0], v[1], v[2]);
         }
+        if constexpr (Alpha) mixRowByValueAlpha(own + 4u * x0, chunk, count);
     }
 }
 
@@ -399,6 +409,14 @@ FLR_NOINLINE FLAIRIZE_CLONES void mirrorPixels(std::uint8_t* row, unsigned begin
     }
 }
 
+// Pixels begin .. width - 1 of a row of 4-byte pixels mirror the first ones:
+// pixel x is pixel width - 1 - x.
+FLR_NOINLINE FLAIRIZE_CLONES void mirrorWords(std::uint8_t* row, unsigned begin, unsigned width) {
+    std::uint8_t* FLR_RESTRICT o = row;
+    const std::uint8_t* FLR_RESTRICT s = row;   // the pixels read lie before those written
+    for (unsigned x = begin; x < width; ++x) storePixel(o + 4u * x, loadPixel(s + 4u * (width - 1 - x)));
+}
+
 template <bool Alpha, class Source>
 void kaleidoscopeRow(const Frame& frame, const std::int32_t* diagonalRows, unsigned y, std::uint8_t* out,
                      Source src, unsigned outStep) {
@@ -440,6 +458,19 @@ void kaleidoscopeRow(const Frame& frame, const std::int32_t* diagonalRows, unsig
         mirrorPixels(out, leftEnd, width);
         return;
     }
+    if constexpr (Alpha) {
+        if (q == 0) {   // the same fold in whole 4-byte pixels, then the alpha mix over the row
+            const unsigned leftEnd = halfWidth + 1 < width ? halfWidth + 1 : width;
+            const unsigned sameEnd = k + 1 < leftEnd ? k + 1 : leftEnd;
+            std::memcpy(out, rows[yFold], 4u * sameEnd);
+            for (unsigned x = sameEnd; x < leftEnd; ++x)
+                storePixel(out + 4u * x, loadPixel(rows[diagonalRows[x]] + 4u * xDiagonal));
+            mirrorWords(out, leftEnd, width);
+            mixRowInPlace(own, out, width);
+            return;
+        }
+    }
+    std::uint8_t* const rowStart = out;
     for (unsigned x = 0; x < width; ++x, out += outStep) {
         const unsigned xFold = x <= halfWidth ? x : width - 1 - x;
         unsigned xs = xFold, ys = yFold;
@@ -451,9 +482,12 @@ void kaleidoscopeRow(const Frame& frame, const std::int32_t* diagonalRows, unsig
         const int xf = int(xs) + (int(x) - int(xs)) * q / 16384;
         const int yf = int(ys) + (int(y) - int(ys)) * q / 16384;
         const std::uint8_t* v = src(rows[yf], unsigned(xf));
-        const std::uint8_t* s = src(own, x);
-        put<Alpha>(out, s, Alpha ? s[3] : 255u, v[0], v[1], v[2]);
+        if constexpr (Alpha)
+            storePixel(out, loadPixel(v));   // mixed over the row below
+        else
+            put<false>(out, nullptr, 0, v[0], v[1], v[2]);
     }
+    if constexpr (Alpha) mixRowInPlace(own, rowStart, width);
 }
 
 }  // namespace

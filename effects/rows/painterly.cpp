@@ -233,23 +233,28 @@ FLR_VECTOR_LOOP void shiftBytes(const std::uint8_t* __restrict own, const std::i
     }
 }
 
-// Dark Strokes on a 24-bit row, in blocks: the keys (vectorised), each
-// pixel's shift repeated for its three bytes, then the shifted bytes.
-void darkStrokesRow24(const std::uint8_t* row, std::uint32_t progress, unsigned width, std::uint8_t* out) {
+// Dark Strokes on a row of 3- or 4-byte pixels, in blocks: the keys
+// (vectorised), each pixel's shift repeated for its bytes, then the shifted
+// bytes; 4-byte pixels shift their alpha bytes too, which the alpha mix over
+// the block then puts back.
+template <unsigned Step>
+void darkStrokesRowDirect(const std::uint8_t* row, std::uint32_t progress, unsigned width, std::uint8_t* out) {
     std::int8_t shiftOf[254];
     for (int l = 0; l < 254; ++l)
         shiftOf[l] = static_cast<std::int8_t>((std::int64_t(l - 127) * progress) / 16384);
     constexpr unsigned kBlock = 256;
     std::uint8_t keys[kBlock];
-    std::int8_t shift[3 * kBlock];
+    std::int8_t shift[Step * kBlock];
     for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
         const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
-        luminance3(row + 3 * x0, count, keys);
-        for (unsigned i = 0; i < count; ++i) {
-            const std::int8_t d = shiftOf[keys[i]];
-            shift[3 * i] = d, shift[3 * i + 1] = d, shift[3 * i + 2] = d;
-        }
-        shiftBytes(row + 3 * x0, shift, 3 * count, out + 3 * x0);
+        if constexpr (Step == 4)
+            luminance4(row + 4 * x0, count, keys);
+        else
+            luminance3(row + 3 * x0, count, keys);
+        for (unsigned i = 0; i < count; ++i)
+            for (unsigned k = 0; k < Step; ++k) shift[Step * i + k] = shiftOf[keys[i]];
+        shiftBytes(row + Step * x0, shift, Step * count, out + Step * x0);
+        if constexpr (Step == 4) mixRowInPlace(row + 4 * x0, out + 4 * x0, count);
     }
 }
 
@@ -283,17 +288,19 @@ void frescoInterior(const Keys& src, const std::uint8_t* const* rows, unsigned y
             last[i] = static_cast<std::uint8_t>(digit(k2[i + 2], picked));
         }
         std::uint8_t* o = out + kOutStep * x0;
-        if constexpr (std::is_same_v<Keys, DirectKeys<3>>) {
-            // The picked colours' top bits, then the fade over the block's bytes.
-            std::uint8_t quantised[3 * kBlock];
+        if constexpr (std::is_same_v<Keys, DirectKeys<3>> || std::is_same_v<Keys, DirectKeys<4>>) {
+            // The picked colours' top bits, then the fade over the block's bytes;
+            // 4-byte pixels fade their alpha bytes too, which the alpha mix over
+            // the block then puts back.
+            constexpr unsigned kStep = std::is_same_v<Keys, DirectKeys<4>> ? 4 : 3;
+            std::uint8_t quantised[kStep * kBlock];
             for (unsigned i = 0; i < count; ++i) {
                 const unsigned place = kPickParts[last[i]]->place[code[i]];
                 const std::uint8_t* chosen = src.pixel(line[place >> 2], x0 + i - 1 + (place & 3));
-                quantised[3 * i] = chosen[0] & 192u;
-                quantised[3 * i + 1] = chosen[1] & 192u;
-                quantised[3 * i + 2] = chosen[2] & 192u;
+                for (unsigned k = 0; k < kStep; ++k) quantised[kStep * i + k] = chosen[k] & 192u;
             }
-            fadeIn(quantised, src.pixel(line[1], x0), shown, kept, 3 * count, o);
+            fadeIn(quantised, src.pixel(line[1], x0), shown, kept, kStep * count, o);
+            if constexpr (kStep == 4) mixRowInPlace(src.pixel(line[1], x0), o, count);
             continue;
         }
         for (unsigned i = 0; i < count; ++i, o += kOutStep) {
@@ -391,9 +398,9 @@ FLR_ROW(DarkStrokesLine1) {
 FLR_ROW(DarkStrokesLine2) {
     (void)carry;
     if (frame.hasAlpha)
-        darkStrokesRow<true>(y, frame.progress, frame.width, DirectRows{frame.rows, 4}, out);
+        darkStrokesRowDirect<4>(frame.rows[y], frame.progress, frame.width, out);
     else
-        darkStrokesRow24(frame.rows[y], frame.progress, frame.width, out);
+        darkStrokesRowDirect<3>(frame.rows[y], frame.progress, frame.width, out);
 }
 
 FLR_ROW(FrescoLine1) {

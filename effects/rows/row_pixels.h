@@ -150,8 +150,13 @@ inline std::uint32_t mixPixel(std::uint32_t s, std::uint32_t v) {
 
 // Row forms of the mix over `count` 4-byte pixels: the values already written
 // at out mixed in place over the source pixels s; or one value v over them all.
+// An effect that writes a row's values and then mixes the row in one call
+// lets runs of alpha 255 or 0 pass as copies and the rest run in vector lanes.
 void mixRowInPlace(const std::uint8_t* s, std::uint8_t* out, unsigned count);
 void mixRowWithColour(const std::uint8_t* s, std::uint32_t v, std::uint8_t* out, unsigned count);
+// The same where each value pixel at out brings its own alpha, which is the
+// mix's alpha and the output's: (s's colour, the value's alpha) mixed with the value.
+void mixRowByValueAlpha(const std::uint8_t* s, std::uint8_t* out, unsigned count);
 
 // `count` 3-byte pixels of blue, green, red from bgr, written from out on.
 void fillPixels3(std::uint8_t* out, const std::uint8_t bgr[3], unsigned count);

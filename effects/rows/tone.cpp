@@ -42,14 +42,6 @@ FLAIRIZE_CLONES
 void invertBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
     for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<std::uint8_t>(255 - s[i]);
 }
-FLAIRIZE_CLONES
-void invertMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::uint32_t p = loadPixel(s + 4 * i);
-        storePixel(out + 4 * i, mixPixel(p, p ^ 0x00FFFFFFu));
-    }
-}
-
 // The integer luminance of one pixel from its channel values, in shifts only.
 inline unsigned luminanceOf(unsigned b, unsigned g, unsigned r) {
     return (b >> 3) - (b >> 6) + (g >> 1) + (g >> 4) + (g >> 5) + (r >> 2) + (r >> 4) - (r >> 6) + (r >> 7);
@@ -73,7 +65,7 @@ void solarizeRow4(const std::uint8_t* __restrict s, std::uint8_t* __restrict out
     for (std::size_t x = 0; x < width; ++x) {
         const std::uint32_t p = loadPixel(s + 4 * x);
         const unsigned l = luminanceOf(p & 255, (p >> 8) & 255, (p >> 16) & 255);
-        storePixel(out + 4 * x, mixPixel(p, l >= threshold ? p ^ 0x00FFFFFFu : p));
+        storePixel(out + 4 * x, l >= threshold ? p ^ 0x00FFFFFFu : p);
     }
 }
 
@@ -88,14 +80,13 @@ FLR_ROW(SolarizeLine2) {
     const unsigned width = frame.width;
     if (t > 253)
         std::memcpy(out, s, std::size_t(width) * (frame.hasAlpha ? 4 : 3));
-    else if (t == 0 && frame.hasAlpha)
-        invertMixRow(s, out, width);
     else if (t == 0)
-        invertBytes(s, out, 3 * width);
+        invertBytes(s, out, (frame.hasAlpha ? 4 : 3) * width);   // alpha bytes too: the mix puts them back
     else if (frame.hasAlpha)
         solarizeRow4(s, out, width, t);
     else
         solarizeRow3(s, out, width, t);
+    if (frame.hasAlpha && t <= 253) mixRowInPlace(s, out, width);
 }
 
 FLR_ROW(PosterizeLine1) {
@@ -117,48 +108,24 @@ void topOnlyBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out
     for (std::size_t i = 0; i < count; ++i) out[i] = s[i] == 255 ? 255 : 0;
 }
 FLAIRIZE_CLONES
-void topOnlyMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count) {
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::uint32_t p = loadPixel(s + 4 * i);
-        std::uint32_t v = 0;
-        for (unsigned k = 0; k < 24; k += 8) v |= ((p >> k) & 255) == 255 ? 255u << k : 0u;
-        storePixel(out + 4 * i, mixPixel(p, v));
-    }
-}
-FLAIRIZE_CLONES
 void posterizeBytes(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count,
                     PosterLevels level) {
     for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<std::uint8_t>(level(s[i]));
 }
-FLAIRIZE_CLONES
-void posterizeMixRow(const std::uint8_t* __restrict s, std::uint8_t* __restrict out, unsigned count,
-                     PosterLevels level) {
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::uint32_t p = loadPixel(s + 4 * i);
-        const std::uint32_t v = std::uint32_t(level(p & 255)) | std::uint32_t(level((p >> 8) & 255)) << 8 |
-                                std::uint32_t(level((p >> 16) & 255)) << 16;
-        storePixel(out + 4 * i, mixPixel(p, v));
-    }
-}
-
 }  // namespace
 
 FLR_ROW(PosterizeLine2) {
     (void)carry;
     const unsigned n = (frame.p1 >> 4) + 1;
     const std::uint8_t* s = frame.rows[y];
-    if (n == 1) {   // one level: only 255 stays, everything else is 0
-        if (frame.hasAlpha)
-            topOnlyMixRow(s, out, frame.width);
+    // The levels of every byte, alpha bytes too, which the alpha mix then puts back.
+    const unsigned bytes = (frame.hasAlpha ? 4 : 3) * unsigned(frame.width);
+    if (n == 1 || n <= PosterLevels::kMaxLevels) {
+        if (n == 1)   // one level: only 255 stays, everything else is 0
+            topOnlyBytes(s, out, bytes);
         else
-            topOnlyBytes(s, out, 3 * unsigned(frame.width));
-        return;
-    }
-    if (n <= PosterLevels::kMaxLevels) {
-        if (frame.hasAlpha)
-            posterizeMixRow(s, out, frame.width, PosterLevels(n));
-        else
-            posterizeBytes(s, out, 3 * unsigned(frame.width), PosterLevels(n));
+            posterizeBytes(s, out, bytes, PosterLevels(n));
+        if (frame.hasAlpha) mixRowInPlace(s, out, frame.width);
         return;
     }
     const std::uint8_t* level = frame.table;   // P1 above 255: the table the init function built
