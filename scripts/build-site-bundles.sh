@@ -32,6 +32,8 @@ if [ ! -d "$work/node_modules" ] || ! cmp -s "$src/package-lock.json" "$work/pac
   fi
 fi
 esbuild="$work/node_modules/.bin/esbuild"
+# The sources live in the source tree; their imports resolve in WORK_DIR's node_modules.
+export NODE_PATH="$work/node_modules"
 "$esbuild" "$src/src/video-worker.mjs" --bundle --format=iife --minify --target=chrome110 --log-level=warning \
   --legal-comments=none --outfile="$site/video-worker.js"
 "$esbuild" "$src/src/site-libs.mjs" --bundle --format=iife --minify --target=chrome110 --log-level=warning \
