@@ -373,16 +373,16 @@ void contoursPart(const Frame& frame, const Rows& src, unsigned y, unsigned x0, 
 // 24- or 32-bit picture, in blocks: per byte the sums of each column's three
 // rows, of three neighbouring columns, the mean and the clamped darkness as
 // plain loops the compiler vectorises (an alpha byte goes along unused); then
-// the luminance and the average with the three values below as plain loops,
-// and the grey written out (for a 32-bit picture as words, then mixed over
-// the source in one pass).
+// per pixel the luminance and the average with the three values below, the
+// grey written out (for a 32-bit picture as words, then mixed over the source
+// in one pass).
 template <bool Alpha>
 void charcoalBlocks(const std::uint8_t* const* rows, unsigned y, unsigned x0, unsigned x1,
                     const std::uint8_t* previous, std::uint8_t* current, std::uint8_t* out) {
     constexpr unsigned kStep = Alpha ? 4 : 3, kBlock = 256;
     const std::uint8_t *below = rows[y - 1], *own = rows[y], *above = rows[y + 1];
     std::uint16_t column[(kBlock + 2) * kStep];
-    std::uint8_t light[kBlock * kStep], lum[kBlock];
+    std::uint8_t light[kBlock * kStep];
     for (unsigned b0 = x0; b0 < x1; b0 += kBlock) {
         const unsigned count = x1 - b0 < kBlock ? x1 - b0 : kBlock, bytes = count * kStep;
         const unsigned first = kStep * (b0 - 1);  // columns b0 - 1 .. b0 + count
@@ -397,18 +397,18 @@ void charcoalBlocks(const std::uint8_t* const* rows, unsigned y, unsigned x0, un
             const std::uint8_t d = static_cast<std::uint8_t>(mean > centre[j] ? mean - centre[j] : 0);
             light[j] = static_cast<std::uint8_t>(d >= 8 ? 0 : 255 - 32 * d);
         }
-        luminanceBlock<kStep>(light, count, lum);
         const std::uint8_t* p = previous + b0;
         std::uint8_t* c = current + b0;
-        for (unsigned i = 0; i < count; ++i)
-            c[i] = static_cast<std::uint8_t>((unsigned(p[i]) + p[i + 1] + p[i + 2] + lum[i]) >> 2);
         std::uint8_t* o = out + kStep * b0;
-        if constexpr (Alpha) {
-            for (unsigned i = 0; i < count; ++i) storePixel(o + 4 * i, c[i] * 0x010101u);
-            mixRowInPlace(centre, o, count);
-        } else {
-            for (unsigned i = 0; i < count; ++i) o[3 * i] = o[3 * i + 1] = o[3 * i + 2] = c[i];
+        for (unsigned i = 0; i < count; ++i) {
+            const unsigned v = (unsigned(p[i]) + p[i + 1] + p[i + 2] + luminanceAt(light + kStep * i)) >> 2;
+            c[i] = static_cast<std::uint8_t>(v);
+            if constexpr (Alpha)
+                storePixel(o + 4 * i, v * 0x010101u);
+            else
+                o[3 * i] = o[3 * i + 1] = o[3 * i + 2] = static_cast<std::uint8_t>(v);
         }
+        if constexpr (Alpha) mixRowInPlace(centre, o, count);
     }
 }
 
