@@ -54,32 +54,45 @@ struct Band {
 // once band b has finished k strips and band b - 1 k + 1. Each worker takes
 // the lowest band's ready tile it finds and waits only where no tile is
 // ready, which means another worker is running one: the host's bands need not
-// all run at once, and a worker that starts late finds the work done. The
-// carried values live in a plane of one row per picture row, and one below
-// row 0.
-constexpr unsigned kTileRows = 8, kTileColumns = 128;
+// all run at once, and a worker that starts late finds the work done. Two
+// strips per thread keep every thread busy once the wave is under way; strips
+// narrower than kMinStrip columns cost more in short rows than they give.
+// The carried values live in a ring of band-sized slots (and a row of 255s
+// below row 0): band b takes the slot band b - slots left, so its tile k also
+// waits until band b - slots + 1, the last to read that band, has finished
+// strip k + 1, which reads two columns into strip k.
+constexpr unsigned kTileRows = 8, kMinStrip = 64;
 constexpr unsigned kWorkers = 256;         // bands asked of the host: at least as many as it has threads
 constexpr unsigned kProgressStride = 16;   // counters per band, a cache line
 
 struct Tiles {
     const Band& band;
-    unsigned width, height, strips, bands;
-    std::size_t stride;                  // bytes per row of the plane
-    std::uint8_t* plane;                 // row y's values at plane + (y + 1) * stride
+    unsigned width, height, stripColumns, strips, bands, slots;
+    std::size_t stride;                  // bytes per row of values
+    std::uint8_t* values;                // the row below row 0, then the slots of kTileRows rows
     std::atomic<unsigned>* progress;     // per band (every kProgressStride): strips taken, then strips finished
     std::atomic<unsigned> lowest{0};     // every band below it is finished
 
     std::atomic<unsigned>& taken(unsigned b) const { return progress[std::size_t(b) * kProgressStride]; }
     std::atomic<unsigned>& finished(unsigned b) const { return progress[std::size_t(b) * kProgressStride + 1]; }
 
+    // The values of row y of band b.
+    std::uint8_t* valuesOf(unsigned b, unsigned y) const {
+        return values + (1 + std::size_t(b % slots) * kTileRows + (y - b * kTileRows)) * stride;
+    }
+    std::uint8_t* valuesBelow(unsigned b, unsigned y) const {
+        if (y == 0) return values;
+        return y == b * kTileRows ? valuesOf(b - 1, y - 1) : valuesOf(b, y - 1);
+    }
+
     // Columns of strip k.
     void columns(unsigned k, unsigned& x0, unsigned& x1) const {
         if (band.effect.partOrder == PartOrder::RightFirst) {
-            x1 = width - k * kTileColumns;
-            x0 = x1 > kTileColumns ? x1 - kTileColumns : 0;
+            x1 = width - k * stripColumns;
+            x0 = x1 > stripColumns ? x1 - stripColumns : 0;
         } else {
-            x0 = k * kTileColumns;
-            x1 = width - x0 > kTileColumns ? x0 + kTileColumns : width;
+            x0 = k * stripColumns;
+            x1 = width - x0 > stripColumns ? x0 + stripColumns : width;
         }
     }
 
@@ -95,9 +108,9 @@ struct Tiles {
             if (k == 0 && host.rowTick) host.rowTick(host.user);   // once per row, before any of it is written
             std::uint8_t* row = band.out.row(y);
             if (band.clearRows) std::memset(row + clearFrom, 0, clearTo - clearFrom);
-            std::uint8_t* own = plane + std::size_t(y + 1) * stride;
+            std::uint8_t* own = valuesOf(b, y);
             if (x1 == width) own[width] = 255;
-            band.effect.rowPart(f, static_cast<std::uint16_t>(y), x0, x1, own - stride, own, row);
+            band.effect.rowPart(f, static_cast<std::uint16_t>(y), x0, x1, valuesBelow(b, y), own, row);
             if (call.mixRows)
                 host.mixRow(host.user, f.rows[y] + std::size_t(x0) * band.sourceBytes, band.sourceBytes,
                             f.colourTable, row + std::size_t(x0) * band.outputBytes, x1 - x0, band.outputBytes,
@@ -114,7 +127,9 @@ struct Tiles {
                 lowest.compare_exchange_strong(low, b + 1, std::memory_order_acq_rel);
                 continue;
             }
-            if (b == 0 || finished(b - 1).load(std::memory_order_acquire) > k) {
+            const unsigned reader = b + 1 - slots, read = k + 2 < strips ? k + 2 : strips;
+            if ((b == 0 || finished(b - 1).load(std::memory_order_acquire) > k) &&
+                (b < slots || finished(reader).load(std::memory_order_acquire) >= read)) {
                 unsigned expected = k;   // no other worker has taken tile k
                 if (taken(b).compare_exchange_strong(expected, k + 1, std::memory_order_acq_rel)) {
                     runTile(b, k);
@@ -142,22 +157,26 @@ struct Tiles {
 };
 
 // Runs every row of an effect with row parts in tiles on the host's threads;
-// false (nothing written) when the memory for the plane cannot be had.
+// false (nothing written) when the memory for the values cannot be had.
 bool runTiles(const Band& band) {
     const unsigned width = band.frame.width, height = band.frame.height;
     if (!width || !height) return true;
-    const unsigned strips = (width + kTileColumns - 1) / kTileColumns, bands = (height + kTileRows - 1) / kTileRows;
+    const unsigned threads = band.call.host.threads ? band.call.host.threads : 4;
+    const unsigned wanted = (width + 2 * threads - 1) / (2 * threads);
+    const unsigned stripColumns = wanted > kMinStrip ? wanted : kMinStrip;
+    const unsigned strips = (width + stripColumns - 1) / stripColumns, bands = (height + kTileRows - 1) / kTileRows;
+    const unsigned slots = bands < 2 * threads + 4 ? bands : 2 * threads + 4;
     const std::size_t stride = width + 2u;
     const std::size_t progressBytes = std::size_t(bands) * kProgressStride * sizeof(std::atomic<unsigned>);
-    HGLOBAL block = plat::globalAlloc(progressBytes + (std::size_t(height) + 1) * stride);
+    HGLOBAL block = plat::globalAlloc(progressBytes + (std::size_t(slots) * kTileRows + 1) * stride);
     if (!block) return false;
     auto* bytes = static_cast<std::uint8_t*>(plat::globalLock(block));
     auto* progress = reinterpret_cast<std::atomic<unsigned>*>(bytes);
     for (unsigned b = 0; b < bands; ++b)
         for (unsigned i = 0; i < 2; ++i) new (&progress[std::size_t(b) * kProgressStride + i]) std::atomic<unsigned>(0);
-    std::uint8_t* plane = bytes + progressBytes;
-    std::memset(plane, 255, stride);   // below row 0
-    Tiles tiles{band, width, height, strips, bands, stride, plane, progress};
+    std::uint8_t* values = bytes + progressBytes;
+    std::memset(values, 255, stride);   // below row 0
+    Tiles tiles{band, width, height, stripColumns, strips, bands, slots, stride, values, progress};
     band.call.host.parallel(band.call.host.user, kWorkers, [](void* context, unsigned, unsigned) {
         static_cast<Tiles*>(context)->work();
     }, &tiles);

@@ -90,15 +90,16 @@ TEST(Engine, RendersOnSeveralThreadsMatchOneThread) {
 // The effects whose rows carry values to the next row run in tiles of rows and
 // columns on slice threads: every thread count gives the bytes and the row
 // ticks of the rows run in order, for pictures narrower and wider than a tile,
-// a row or a column thick, and widths and heights that are no multiple of a
-// tile's; with the row blend, and into views of stale bytes.
+// a row or a column thick, widths and heights that are no multiple of a
+// tile's, and tall enough that bands reuse the slots of their values; with the
+// row blend, and into views of stale bytes.
 TEST(Engine, RowOrderedEffectsOnThreadsMatchOneThread) {
     static std::atomic<long> ticks{0};
     const auto tick = [](void*) { ticks.fetch_add(1, std::memory_order_relaxed); };
     struct Size {
         std::uint16_t width, height;
     };
-    const Size sizes[] = {{1, 1}, {2, 19}, {19, 1}, {1, 17}, {131, 37}, {300, 20}, {257, 9}};
+    const Size sizes[] = {{1, 1}, {2, 19}, {19, 1}, {1, 17}, {131, 37}, {300, 20}, {257, 9}, {200, 300}};
     for (const char* name : {"Contours", "Charcoal", "Color Pencil"}) {
         flairize::Settings s;
         s.effect = std::uint16_t(effectNamed(name));
