@@ -62,6 +62,7 @@ struct Band {
 // waits until band b - slots + 1, the last to read that band, has finished
 // strip k + 1, which reads two columns into strip k.
 constexpr unsigned kTileRows = 8, kMinStrip = 64;
+constexpr unsigned kMaxThreads = 64;       // the most threads the tiles are cut for
 constexpr unsigned kWorkers = 256;         // bands asked of the host: at least as many as it has threads
 constexpr unsigned kProgressStride = 16;   // counters per band, a cache line
 
@@ -161,7 +162,8 @@ struct Tiles {
 bool runTiles(const Band& band) {
     const unsigned width = band.frame.width, height = band.frame.height;
     if (!width || !height) return true;
-    const unsigned threads = band.call.host.threads ? band.call.host.threads : 4;
+    const unsigned hostThreads = band.call.host.threads ? band.call.host.threads : 4;
+    const unsigned threads = hostThreads < kMaxThreads ? hostThreads : kMaxThreads;
     const unsigned wanted = (width + 2 * threads - 1) / (2 * threads);
     const unsigned stripColumns = wanted > kMinStrip ? wanted : kMinStrip;
     const unsigned strips = (width + stripColumns - 1) / stripColumns, bands = (height + kTileRows - 1) / kTileRows;
