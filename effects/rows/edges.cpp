@@ -96,11 +96,13 @@ inline constexpr KeepMasks kKeepMasks{};
 template <bool Alpha>
 void keepOrPaint(const std::uint8_t* s, std::uint8_t* o, const std::uint8_t* keep, unsigned count, Colour paint) {
     if constexpr (Alpha) {
-        for (unsigned i = 0; i < count; ++i, s += 4, o += 4)
-            if (keep[i])
-                keepPixel(o, s, true);
-            else
-                put<true>(o, s, s[3], paint.b, paint.g, paint.r);
+        // The paint colour mixed over every pixel in one word-wise pass, then
+        // the kept pixels copied back from the source.
+        mixRowWithColour(s, paint.b | unsigned(paint.g) << 8 | unsigned(paint.r) << 16, o, count);
+        for (unsigned i = 0; i < count; ++i) {
+            const std::uint32_t m = 0u - keep[i];
+            storePixel(o + 4 * i, (loadPixel(s + 4 * i) & m) | (loadPixel(o + 4 * i) & ~m));
+        }
     } else {
         // Eight pixels at a time: their keep flags pick a 24-byte mask that
         // selects between the source bytes and the paint colour's.
