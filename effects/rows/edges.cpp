@@ -299,10 +299,10 @@ void luminanceBlock(const std::uint8_t* s, unsigned count, std::uint8_t* l) {
 // Contours: luminance smoothed with the values to the left and below; a pixel
 // whose smoothed value changes its band of 32 levels against either keeps its
 // colour from row `firstKeptRow` on, everything else is painted. Columns
-// x0 .. x1 - 1 of row y: `own` holds the row's smoothed values (those left of
-// x0 already written), `below` those of row y - 1. Per block of pixels: the
-// luminance, then the smoothing (a chain from left to right), then the band
-// test and the output as plain loops.
+// x0 .. x1 - 1 of row y: `next` takes the row's smoothed values (those left of
+// x0 already written), `previous` holds those of row y - 1. Per block of
+// pixels: the luminance, then the smoothing (a chain from left to right), then
+// the band test and the output as plain loops.
 template <class Rows>
 void contoursPart(const Frame& frame, const Rows& src, unsigned y, unsigned x0, unsigned x1,
                   const std::uint8_t* previous, std::uint8_t* next, std::uint8_t* out, bool alpha,
