@@ -82,6 +82,13 @@ struct Effect {
         e.r.sliders[k] = s;
         return e;
     }
+    // Rows in order whose parts can also run in tiles of rows and columns.
+    constexpr Effect parts(RowPartFunction part, PartOrder order) const {
+        Effect e = *this;
+        e.r.rowPart = part;
+        e.r.partOrder = order;
+        return e;
+    }
     constexpr Effect plainForm(RowFunction plain) const {
         Effect e = *this;
         e.r.plain = plain;
@@ -150,12 +157,14 @@ constexpr EffectRecord kRecords[] = {
     Effect(12, "tiles", C::Texture, "Embosses square tiles with dark grout lines into the picture.")
         .picture(M, textureFilter, &kTilesTexture),
     // Contours smooths each row with the smoothed row below, so a row's values
-    // depend on every row under it: serial.
+    // depend on every row under it: serial, or in tiles that wait for the
+    // tiles left of and below them.
     Effect(13, "contours", C::Stylize,
            "Keeps the source colours along lines where the brightness crosses a step of 32 levels, like the "
            "contour lines of a map, and paints everything else with the colour.")
         .rows(MC, kSerial, ContoursLine1, ContoursLine2)
         .initDone(EdgeBuffersInit, EdgeBuffersDone)
+        .parts(ContoursPart, PartOrder::LeftFirst)
         .plainForm(PlainContours),
     Effect(14, "shake", C::Blur,
            "Smears the picture along one direction, where the smear is dark, as if the camera shook.")
@@ -247,11 +256,13 @@ constexpr EffectRecord kRecords[] = {
                               "how far each row's wave may move from the last row's: Amount / 16 pixels, so none "
                               "below 16, 8 at 128, 15 at 255")),
     // Charcoal averages each output value with three output values of the row
-    // below, so every row depends on all rows under it: serial.
+    // below, so every row depends on all rows under it: serial, or in tiles
+    // that wait for the tiles right of, below and below right of them.
     Effect(31, "charcoal", C::Artistic,
            "Draws the picture's dark detail as slanting grey strokes on white, like a charcoal drawing.")
         .rows(M, kSerial, CharcoalLine1, CharcoalLine2)
         .initDone(EdgeBuffersInit, EdgeBuffersDone)
+        .parts(CharcoalPart, PartOrder::RightFirst)
         .plainForm(PlainCharcoal),
     Effect(32, "posterize", C::Stylize, "Reduces each colour channel to a few levels, like a poster print.")
         .rows(M, kIndependent, PosterizeLine1, PosterizeLine2)

@@ -30,6 +30,10 @@ void FindEdgesBandStart(const Frame& frame, Carry& carry, std::uint16_t y);
 FLR_ROW_PAIR(FindEdges);
 FLR_ROW_PAIR(Contours);
 FLR_ROW_PAIR(Charcoal);
+void ContoursPart(const Frame& frame, std::uint16_t y, unsigned x0, unsigned x1, const std::uint8_t* below,
+                  std::uint8_t* own, std::uint8_t* out);
+void CharcoalPart(const Frame& frame, std::uint16_t y, unsigned x0, unsigned x1, const std::uint8_t* below,
+                  std::uint8_t* own, std::uint8_t* out);
 
 // Painterly
 bool PaletteKeysInit(Frame& frame, Carry& carry);

@@ -65,6 +65,19 @@ using DoneFunction = void (*)(Carry& carry);
 // Fills a fresh carry (after init) as the rows 0 .. y - 1 would leave it, from
 // the source alone, so that rows y, y + 1, ... can run on their own.
 using BandStartFunction = void (*)(const Frame& frame, Carry& carry, std::uint16_t y);
+// Writes columns x0 .. x1 - 1 of output row y (`out` is the row's first pixel)
+// and the row's carried values there, one byte a column, into `own`, reading
+// `below`, the carried values of row y - 1 (255 throughout below row 0, and
+// in column `width` of every row). Such a row reads the row below only near
+// its own columns and its own row only on one side of them (see PartOrder),
+// so the driver can run tiles of rows and columns on threads.
+using RowPartFunction = void (*)(const Frame& frame, std::uint16_t y, unsigned x0, unsigned x1,
+                                 const std::uint8_t* below, std::uint8_t* own, std::uint8_t* out);
+// Which tiles a tile of rows and columns waits for, besides the one below it.
+enum class PartOrder : std::uint8_t {
+    LeftFirst,    // a part reads its own row left of x0 and the row below in x0 .. x1 - 1
+    RightFirst,   // a part reads the row below in x0 .. x1 + 1, and nothing else of its own row
+};
 
 constexpr std::uint16_t kFlagMix = 1;      // mix the filter's result with the source by progress
 constexpr std::uint16_t kFlagColour = 2;   // the effect paints with the record's colour
@@ -100,6 +113,10 @@ struct EffectRecord {
     // the driver runs bands on threads, each with its own carry.
     BandStartFunction bandStart;
     bool writesWholeRows = false;   // line2 writes every pixel byte of its row: a view's rows need no clearing
+    // Rows that run in order on one thread, whose parts (the same bytes as
+    // line1 and line2 write) the driver can run in tiles on the host's threads.
+    RowPartFunction rowPart = nullptr;
+    PartOrder partOrder = PartOrder::LeftFirst;
     // What the front ends show of the effect.
     const char* slug = "";          // the name to type: lower case with dashes, "find-edges"
     const char* description = "";   // one line: what the effect does

@@ -50,6 +50,8 @@ struct HostServices {
     // called from them too). Null: the engine runs the rows in order itself.
     void (*parallel)(void* user, unsigned count, void (*body)(void* context, unsigned begin, unsigned end),
                      void* context) = nullptr;
+    // How many bands `parallel` runs at once at most; 0 where it does not say.
+    unsigned threads = 0;
 };
 
 }  // namespace flairize

@@ -88,6 +88,7 @@ flairize::HostServices threadedServices(unsigned threads, void (*rowTick)(void* 
     s.user = arenaFor(threads, rowTick, user);
     if (rowTick) s.rowTick = [](void* arena) { static_cast<Arena*>(arena)->rowTick(static_cast<Arena*>(arena)->user); };
     s.parallel = runInArena;
+    s.threads = threads;
     // The colour operations run their rows in bands on the same arena.
     s.smooth = [](void* arena, HGLOBAL picture) { return smooth(picture, runInArena, arena); };
     s.simplify = [](void* arena, HGLOBAL picture) { return simplify(picture, runInArena, arena); };

@@ -3,6 +3,7 @@
 // the output header rules and the row ticks.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 
 #include "hostops/threads.h"
@@ -84,6 +85,66 @@ TEST(Engine, RendersOnSeveralThreadsMatchOneThread) {
         });
     for (std::thread& t : threads) t.join();
     EXPECT_EQ(differences, std::vector<int>(4, 0));
+}
+
+// The effects whose rows carry values to the next row run in tiles of rows and
+// columns on slice threads: every thread count gives the bytes and the row
+// ticks of the rows run in order, for pictures narrower and wider than a tile,
+// a row or a column thick, widths and heights that are no multiple of a
+// tile's, and tall enough that bands reuse the slots of their values; with the
+// row blend, and into views of stale bytes.
+TEST(Engine, RowOrderedEffectsOnThreadsMatchOneThread) {
+    static std::atomic<long> ticks{0};
+    const auto tick = [](void*) { ticks.fetch_add(1, std::memory_order_relaxed); };
+    struct Size {
+        std::uint16_t width, height;
+    };
+    const Size sizes[] = {{1, 1}, {2, 19}, {19, 1}, {1, 17}, {131, 37}, {300, 20}, {257, 9}, {200, 300}};
+    for (const char* name : {"Contours", "Charcoal", "Color Pencil"}) {
+        flairize::Settings s;
+        s.effect = std::uint16_t(effectNamed(name));
+        s.progress = 12000;
+        s.colour = 0x2080E0;
+        for (const Size z : sizes)
+            for (int bits : {8, 24, 32}) {
+                const std::string what = std::string(name) + " " + std::to_string(z.width) + "x" +
+                                         std::to_string(z.height) + " at " + std::to_string(bits) + " bits";
+                Owned src(make(z.width, z.height, bits, pattern, palette256()));
+                const View picture(src);
+                const std::size_t rowBytes = std::size_t(z.width) * unsigned(bits / 8);
+                std::vector<std::uint8_t> in(rowBytes * std::size_t(z.height));
+                for (int y = 0; y < z.height; ++y)
+                    std::memcpy(&in[std::size_t(y) * rowBytes], picture.row(z.height - 1 - y), rowBytes);
+                const auto view = [&](std::vector<std::uint8_t>& v) {
+                    return flairize::PictureView{v.data(), std::ptrdiff_t(rowBytes), z.width, z.height,
+                                                 std::uint8_t(bits / 8)};
+                };
+                // A view render of the direct sources, into stale bytes.
+                const auto intoView = [&](const flairize::HostServices& host) {
+                    std::vector<std::uint8_t> out(in.size(), 0xA5);
+                    if (bits != 8) {
+                        EXPECT_EQ(flairize::renderInto(host, view(in), s, flairize::Mix::Always, view(out)).status,
+                                  flairize::Status::Ok) << what;
+                    }
+                    return out;
+                };
+                ticks = 0;
+                const std::vector<std::uint8_t> alone = bytesOf(flairize::render(
+                    hostops::services(tick, nullptr), src, s, flairize::Mix::Always));
+                ASSERT_EQ(ticks.load(), long(z.height)) << what;
+                ASSERT_FALSE(alone.empty()) << what;
+                const std::vector<std::uint8_t> aloneView = intoView(hostops::services());
+                for (unsigned threads = 2; threads <= 16; ++threads) {
+                    ticks = 0;
+                    EXPECT_EQ(bytesOf(flairize::render(hostops::threadedServices(threads, tick, nullptr), src, s,
+                                                       flairize::Mix::Always)),
+                              alone) << what << ", " << threads << " threads";
+                    EXPECT_EQ(ticks.load(), long(z.height)) << what << ", " << threads << " threads";
+                    EXPECT_EQ(intoView(hostops::threadedServices(threads)), aloneView)
+                        << what << ", " << threads << " threads, into a view";
+                }
+            }
+    }
 }
 
 // A long source header is copied whole into the output picture (the

@@ -133,11 +133,14 @@ flairize::Result glassFilter(const FilterCall& call) {
 }
 
 flairize::Result colorPencilFilter(const FilterCall& call) {
-    if (call.host.mixRow) {   // Charcoal into the output, blended there row by row
-        const flairize::Result charcoal = runInner(call, call.output, call.outputCleared);
-        if (charcoal.status != flairize::Status::Ok) return charcoal;
-        blendRows(call.host, dib::Source(call.source), call.output, 8192);
-        return charcoal;
+    if (call.host.mixRow) {
+        // Charcoal into the output, each row blended half and half with the
+        // source as soon as it is written (Charcoal itself reads no progress).
+        const auto& inner = *static_cast<const InnerEffect*>(call.table.records[call.effect].data);
+        FilterCall charcoal{call.host, call.source, call.output, call.outputCleared, call.table, inner.effect,
+                            8192,      call.p1,     call.p2,     call.p3,           call.colour};
+        charcoal.mixRows = true;
+        return call.table.records[inner.effect].filter(charcoal);
     }
     const AsPicture charcoal(call.output, false);
     if (!charcoal.handle()) return resultOutOfMemory();

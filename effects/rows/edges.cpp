@@ -1,6 +1,8 @@
 // Edge effects: Find Edges, Contours and Charcoal. Each carries one value per
-// pixel from a row to the next in two line buffers that live for one render;
-// the row parity decides which buffer a row writes and which it reads.
+// pixel from a row to the next: rows run in order keep them in two line buffers
+// that live for one render, the row parity deciding which buffer a row writes
+// and which it reads; Contours and Charcoal also work on parts of a row, for the
+// row driver's tiles, with the values of the row below handed in.
 #include <cstring>
 #include <type_traits>
 
@@ -94,11 +96,13 @@ inline constexpr KeepMasks kKeepMasks{};
 template <bool Alpha>
 void keepOrPaint(const std::uint8_t* s, std::uint8_t* o, const std::uint8_t* keep, unsigned count, Colour paint) {
     if constexpr (Alpha) {
-        for (unsigned i = 0; i < count; ++i, s += 4, o += 4)
-            if (keep[i])
-                keepPixel(o, s, true);
-            else
-                put<true>(o, s, s[3], paint.b, paint.g, paint.r);
+        // The paint colour mixed over every pixel in one word-wise pass, then
+        // the kept pixels copied back from the source.
+        mixRowWithColour(s, paint.b | unsigned(paint.g) << 8 | unsigned(paint.r) << 16, o, count);
+        for (unsigned i = 0; i < count; ++i) {
+            const std::uint32_t m = 0u - keep[i];
+            storePixel(o + 4 * i, (loadPixel(s + 4 * i) & m) | (loadPixel(o + 4 * i) & ~m));
+        }
     } else {
         // Eight pixels at a time: their keep flags pick a 24-byte mask that
         // selects between the source bytes and the paint colour's.
@@ -294,16 +298,16 @@ void luminanceBlock(const std::uint8_t* s, unsigned count, std::uint8_t* l) {
 
 // Contours: luminance smoothed with the values to the left and below; a pixel
 // whose smoothed value changes its band of 32 levels against either keeps its
-// colour from row `firstKeptRow` on, everything else is painted. Per block of
+// colour from row `firstKeptRow` on, everything else is painted. Columns
+// x0 .. x1 - 1 of row y: `next` takes the row's smoothed values (those left of
+// x0 already written), `previous` holds those of row y - 1. Per block of
 // pixels: the luminance, then the smoothing (a chain from left to right), then
 // the band test and the output as plain loops.
 template <class Rows>
-void contoursRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, std::uint8_t* out, bool alpha,
-                 unsigned firstKeptRow) {
-    const unsigned width = frame.width;
-    if (width == 0) return;
-    const std::uint8_t* previous = carry.line[y & 1u];
-    std::uint8_t* next = carry.line[(y & 1u) ^ 1u];
+void contoursPart(const Frame& frame, const Rows& src, unsigned y, unsigned x0, unsigned x1,
+                  const std::uint8_t* previous, std::uint8_t* next, std::uint8_t* out, bool alpha,
+                  unsigned firstKeptRow) {
+    if (x0 >= x1) return;
     const Colour paint = effectColour(frame.colour);
     const unsigned step = alpha ? 4 : 3;
     const bool smooth = y >= 2, mayKeep = y >= firstKeptRow;
@@ -311,19 +315,19 @@ void contoursRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, 
     constexpr unsigned kBlock = 512;
     std::uint8_t l[kBlock], keep[kBlock];
     const unsigned first = luminanceAt(src.at(0, y));
-    unsigned left = first;
-    for (unsigned x0 = 0; x0 < width; x0 += kBlock) {
-        const unsigned count = width - x0 < kBlock ? width - x0 : kBlock;
+    unsigned left = x0 == 0 ? first : next[x0 - 1];
+    for (unsigned b0 = x0; b0 < x1; b0 += kBlock) {
+        const unsigned count = x1 - b0 < kBlock ? x1 - b0 : kBlock;
         if constexpr (std::is_same_v<Rows, DirectRows>) {
             if (alpha)
-                luminanceBlock<4>(src.at(x0, y), count, l);
+                luminanceBlock<4>(src.at(b0, y), count, l);
             else
-                luminanceBlock<3>(src.at(x0, y), count, l);
+                luminanceBlock<3>(src.at(b0, y), count, l);
         } else {
-            for (unsigned i = 0; i < count; ++i) l[i] = static_cast<std::uint8_t>(luminanceAt(src.at(x0 + i, y)));
+            for (unsigned i = 0; i < count; ++i) l[i] = static_cast<std::uint8_t>(luminanceAt(src.at(b0 + i, y)));
         }
-        std::uint8_t* s = next + x0;
-        const std::uint8_t* below = previous + x0;
+        std::uint8_t* s = next + b0;
+        const std::uint8_t* below = previous + b0;
         if (smooth) {
             // (floor(u / 3) + b) / 3 = (u + 3 b) / 9 in truncating division, so
             // four steps of the chain take one division after the value before
@@ -350,41 +354,43 @@ void contoursRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, 
             std::memset(keep, 0, count);
         } else {
             unsigned i = 0;
-            if (x0 == 0) keep[i++] = (((s[0] ^ first) | (below[0] ^ s[0])) & 0xE0) != 0;
-            const std::uint8_t* leftOf = s - 1;   // at block starts after the first, the last value of the block before
+            if (b0 == 0) keep[i++] = (((s[0] ^ first) | (below[0] ^ s[0])) & 0xE0) != 0;
+            const std::uint8_t* leftOf = s - 1;   // past column 0, the value left of the block
             for (; i < count; ++i) keep[i] = (((s[i] ^ leftOf[i]) | (below[i] ^ s[i])) & 0xE0) != 0;
         }
-        std::uint8_t* o = out + step * x0;
+        std::uint8_t* o = out + step * b0;
         if constexpr (std::is_same_v<Rows, DirectRows>) {
-            const std::uint8_t* p = src.at(x0, y);
+            const std::uint8_t* p = src.at(b0, y);
             if (alpha)
                 keepOrPaint<true>(p, o, keep, count, paint);
             else
                 keepOrPaint<false>(p, o, keep, count, paint);
         } else {
-            keepOrPaint(src, x0, y, o, keep, count, paint);
+            keepOrPaint(src, b0, y, o, keep, count, paint);
         }
     }
 }
 
-// Charcoal, pixels 1 .. width - 2 of an inner row of a 24- or 32-bit picture,
-// in blocks: per byte the sums of each column's three rows, of three
-// neighbouring columns, the mean and the clamped darkness as plain loops the
-// compiler vectorises (an alpha byte goes along unused); then per pixel the
-// luminance and the average with the three values below.
+// Charcoal, pixels x0 .. x1 - 1 (inside 1 .. width - 2) of an inner row of a
+// 24- or 32-bit picture, in blocks: per byte the sums of each column's three
+// rows, of three neighbouring columns, the mean and the clamped darkness as
+// plain loops the compiler vectorises (an alpha byte goes along unused); then
+// per pixel the luminance and the average with the three values below, the
+// grey written out (for a 32-bit picture as words, then mixed over the source
+// in one pass).
 template <bool Alpha>
-void charcoalBlocks(const std::uint8_t* const* rows, unsigned y, unsigned width, const std::uint8_t* previous,
-                    std::uint8_t* current, std::uint8_t* out) {
+void charcoalBlocks(const std::uint8_t* const* rows, unsigned y, unsigned x0, unsigned x1,
+                    const std::uint8_t* previous, std::uint8_t* current, std::uint8_t* out) {
     constexpr unsigned kStep = Alpha ? 4 : 3, kBlock = 256;
     const std::uint8_t *below = rows[y - 1], *own = rows[y], *above = rows[y + 1];
     std::uint16_t column[(kBlock + 2) * kStep];
     std::uint8_t light[kBlock * kStep];
-    for (unsigned x0 = 1; x0 + 1 < width; x0 += kBlock) {
-        const unsigned count = width - 1 - x0 < kBlock ? width - 1 - x0 : kBlock, bytes = count * kStep;
-        const unsigned first = kStep * (x0 - 1);  // columns x0 - 1 .. x0 + count
+    for (unsigned b0 = x0; b0 < x1; b0 += kBlock) {
+        const unsigned count = x1 - b0 < kBlock ? x1 - b0 : kBlock, bytes = count * kStep;
+        const unsigned first = kStep * (b0 - 1);  // columns b0 - 1 .. b0 + count
         const std::uint8_t *b = below + first, *m = own + first, *a = above + first;
         for (unsigned j = 0; j < bytes + 2 * kStep; ++j) column[j] = static_cast<std::uint16_t>(b[j] + m[j] + a[j]);
-        const std::uint8_t* centre = own + kStep * x0;
+        const std::uint8_t* centre = own + kStep * b0;
         for (unsigned j = 0; j < bytes; ++j) {
             // 255 - clamp(32 (mean - centre)) in byte arithmetic: a mean above
             // the centre by d darkens by 32 d, and by 8 or more to 0.
@@ -393,45 +399,56 @@ void charcoalBlocks(const std::uint8_t* const* rows, unsigned y, unsigned width,
             const std::uint8_t d = static_cast<std::uint8_t>(mean > centre[j] ? mean - centre[j] : 0);
             light[j] = static_cast<std::uint8_t>(d >= 8 ? 0 : 255 - 32 * d);
         }
-        std::uint8_t* o = out + kStep * x0;
-        for (unsigned i = 0; i < count; ++i, o += kStep) {
-            const unsigned x = x0 + i;
-            const std::uint8_t* l = light + kStep * i;
-            const unsigned v = (unsigned(previous[x]) + previous[x + 1] + previous[x + 2] + luminanceAt(l)) >> 2;
-            current[x] = static_cast<std::uint8_t>(v);
-            const std::uint8_t* c = centre + kStep * i;
-            put<Alpha>(o, c, Alpha ? c[3] : 0u, v, v, v);
+        const std::uint8_t* p = previous + b0;
+        std::uint8_t* c = current + b0;
+        std::uint8_t* o = out + kStep * b0;
+        for (unsigned i = 0; i < count; ++i) {
+            const unsigned v = (unsigned(p[i]) + p[i + 1] + p[i + 2] + luminanceAt(light + kStep * i)) >> 2;
+            c[i] = static_cast<std::uint8_t>(v);
+            if constexpr (Alpha)
+                storePixel(o + 4 * i, v * 0x010101u);
+            else
+                o[3 * i] = o[3 * i + 1] = o[3 * i + 2] = static_cast<std::uint8_t>(v);
         }
+        if constexpr (Alpha) mixRowInPlace(centre, o, count);
     }
 }
 
 // Charcoal: dark detail of the full 3 x 3 block as grey, averaged with the three
 // values of the row below one column further right, which slants the strokes.
-// The outer rows and columns are white.
+// The outer rows and columns are white, and carry 255. Columns x0 .. x1 - 1 of
+// row y: `current` takes the row's values, `previous` holds those of row
+// y - 1, which the row reads up to two columns past x1 (255 past the last).
 template <bool Alpha, class Rows>
-void charcoalRow(const Frame& frame, Carry& carry, unsigned y, const Rows& src, std::uint8_t* out) {
+void charcoalPart(const Frame& frame, const Rows& src, unsigned y, unsigned x0, unsigned x1,
+                  const std::uint8_t* previous, std::uint8_t* current, std::uint8_t* out) {
     const unsigned width = frame.width, height = frame.height;
     const unsigned step = Alpha ? 4 : 3;
-    auto white = [&](unsigned x) {
-        const std::uint8_t* s = src.at(x, y);
-        put<Alpha>(out + step * x, s, Alpha ? s[3] : 0u, 255, 255, 255);
+    auto white = [&](unsigned from, unsigned to) {
+        if (from >= to) return;
+        std::memset(current + from, 255, to - from);
+        if constexpr (Alpha && std::is_same_v<Rows, DirectRows>) {
+            mixRowWithColour(src.at(from, y), 0xFFFFFFu, out + 4 * from, to - from);
+        } else {
+            for (unsigned x = from; x < to; ++x) {
+                const std::uint8_t* s = src.at(x, y);
+                put<Alpha>(out + step * x, s, Alpha ? s[3] : 0u, 255, 255, 255);
+            }
+        }
     };
-    if (y == 0 || y + 1 >= height) {
-        for (unsigned x = 0; x < width; ++x) white(x);
+    if (y == 0 || y + 1 >= height || width < 3) {
+        white(x0, x1);
         return;
     }
-    if (width == 0) return;
-    white(0);
-    white(width - 1);
-    if (width < 3) return;
-
-    std::uint8_t* current = carry.line[y & 1u];
-    const std::uint8_t* previous = carry.line[(y & 1u) ^ 1u];
+    const unsigned from = x0 > 1 ? x0 : 1, to = x1 < width - 1 ? x1 : width - 1;
+    if (x0 == 0) white(0, 1);
+    if (x1 == width) white(width - 1, width);
+    if (from >= to) return;
     if constexpr (std::is_same_v<Rows, DirectRows>) {
-        charcoalBlocks<Alpha>(src.rows, y, width, previous, current, out);
+        charcoalBlocks<Alpha>(src.rows, y, from, to, previous, current, out);
     } else {
-        ColourSum left = columnSum(src, 0, y - 1, y + 1), middle = columnSum(src, 1, y - 1, y + 1);
-        for (unsigned x = 1; x + 1 < width; ++x) {
+        ColourSum left = columnSum(src, from - 1, y - 1, y + 1), middle = columnSum(src, from, y - 1, y + 1);
+        for (unsigned x = from; x < to; ++x) {
             const ColourSum right = columnSum(src, x + 1, y - 1, y + 1);
             ColourSum sum = left;
             sum += middle;
@@ -469,15 +486,36 @@ FLR_ROW(FindEdgesLine2) {
 }
 
 // The palette form keeps contours from row 2 on, the direct form from row 3 on.
-FLR_ROW(ContoursLine1) { contoursRow(frame, carry, y, PaletteRows{frame.rows, frame.colourTable}, out, false, 2); }
+// Rows run in order: row y reads the values of row y - 1 from one line buffer
+// and writes its own into the other.
+FLR_ROW(ContoursLine1) {
+    contoursPart(frame, PaletteRows{frame.rows, frame.colourTable}, y, 0, frame.width, carry.line[y & 1u],
+                 carry.line[(y & 1u) ^ 1u], out, false, 2);
+}
 FLR_ROW(ContoursLine2) {
-    contoursRow(frame, carry, y, DirectRows{frame.rows, frame.hasAlpha ? 4u : 3u}, out, frame.hasAlpha, 3);
+    contoursPart(frame, DirectRows{frame.rows, frame.hasAlpha ? 4u : 3u}, y, 0, frame.width, carry.line[y & 1u],
+                 carry.line[(y & 1u) ^ 1u], out, frame.hasAlpha, 3);
+}
+void ContoursPart(const Frame& frame, std::uint16_t y, unsigned x0, unsigned x1, const std::uint8_t* below,
+                  std::uint8_t* own, std::uint8_t* out) {
+    if (frame.colourTable)
+        contoursPart(frame, PaletteRows{frame.rows, frame.colourTable}, y, x0, x1, below, own, out, false, 2);
+    else
+        contoursPart(frame, DirectRows{frame.rows, frame.hasAlpha ? 4u : 3u}, y, x0, x1, below, own, out,
+                     frame.hasAlpha, 3);
 }
 
-FLR_ROW(CharcoalLine1) { charcoalRow<false>(frame, carry, y, PaletteRows{frame.rows, frame.colourTable}, out); }
-FLR_ROW(CharcoalLine2) {
-    if (frame.hasAlpha)
-        charcoalRow<true>(frame, carry, y, DirectRows{frame.rows, 4}, out);
+FLR_ROW(CharcoalLine1) {
+    charcoalPart<false>(frame, PaletteRows{frame.rows, frame.colourTable}, y, 0, frame.width,
+                        carry.line[(y & 1u) ^ 1u], carry.line[y & 1u], out);
+}
+FLR_ROW(CharcoalLine2) { CharcoalPart(frame, y, 0, frame.width, carry.line[(y & 1u) ^ 1u], carry.line[y & 1u], out); }
+void CharcoalPart(const Frame& frame, std::uint16_t y, unsigned x0, unsigned x1, const std::uint8_t* below,
+                  std::uint8_t* own, std::uint8_t* out) {
+    if (frame.colourTable)
+        charcoalPart<false>(frame, PaletteRows{frame.rows, frame.colourTable}, y, x0, x1, below, own, out);
+    else if (frame.hasAlpha)
+        charcoalPart<true>(frame, DirectRows{frame.rows, 4}, y, x0, x1, below, own, out);
     else
-        charcoalRow<false>(frame, carry, y, DirectRows{frame.rows, 3}, out);
+        charcoalPart<false>(frame, DirectRows{frame.rows, 3}, y, x0, x1, below, own, out);
 }
