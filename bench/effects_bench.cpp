@@ -1,18 +1,29 @@
-// Every effect on 1920x1080 and 3840x2160 24-bit frames through the full render
-// (filter and progress mix), on one thread and on all cores, with a plain copy
-// of the frame as the floor. Names are "<size>/<threads>/<effect>": "1080p/1/Solarize",
-// "2160p/all/Solarize", "1080p/copy", "1080p/copy/all" (the copy in bands on all cores). "1080p/view/<effect>" renders a 32-bit
-// frame stored top row first from view to view on one thread, as a frei0r
-// plug-in does inside ffmpeg; "1080p/frei0r/<effect>" hands the same frames to
-// the effect's frei0r plug-in (f0r_update, one thread), so the two differ by
-// what the plug-in adds.
+// Every effect on 1920x1080 and 3840x2160 frames, 24-bit and 32-bit, on one
+// thread and on more, beside plain copies of frames of the same depth.
+// Names:
+//   "<size>/<threads>/<effect>"     a 24-bit frame through the full render (filter
+//                                   and progress mix), a new picture each time;
+//   "<size>/32bit/<threads>/<effect>" a 32-bit frame stored top row first, rendered
+//                                   from view to view as the video hosts do;
+//   "<size>/copy[/<threads>]"       the copy of a 24-bit frame into a new picture;
+//   "<size>/copy32[/<threads>]"     the copy of a 32-bit frame from view to view;
+//   "<size>/mix32[/<threads>]"      the alpha mix alone over a 32-bit frame: what a
+//                                   32-bit render adds to the effect;
+//   "1080p/frei0r/<effect>"         the effect's frei0r plug-in (f0r_update, one
+//                                   thread) on the frames of "1080p/32bit/1/<effect>".
+// <threads> is 1 and "all" (all cores), or 1 and the counts FLAIRIZE_BENCH_THREADS
+// lists ("2,4,8,16"; "all" may be one of them); without a count a copy or mix runs
+// on one thread. More threads than cores are allowed.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "effects/rows/row_pixels.h"
 #include "engine/dib.h"
 #include "engine/flairize.h"
 #include "platform/global_memory.h"
@@ -29,6 +40,23 @@ struct FrameSize {
     int width, height;
 };
 constexpr FrameSize kSizes[] = {{"1080p", 1920, 1080}, {"2160p", 3840, 2160}};
+
+// A thread count as the names give it: 0 stands for all cores.
+std::string threadName(unsigned threads) { return threads == 0 ? "all" : std::to_string(threads); }
+
+flairize::HostServices hostFor(unsigned threads) {
+    return threads == 1 ? hostops::services() : hostops::threadedServices(threads);
+}
+
+// Runs body(begin, end) over [0, 256) in bands on the host's threads.
+template <typename Body>
+void inBands(const flairize::HostServices& host, Body& body) {
+    auto band = [](void* context, unsigned begin, unsigned end) { (*static_cast<Body*>(context))(begin, end); };
+    if (host.parallel)
+        host.parallel(host.user, 256, band, &body);
+    else
+        band(&body, 0, 256);
+}
 
 HGLOBAL makeFrame(const FrameSize& z) {
     const std::uint32_t stride = std::uint32_t(dib::paddedStride(std::uint32_t(z.width), 24));
@@ -50,48 +78,44 @@ HGLOBAL frame(unsigned size) {
     return frames[size];
 }
 
+// A 32-bit frame, top row first, opaque as a video host's frames are, and an
+// output frame for it.
+std::vector<std::uint8_t>& viewFrame(unsigned size, bool output) {
+    static std::vector<std::uint8_t> frames[2][2];
+    std::vector<std::uint8_t>* f = frames[size];
+    if (f[0].empty()) {
+        f[0].resize(std::size_t(kSizes[size].width) * std::size_t(kSizes[size].height) * 4);
+        f[1].resize(f[0].size());
+        for (std::size_t i = 0; i < f[0].size(); ++i)
+            f[0][i] = static_cast<std::uint8_t>(i % 4 == 3 ? 255 : (i * 7) >> 5);
+    }
+    return f[output ? 1 : 0];
+}
+
+flairize::PictureView viewOf(unsigned size, bool output) {
+    return {viewFrame(size, output).data(), std::ptrdiff_t(kSizes[size].width) * 4, std::uint16_t(kSizes[size].width),
+            std::uint16_t(kSizes[size].height), 4};
+}
+
 void setCounters(benchmark::State& state, unsigned size) {
     state.counters["MP/s"] = benchmark::Counter(double(kSizes[size].width) * kSizes[size].height / 1e6,
                                                 benchmark::Counter::kIsIterationInvariantRate);
 }
 
-void copyFrame(benchmark::State& state, unsigned size) {
+// The 24-bit frame copied into a new picture, in bands on the threads given:
+// the floor of a render that returns a new picture.
+void copyFrame(benchmark::State& state, unsigned size, unsigned threads) {
     HGLOBAL src = frame(size);
     const std::size_t bytes = plat::globalSize(src);
+    const flairize::HostServices host = hostFor(threads);
     for (auto _ : state) {
         HGLOBAL out = plat::globalAlloc(bytes);
-        std::memcpy(plat::globalLock(out), plat::globalLock(src), bytes);
-        plat::globalUnlock(src);
-        plat::globalUnlock(out);
-        benchmark::DoNotOptimize(out);
-        plat::globalFree(out);
-    }
-    setCounters(state, size);
-}
-
-// The same copy in bands on all cores: what memory lets the threads move.
-void copyFrameAll(benchmark::State& state, unsigned size) {
-    HGLOBAL src = frame(size);
-    const std::size_t bytes = plat::globalSize(src);
-    const flairize::HostServices host = hostops::threadedServices(0);
-    struct Copy {
-        const unsigned char* from;
-        unsigned char* to;
-        std::size_t bytes;
-    };
-    for (auto _ : state) {
-        HGLOBAL out = plat::globalAlloc(bytes);
-        Copy c{static_cast<const unsigned char*>(plat::globalLock(src)), static_cast<unsigned char*>(plat::globalLock(out)),
-               bytes};
-        auto band = [](void* context, unsigned begin, unsigned end) {
-            const Copy& k = *static_cast<const Copy*>(context);
-            const std::size_t from = k.bytes * begin / 256, to = k.bytes * end / 256;
-            std::memcpy(k.to + from, k.from + from, to - from);
+        const auto* from = static_cast<const unsigned char*>(plat::globalLock(src));
+        auto* to = static_cast<unsigned char*>(plat::globalLock(out));
+        auto band = [&](unsigned begin, unsigned end) {
+            std::memcpy(to + bytes * begin / 256, from + bytes * begin / 256, bytes * end / 256 - bytes * begin / 256);
         };
-        if (host.parallel)
-            host.parallel(host.user, 256, band, &c);
-        else
-            band(&c, 0, 256);
+        inBands(host, band);
         plat::globalUnlock(src);
         plat::globalUnlock(out);
         benchmark::DoNotOptimize(out);
@@ -100,14 +124,53 @@ void copyFrameAll(benchmark::State& state, unsigned size) {
     setCounters(state, size);
 }
 
-void renderEffect(benchmark::State& state, unsigned size, std::uint16_t effect, unsigned threads) {
+// The 32-bit frame copied from view to view: the floor of a 32-bit render.
+void copyView(benchmark::State& state, unsigned size, unsigned threads) {
+    const std::uint8_t* from = viewFrame(size, false).data();
+    std::uint8_t* to = viewFrame(size, true).data();
+    const std::size_t bytes = viewFrame(size, false).size();
+    const flairize::HostServices host = hostFor(threads);
+    for (auto _ : state) {
+        auto band = [&](unsigned begin, unsigned end) {
+            std::memcpy(to + bytes * begin / 256, from + bytes * begin / 256, bytes * end / 256 - bytes * begin / 256);
+        };
+        inBands(host, band);
+        benchmark::DoNotOptimize(to);
+        benchmark::ClobberMemory();
+    }
+    setCounters(state, size);
+}
+
+// The alpha mix alone: values already in the output frame mixed in place over
+// the source frame's pixels under its alpha, row by row.
+void mixView(benchmark::State& state, unsigned size, unsigned threads) {
+    const flairize::PictureView in = viewOf(size, false), out = viewOf(size, true);
+    std::memcpy(out.top, in.top, viewFrame(size, false).size());
+    const flairize::HostServices host = hostFor(threads);
+    for (auto _ : state) {
+        auto band = [&](unsigned begin, unsigned end) {
+            for (unsigned y = in.height * begin / 256; y < in.height * end / 256; ++y)
+                rowpx::mixRowInPlace(in.top + y * in.stride, out.top + y * out.stride, in.width);
+        };
+        inBands(host, band);
+        benchmark::DoNotOptimize(out.top);
+        benchmark::ClobberMemory();
+    }
+    setCounters(state, size);
+}
+
+flairize::Settings fullProgress(std::uint16_t effect) {
     SettingsRecord record = flairize::newSettingsRecord();
     flairize::chooseEffect(record, effect);
     record.progress = 16384;
-    const flairize::HostServices host = threads == 1 ? hostops::services() : hostops::threadedServices(threads);
+    return flairize::settingsOf(record);
+}
+
+void renderEffect(benchmark::State& state, unsigned size, std::uint16_t effect, unsigned threads) {
+    const flairize::Settings settings = fullProgress(effect);
+    const flairize::HostServices host = hostFor(threads);
     for (auto _ : state) {
-        const flairize::Result r =
-            flairize::render(host, frame(size), flairize::settingsOf(record), flairize::Mix::Always);
+        const flairize::Result r = flairize::render(host, frame(size), settings, flairize::Mix::Always);
         if (r.status != flairize::Status::Ok) {
             state.SkipWithError("render failed");
             break;
@@ -117,34 +180,18 @@ void renderEffect(benchmark::State& state, unsigned size, std::uint16_t effect, 
     setCounters(state, size);
 }
 
-// A 32-bit 1080p frame, top row first, and an output frame for it.
-std::vector<std::uint8_t>& viewFrame(bool output) {
-    static std::vector<std::uint8_t> frames[2];
-    if (frames[0].empty()) {
-        frames[0].resize(std::size_t(1920) * 1080 * 4);
-        frames[1].resize(frames[0].size());
-        for (std::size_t i = 0; i < frames[0].size(); ++i)
-            frames[0][i] = static_cast<std::uint8_t>(i % 4 == 3 ? 255 : (i * 7) >> 5);
-    }
-    return frames[output ? 1 : 0];
-}
-
-void renderView(benchmark::State& state, std::uint16_t effect) {
-    SettingsRecord record = flairize::newSettingsRecord();
-    flairize::chooseEffect(record, effect);
-    record.progress = 16384;
-    const flairize::HostServices host = hostops::services();
-    const flairize::PictureView in{viewFrame(false).data(), 1920 * 4, 1920, 1080, 4};
-    const flairize::PictureView out{viewFrame(true).data(), 1920 * 4, 1920, 1080, 4};
+void renderView(benchmark::State& state, unsigned size, std::uint16_t effect, unsigned threads) {
+    const flairize::Settings settings = fullProgress(effect);
+    const flairize::HostServices host = hostFor(threads);
+    const flairize::PictureView in = viewOf(size, false), out = viewOf(size, true);
     for (auto _ : state) {
-        const flairize::Result r =
-            flairize::renderInto(host, in, flairize::settingsOf(record), flairize::Mix::Always, out);
+        const flairize::Result r = flairize::renderInto(host, in, settings, flairize::Mix::Always, out);
         if (r.status != flairize::Status::Ok) {
             state.SkipWithError("render failed");
             break;
         }
     }
-    setCounters(state, 0);
+    setCounters(state, size);
 }
 
 #ifdef FLAIRIZE_FREI0R_DIR
@@ -156,45 +203,63 @@ void renderPlugin(benchmark::State& state, std::uint16_t effect) {
         return;
     }
     f0r_instance_t instance = plugin.construct(1920, 1080);
-    const auto* in = reinterpret_cast<const std::uint32_t*>(viewFrame(false).data());
-    auto* out = reinterpret_cast<std::uint32_t*>(viewFrame(true).data());
+    const auto* in = reinterpret_cast<const std::uint32_t*>(viewFrame(0, false).data());
+    auto* out = reinterpret_cast<std::uint32_t*>(viewFrame(0, true).data());
     for (auto _ : state) plugin.update(instance, 0.0, in, out);
     plugin.destruct(instance);
     setCounters(state, 0);
 }
 #endif
 
+// The thread counts to measure: one, then those FLAIRIZE_BENCH_THREADS lists,
+// else all cores.
+std::vector<unsigned> threadCounts() {
+    std::vector<unsigned> counts{1};
+    const char* list = std::getenv("FLAIRIZE_BENCH_THREADS");
+    std::string text = list && *list ? list : "1,all";
+    for (std::size_t at = 0; at <= text.size();) {
+        std::size_t end = text.find(',', at);
+        if (end == std::string::npos) end = text.size();
+        const std::string item = text.substr(at, end - at);
+        const unsigned n = item == "all" ? 0 : unsigned(std::strtoul(item.c_str(), nullptr, 10));
+        if ((n > 0 || item == "all") && std::find(counts.begin(), counts.end(), n) == counts.end()) counts.push_back(n);
+        at = end + 1;
+    }
+    return counts;
+}
+
+template <typename... Args>
+void add(const std::string& name, Args&&... args) {
+    benchmark::RegisterBenchmark(name.c_str(), std::forward<Args>(args)...)->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
 int registerAll() {
     // Freed pictures stay in the process heap, as in the flairize command.
     mallopt(M_MMAP_THRESHOLD, 256 * 1024 * 1024);
     mallopt(M_TRIM_THRESHOLD, 512 * 1024 * 1024);
+    const std::vector<unsigned> counts = threadCounts();
     for (unsigned size = 0; size < 2; ++size) {
         const std::string prefix = kSizes[size].name;
-        benchmark::RegisterBenchmark((prefix + "/copy").c_str(), copyFrame, size)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark((prefix + "/copy/all").c_str(), copyFrameAll, size)
-            ->Unit(benchmark::kMillisecond)
-            ->UseRealTime();
+        for (unsigned threads : counts) {
+            const std::string t = threads == 1 ? "" : "/" + threadName(threads);
+            add(prefix + "/copy" + t, copyFrame, size, threads);
+            add(prefix + "/copy32" + t, copyView, size, threads);
+            add(prefix + "/mix32" + t, mixView, size, threads);
+        }
         for (unsigned i = 0; i < flairize::effectCount(); ++i) {
             if (!flairize::effectOffered(i)) continue;
-            for (unsigned threads : {1u, 0u}) {
-                const std::string name = prefix + (threads == 1 ? "/1/" : "/all/") + flairize::effectName(i);
-                benchmark::RegisterBenchmark(name.c_str(), renderEffect, size, std::uint16_t(i), threads)
-                    ->Unit(benchmark::kMillisecond)
-                    ->UseRealTime();
-            }
+            for (unsigned threads : counts)
+                add(prefix + "/" + threadName(threads) + "/" + flairize::effectName(i), renderEffect, size,
+                    std::uint16_t(i), threads);
+            for (unsigned threads : counts)
+                add(prefix + "/32bit/" + threadName(threads) + "/" + flairize::effectName(i), renderView, size,
+                    std::uint16_t(i), threads);
         }
     }
-    for (unsigned i = 0; i < flairize::effectCount(); ++i)
-        if (flairize::effectOffered(i))
-            benchmark::RegisterBenchmark(("1080p/view/" + flairize::effectName(i)).c_str(), renderView,
-                                         std::uint16_t(i))
-                ->Unit(benchmark::kMillisecond);
 #ifdef FLAIRIZE_FREI0R_DIR
     for (unsigned i = 0; i < flairize::effectCount(); ++i)
         if (flairize::effectOffered(i))
-            benchmark::RegisterBenchmark(("1080p/frei0r/" + flairize::effectName(i)).c_str(), renderPlugin,
-                                         std::uint16_t(i))
-                ->Unit(benchmark::kMillisecond);
+            add("1080p/frei0r/" + flairize::effectName(i), renderPlugin, std::uint16_t(i));
 #endif
     return 0;
 }

@@ -17,6 +17,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
@@ -404,14 +405,18 @@ AVColorRange colourRangeOf(const AVColorRange& field) { return knownTag(field, A
 
 class Scaler {
 public:
+    // `threads` > 1: the conversion runs in bands of rows on that many of
+    // swscale's own threads.
+    explicit Scaler(unsigned threads = 1) : threads_(threads) {}
+    Scaler(const Scaler&) = delete;
+    Scaler& operator=(const Scaler&) = delete;
     ~Scaler() { sws_freeContext(context_); }
     void convert(const AVFrame* from, AVFrame* to, const std::string& what) {
         const int key[] = {from->width, from->height, from->format, colourSpaceOf(from->colorspace),
                            colourRangeOf(from->color_range)};
         if (!context_ || !std::equal(std::begin(key), std::end(key), key_)) {
             sws_freeContext(context_);
-            context_ = sws_getContext(from->width, from->height, AVPixelFormat(from->format), to->width, to->height,
-                                      AVPixelFormat(to->format), kFlags, nullptr, nullptr, nullptr);
+            context_ = makeContext(from, to);
             if (!context_)
                 fail(1, what + ": no conversion from " + av_get_pix_fmt_name(AVPixelFormat(from->format)) + " to " +
                             av_get_pix_fmt_name(AVPixelFormat(to->format)));
@@ -421,8 +426,11 @@ public:
                                      1 << 16, 1 << 16);
             std::copy(std::begin(key), std::end(key), key_);
         }
-        if (sws_scale(context_, from->data, from->linesize, 0, from->height, to->data, to->linesize) != to->height)
-            fail(1, what + ": the colour conversion failed");
+        const bool done = threads_ > 1
+                              ? sws_scale_frame(context_, to, from) >= 0
+                              : sws_scale(context_, from->data, from->linesize, 0, from->height, to->data,
+                                          to->linesize) == to->height;
+        if (!done) fail(1, what + ": the colour conversion failed");
     }
 
 private:
@@ -434,10 +442,32 @@ private:
         const AVColorSpace space = colourSpaceOf(f->colorspace);
         return sws_getCoefficients(space == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : int(space));
     }
+    SwsContext* makeContext(const AVFrame* from, const AVFrame* to) const {
+        if (threads_ <= 1)
+            return sws_getContext(from->width, from->height, AVPixelFormat(from->format), to->width, to->height,
+                                  AVPixelFormat(to->format), kFlags, nullptr, nullptr, nullptr);
+        SwsContext* c = sws_alloc_context();
+        if (!c) throw std::bad_alloc();
+        if (av_opt_set_int(c, "srcw", from->width, 0) < 0 || av_opt_set_int(c, "srch", from->height, 0) < 0 ||
+            av_opt_set_pixel_fmt(c, "src_format", AVPixelFormat(from->format), 0) < 0 ||
+            av_opt_set_int(c, "dstw", to->width, 0) < 0 || av_opt_set_int(c, "dsth", to->height, 0) < 0 ||
+            av_opt_set_pixel_fmt(c, "dst_format", AVPixelFormat(to->format), 0) < 0 ||
+            av_opt_set_int(c, "sws_flags", kFlags, 0) < 0 || av_opt_set_int(c, "threads", threads_, 0) < 0 ||
+            sws_init_context(c, nullptr, nullptr) < 0) {
+            sws_freeContext(c);
+            return nullptr;
+        }
+        return c;
+    }
+    const unsigned threads_;
     SwsContext* context_ = nullptr;
     int key_[5] = {};
 };
+// swscale's bands give the rows one pass gives into the engine's layout, not
+// back into subsampled YUV (rows at the band edges differ), so the conversion
+// for the encoder stays whole.
 struct Scalers {
+    explicit Scalers(unsigned threads) : toEngine(threads), toEncoder(1) {}
     Scaler toEngine, toEncoder;
     SdrConverter hdrToEngine;   // HDR input
 };
@@ -484,6 +514,7 @@ struct Setup {
     AVPixelFormat engineLayout = AV_PIX_FMT_NONE;   // BGR24, or BGRA for frames with alpha
     std::uint8_t bytesPerPixel = 3;
     unsigned threads = 1;   // frames rendered at once
+    unsigned frameThreads = 1;   // threads each frame converts and renders on: --threads over the frames at once
     std::size_t tokens = 3; // frames in flight: those rendering, one decoding and one encoding beside them
     long frames = 0;        // the count the timing uses; 0 with a fixed progress
     long firstFrame = 0, endFrame = 0;   // the frames written: [first, end) of the clip's (all but with --part)
@@ -692,8 +723,10 @@ void Setup::budgetMemory() {
     int level = 0;
     while (level + 1 < levels && need(level, 1, 1) > job.limits.maxMemory) ++level;
     refuseOversized(job, std::uint64_t(width), std::uint64_t(height), need(level, 1, 1));
-    threads = job.threads ? job.threads : hostops::availableThreads();
+    const unsigned wanted = job.threads ? job.threads : hostops::availableThreads();
+    threads = wanted;
     while (threads > 1 && need(level, threads, threads + 2ull) > job.limits.maxMemory) --threads;
+    frameThreads = std::max(1u, wanted / threads);   // bands of one frame need no more frames in memory
     tokens = threads + 2;
     while (tokens > 1 && need(level, threads, tokens) > job.limits.maxMemory) --tokens;
     codecsCapped = level >= 1;
@@ -787,9 +820,11 @@ AVIOContext* Setup::outputStream() {
 }
 
 // ---- the pipeline: decoding (in order), rendering (several frames at once,
-// one thread each) and encoding (in order) overlap; the frames never depend
-// on the thread count. A frame is decoded, converted to the engine's layout,
-// rendered, converted back to the encoder's, encoded and muxed.
+// one thread each; where memory allows fewer frames at once than threads, each
+// frame converts and renders in bands on its share) and encoding (in order)
+// overlap; the frames never depend on the thread count. A frame is decoded,
+// converted to the engine's layout, rendered, converted back to the encoder's,
+// encoded and muxed.
 
 class Pipeline {
 public:
@@ -818,7 +853,7 @@ private:
 
     Setup& setup_;
     const Job& job_;
-    const flairize::HostServices host_ = hostops::threadedServices(1);
+    const flairize::HostServices host_;   // one thread, or the frame's share where memory caps the frames at once
     const std::size_t tokens_;   // a frame decoding and one encoding beside the renders
     std::vector<std::unique_ptr<Item>> items_;
     tbb::enumerable_thread_specific<Scalers> scalers_;
@@ -832,7 +867,9 @@ private:
     ProgressLine progress_;
 };
 
-Pipeline::Pipeline(Setup& setup) : setup_(setup), job_(setup.job), tokens_(setup.tokens) {
+Pipeline::Pipeline(Setup& setup)
+    : setup_(setup), job_(setup.job), host_(hostops::threadedServices(setup.frameThreads)), tokens_(setup.tokens),
+      scalers_(setup.frameThreads) {
     decodedFrames_ = setup_.firstFrame;   // frames are numbered in the whole clip
     for (std::size_t k = 0; k < tokens_; ++k) {
         items_.push_back(std::make_unique<Item>());
@@ -1005,6 +1042,7 @@ void Pipeline::convertForEncoder(Item& item, Scaler& scaler, const std::string& 
     if (av_frame_make_writable(encoded) < 0) throw std::bad_alloc();
     // The picture into the top left of a frame padded to whole chroma samples, then its edges repeated.
     AVFrame picture = *encoded;
+    picture.extended_data = picture.data;   // its own planes, as a frame of its own has them
     picture.width = setup_.width;
     picture.height = setup_.height;
     scaler.convert(item.rendered.get(), &picture, where);

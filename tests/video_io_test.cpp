@@ -246,6 +246,31 @@ TEST(VideoIo, CodecThreadsApartFromRenderThreads) {
     EXPECT_EQ(command("video " + src + " " + d + "/x.mp4 --codec-threads 0").status, 2);
 }
 
+// Where memory leaves room for fewer frames at once than --threads asks for,
+// each frame converts and renders in bands on the threads left over: the bytes
+// are still those of one thread. The caps span the point where three frames at
+// once stop fitting, with the codecs' own frames still uncapped (x264's
+// look-ahead of 40 frames is in its settings).
+TEST(VideoIo, MemoryCappedFramesRenderInBands) {
+    NEEDS_FFMPEG();
+    const std::string d = folder("vio-bands");
+    // Noise, so that a row that differs at a band's edge shows in the bytes.
+    const std::string src = clip(d + "/src.mkv", 320, 240, 12, "-vf noise=alls=60:allf=t -pix_fmt yuv420p");
+    const std::string options = " --effect solarize --codec-threads 1 --threads ";
+    ASSERT_EQ(command("video " + src + " " + d + "/whole.mp4" + options + "1").status, 0);
+    const std::string whole = slurp(d + "/whole.mp4");
+    ASSERT_NE(whole.find(" rc_lookahead=40 "), std::string::npos);
+    for (const char* cap : {"13M", "14M", "16M"}) {
+        SCOPED_TRACE(cap);
+        for (const char* threads : {"1", "3"}) {
+            const std::string out = d + "/" + cap + "-" + threads + ".mp4";
+            const CommandRun r = command("video " + src + " " + out + options + threads + " --max-memory " + cap);
+            ASSERT_EQ(r.status, 0) << r.err;
+            EXPECT_TRUE(slurp(out) == whole) << "--threads " << threads << " changed the bytes written";
+        }
+    }
+}
+
 // --from and --to keep part of the clip, its frames timed as a clip of their
 // own; --progress renders every frame at one progress.
 TEST(VideoIo, TrimmedClipAndFixedProgress) {
