@@ -9,6 +9,8 @@
 //   "<size>/copy32[/<threads>]"     the copy of a 32-bit frame from view to view;
 //   "<size>/mix32[/<threads>]"      the alpha mix alone over a 32-bit frame: what a
 //                                   32-bit render adds to the effect;
+//   "1080p/alpha/mix32", "1080p/alpha/32bit/1/<effect>": the same on a frame
+//                                   whose alpha is 0, 255 and in between (one thread);
 //   "1080p/frei0r/<effect>"         the effect's frei0r plug-in (f0r_update, one
 //                                   thread) on the frames of "1080p/32bit/1/<effect>".
 // <threads> is 1 and "all" (all cores), or 1 and the counts FLAIRIZE_BENCH_THREADS
@@ -78,23 +80,31 @@ HGLOBAL frame(unsigned size) {
     return frames[size];
 }
 
-// A 32-bit frame, top row first, opaque as a video host's frames are, and an
-// output frame for it.
-std::vector<std::uint8_t>& viewFrame(unsigned size, bool output) {
-    static std::vector<std::uint8_t> frames[2][2];
-    std::vector<std::uint8_t>* f = frames[size];
+// A 32-bit frame, top row first, and an output frame for it: opaque as a video
+// host's frames are, or (partialAlpha) a third transparent, a third opaque and
+// a third with alpha rising across a soft edge, in vertical stripes of 64 pixels.
+std::vector<std::uint8_t>& viewFrame(unsigned size, bool output, bool partialAlpha = false) {
+    static std::vector<std::uint8_t> frames[2][2][2];
+    std::vector<std::uint8_t>* f = frames[partialAlpha][size];
     if (f[0].empty()) {
-        f[0].resize(std::size_t(kSizes[size].width) * std::size_t(kSizes[size].height) * 4);
+        const std::size_t width = std::size_t(kSizes[size].width);
+        f[0].resize(width * std::size_t(kSizes[size].height) * 4);
         f[1].resize(f[0].size());
-        for (std::size_t i = 0; i < f[0].size(); ++i)
-            f[0][i] = static_cast<std::uint8_t>(i % 4 == 3 ? 255 : (i * 7) >> 5);
+        for (std::size_t i = 0; i < f[0].size(); ++i) {
+            std::uint8_t v = static_cast<std::uint8_t>(i % 4 == 3 ? 255 : (i * 7) >> 5);
+            if (i % 4 == 3 && partialAlpha) {
+                const std::size_t x = (i / 4) % width, stripe = (x / 64) % 3;
+                v = stripe == 0 ? 0 : stripe == 1 ? 255 : static_cast<std::uint8_t>(1 + (x % 64) * 4);
+            }
+            f[0][i] = v;
+        }
     }
     return f[output ? 1 : 0];
 }
 
-flairize::PictureView viewOf(unsigned size, bool output) {
-    return {viewFrame(size, output).data(), std::ptrdiff_t(kSizes[size].width) * 4, std::uint16_t(kSizes[size].width),
-            std::uint16_t(kSizes[size].height), 4};
+flairize::PictureView viewOf(unsigned size, bool output, bool partialAlpha = false) {
+    return {viewFrame(size, output, partialAlpha).data(), std::ptrdiff_t(kSizes[size].width) * 4,
+            std::uint16_t(kSizes[size].width), std::uint16_t(kSizes[size].height), 4};
 }
 
 void setCounters(benchmark::State& state, unsigned size) {
@@ -143,9 +153,9 @@ void copyView(benchmark::State& state, unsigned size, unsigned threads) {
 
 // The alpha mix alone: values already in the output frame mixed in place over
 // the source frame's pixels under its alpha, row by row.
-void mixView(benchmark::State& state, unsigned size, unsigned threads) {
-    const flairize::PictureView in = viewOf(size, false), out = viewOf(size, true);
-    std::memcpy(out.top, in.top, viewFrame(size, false).size());
+void mixView(benchmark::State& state, unsigned size, unsigned threads, bool partialAlpha) {
+    const flairize::PictureView in = viewOf(size, false, partialAlpha), out = viewOf(size, true, partialAlpha);
+    std::memcpy(out.top, in.top, viewFrame(size, false, partialAlpha).size());
     const flairize::HostServices host = hostFor(threads);
     for (auto _ : state) {
         auto band = [&](unsigned begin, unsigned end) {
@@ -180,10 +190,10 @@ void renderEffect(benchmark::State& state, unsigned size, std::uint16_t effect, 
     setCounters(state, size);
 }
 
-void renderView(benchmark::State& state, unsigned size, std::uint16_t effect, unsigned threads) {
+void renderView(benchmark::State& state, unsigned size, std::uint16_t effect, unsigned threads, bool partialAlpha) {
     const flairize::Settings settings = fullProgress(effect);
     const flairize::HostServices host = hostFor(threads);
-    const flairize::PictureView in = viewOf(size, false), out = viewOf(size, true);
+    const flairize::PictureView in = viewOf(size, false, partialAlpha), out = viewOf(size, true, partialAlpha);
     for (auto _ : state) {
         const flairize::Result r = flairize::renderInto(host, in, settings, flairize::Mix::Always, out);
         if (r.status != flairize::Status::Ok) {
@@ -244,7 +254,7 @@ int registerAll() {
             const std::string t = threads == 1 ? "" : "/" + threadName(threads);
             add(prefix + "/copy" + t, copyFrame, size, threads);
             add(prefix + "/copy32" + t, copyView, size, threads);
-            add(prefix + "/mix32" + t, mixView, size, threads);
+            add(prefix + "/mix32" + t, mixView, size, threads, false);
         }
         for (unsigned i = 0; i < flairize::effectCount(); ++i) {
             if (!flairize::effectOffered(i)) continue;
@@ -253,9 +263,13 @@ int registerAll() {
                     std::uint16_t(i), threads);
             for (unsigned threads : counts)
                 add(prefix + "/32bit/" + threadName(threads) + "/" + flairize::effectName(i), renderView, size,
-                    std::uint16_t(i), threads);
+                    std::uint16_t(i), threads, false);
         }
     }
+    add("1080p/alpha/mix32", mixView, 0u, 1u, true);
+    for (unsigned i = 0; i < flairize::effectCount(); ++i)
+        if (flairize::effectOffered(i))
+            add("1080p/alpha/32bit/1/" + flairize::effectName(i), renderView, 0u, std::uint16_t(i), 1u, true);
 #ifdef FLAIRIZE_FREI0R_DIR
     for (unsigned i = 0; i < flairize::effectCount(); ++i)
         if (flairize::effectOffered(i))
