@@ -126,7 +126,9 @@ using Output = std::unique_ptr<AVFormatContext, OutputCloser>;
 
 // ---- byte streams on file descriptors: standard input, the output file
 
-int readDescriptor(void* opaque, std::uint8_t* buffer, int size) {
+}  // namespace
+
+static int readDescriptor(void* opaque, std::uint8_t* buffer, int size) {
     const int fd = int(reinterpret_cast<std::intptr_t>(opaque));
     for (;;) {
         const ssize_t n = ::read(fd, buffer, std::size_t(size));
@@ -136,7 +138,7 @@ int readDescriptor(void* opaque, std::uint8_t* buffer, int size) {
     }
 }
 
-int writeDescriptor(void* opaque, std::uint8_t* buffer, int size) {
+static int writeDescriptor(void* opaque, std::uint8_t* buffer, int size) {
     const int fd = int(reinterpret_cast<std::intptr_t>(opaque));
     for (int left = size; left > 0;) {
         const ssize_t n = ::write(fd, buffer, std::size_t(left));
@@ -147,7 +149,7 @@ int writeDescriptor(void* opaque, std::uint8_t* buffer, int size) {
     return size;
 }
 
-std::int64_t seekDescriptor(void* opaque, std::int64_t offset, int whence) {
+static std::int64_t seekDescriptor(void* opaque, std::int64_t offset, int whence) {
     const int fd = int(reinterpret_cast<std::intptr_t>(opaque));
     if (whence & AVSEEK_SIZE) {
         struct stat st {};
@@ -171,6 +173,8 @@ AVIOContext* descriptorStream(int fd, bool write, bool seekable) {
     if (!seekable) pb->seekable = 0;
     return pb;
 }
+
+namespace {
 
 // ---- the input
 

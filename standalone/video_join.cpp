@@ -65,24 +65,6 @@ Input openFile(const std::string& path) {
     return in;
 }
 
-int writeFd(void* opaque, std::uint8_t* buffer, int size) {
-    const int fd = int(reinterpret_cast<std::intptr_t>(opaque));
-    for (int left = size; left > 0;) {
-        const ssize_t n = ::write(fd, buffer, std::size_t(left));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return AVERROR(n < 0 ? errno : EIO);
-        buffer += n, left -= int(n);
-    }
-    return size;
-}
-
-std::int64_t seekFd(void* opaque, std::int64_t offset, int whence) {
-    const int fd = int(reinterpret_cast<std::intptr_t>(opaque));
-    if (whence & AVSEEK_SIZE) return AVERROR(ENOSYS);
-    const off_t at = ::lseek(fd, off_t(offset), whence & ~AVSEEK_FORCE);
-    return at < 0 ? AVERROR(errno) : std::int64_t(at);
-}
-
 // One part, as its tags describe it: part `index` of `count`, frames [first, end) of `frames`.
 struct Part {
     std::string path;
@@ -199,15 +181,7 @@ Outcome run(const JoinJob& job) {
         streams.emplace(original.get(), originalVideo, out.get(), plan, job.output);
         if (::ftruncate(file.fd(), 0) != 0 || ::lseek(file.fd(), 0, SEEK_SET) != 0)
             fail(2, job.output + ": " + std::strerror(errno));
-        constexpr int kBufferSize = 1 << 16;
-        auto* buffer = static_cast<std::uint8_t*>(av_malloc(kBufferSize));
-        if (!buffer) throw std::bad_alloc();
-        out->pb = avio_alloc_context(buffer, kBufferSize, 1, reinterpret_cast<void*>(std::intptr_t(file.fd())), nullptr,
-                                     writeFd, seekFd);
-        if (!out->pb) {
-            av_free(buffer);
-            throw std::bad_alloc();
-        }
+        out->pb = descriptorStream(file.fd(), true, true);
         out->flags |= AVFMT_FLAG_CUSTOM_IO;
         e = avformat_write_header(out.get(), nullptr);
         if (e >= 0) return true;

@@ -4,6 +4,7 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavformat/avio.h>
 #include <libavutil/error.h>
 }
 
@@ -20,6 +21,10 @@ struct Error {
     std::string message;
 };
 [[noreturn]] inline void fail(int status, const std::string& message) { throw Error{status, message}; }
+
+// An FFmpeg byte stream on a file descriptor, for reading or writing, with or
+// without seeking; a want of memory throws std::bad_alloc.
+AVIOContext* descriptorStream(int fd, bool write, bool seekable);
 
 // FFmpeg's reason for a failure; want of memory is no reason to name but the
 // command's one out-of-memory failure.

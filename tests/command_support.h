@@ -19,9 +19,27 @@
 #include "standalone/picture_io.h"
 #include "tests/picture_support.h"
 
+#ifndef FLAIRIZE_VIDEO
+#define FLAIRIZE_VIDEO 0
+#endif
+
+// Skips a test where flairize has no video support, or where the ffmpeg and
+// ffprobe commands that make and read its clips are missing.
+#define NEEDS_FFMPEG()                                                                                 \
+    do {                                                                                               \
+        if (!FLAIRIZE_VIDEO) GTEST_SKIP() << "flairize was built without FFmpeg's libav* libraries";   \
+        if (testcli::sh("ffmpeg -version >/dev/null 2>&1 && ffprobe -version >/dev/null 2>&1") != 0)   \
+            GTEST_SKIP() << "the ffmpeg and ffprobe commands are not installed";                       \
+    } while (0)
+
 namespace testcli {
 
 using namespace testpic;
+
+// A shell command's exit status.
+inline int sh(const std::string& cmd) { return std::system(cmd.c_str()); }
+// ffmpeg as the video tests run it to make and read clips: quiet, overwriting.
+inline const std::string ff = "ffmpeg -v error -y ";
 
 struct CommandRun {
     int status;

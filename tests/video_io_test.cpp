@@ -21,23 +21,11 @@ namespace {
 
 using namespace testcli;
 
-const std::string ff = "ffmpeg -v error -y ";
-
-int sh(const std::string& cmd) { return std::system(cmd.c_str()); }
-
 std::string folder(const std::string& name) {
     const std::string d = dir() + "/" + name;
     mkdir(d.c_str(), 0755);
     return d;
 }
-
-// Skips the test where there is no video support or no ffmpeg to make clips.
-#define NEEDS_FFMPEG()                                                                               \
-    do {                                                                                             \
-        if (!FLAIRIZE_VIDEO) GTEST_SKIP() << "flairize was built without FFmpeg's libav* libraries"; \
-        if (sh("ffmpeg -version >/dev/null 2>&1 && ffprobe -version >/dev/null 2>&1") != 0)          \
-            GTEST_SKIP() << "the ffmpeg and ffprobe commands are not installed";                     \
-    } while (0)
 
 // flairize with `args` (through the shell), its status and its peak memory in bytes.
 struct Measured {

@@ -11,22 +11,11 @@ namespace {
 
 using namespace testcli;
 
-const std::string ff = "ffmpeg -v error -y ";
-
-int sh(const std::string& cmd) { return std::system(cmd.c_str()); }
-
 std::string folder(const std::string& name) {
     const std::string d = dir() + "/" + name;
     sh("rm -rf '" + d + "' && mkdir -p '" + d + "'");
     return d;
 }
-
-#define NEEDS_FFMPEG()                                                                               \
-    do {                                                                                             \
-        if (!FLAIRIZE_VIDEO) GTEST_SKIP() << "flairize was built without FFmpeg's libav* libraries"; \
-        if (sh("ffmpeg -version >/dev/null 2>&1 && ffprobe -version >/dev/null 2>&1") != 0)          \
-            GTEST_SKIP() << "the ffmpeg and ffprobe commands are not installed";                     \
-    } while (0)
 
 // One MD5 a decoded frame (or audio packet) of the stream chosen, in order.
 std::string hashes(const std::string& video, const std::string& stream = "0:v") {

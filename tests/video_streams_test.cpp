@@ -14,10 +14,6 @@ using namespace testcli;
 
 namespace {
 
-int sh(const std::string& cmd) { return std::system(cmd.c_str()); }
-
-const std::string ff = "ffmpeg -v error -y ";
-
 // ffprobe's answer for `entries` of `file`, as key=value lines.
 std::string probe(const std::string& file, const std::string& entries, const std::string& select = "") {
     const std::string answer = dir() + "/probe.txt";
@@ -33,25 +29,12 @@ std::string folder(const std::string& name) {
     return d;
 }
 
-#define SKIP_WITHOUT_FFMPEG()                                                                              \
-    do {                                                                                                   \
-        if (!FLAIRIZE_VIDEO_BUILT) GTEST_SKIP() << "flairize was built without FFmpeg's libav* libraries"; \
-        if (sh("ffmpeg -version >/dev/null 2>&1 && ffprobe -version >/dev/null 2>&1") != 0)                \
-            GTEST_SKIP() << "the ffmpeg and ffprobe commands are not installed";                           \
-    } while (0)
-
-#if FLAIRIZE_VIDEO
-constexpr bool FLAIRIZE_VIDEO_BUILT = true;
-#else
-constexpr bool FLAIRIZE_VIDEO_BUILT = false;
-#endif
-
 }  // namespace
 
 // Each extension's default encoder writes a pixel format players take; odd
 // sides in 4:2:0 are padded by repeating the last column and row.
 TEST(VideoStreams, PixelFormatsPlayersTake) {
-    SKIP_WITHOUT_FFMPEG();
+    NEEDS_FFMPEG();
     const std::string d = folder("pixels");
     struct Case {
         const char *size, *out, *options, *codec, *layout, *width, *height;
@@ -95,7 +78,7 @@ TEST(VideoStreams, PixelFormatsPlayersTake) {
 // Each control reaches the encoder: x264 writes the settings it encoded with
 // into the stream, and the keyframes follow --gop.
 TEST(VideoStreams, EncoderControlsReachTheEncoder) {
-    SKIP_WITHOUT_FFMPEG();
+    NEEDS_FFMPEG();
     const std::string d = folder("controls"), src = d + "/src.mkv";
     ASSERT_EQ(sh(ff + "-f lavfi -i testsrc=size=128x96:rate=25 -frames:v 25 -c:v ffv1 " + src), 0);
     struct Case {
@@ -159,7 +142,7 @@ TEST(VideoStreams, EncoderControlsReachTheEncoder) {
 
 // The container's metadata and the video stream's (language, rotation) are kept.
 TEST(VideoStreams, RotationAndMetadataKept) {
-    SKIP_WITHOUT_FFMPEG();
+    NEEDS_FFMPEG();
     const std::string d = folder("rotation"), plain = d + "/plain.mp4", src = d + "/rotated.mp4";
     ASSERT_EQ(sh(ff + "-f lavfi -i testsrc=size=96x64:rate=10 -frames:v 5 -c:v libx264 " + plain), 0);
     ASSERT_EQ(sh(ff + "-i " + plain + " -c copy -metadata:s:v:0 rotate=90 -metadata:s:v:0 language=swe " +
@@ -186,7 +169,7 @@ TEST(VideoStreams, RotationAndMetadataKept) {
 // Subtitles come through with their language and title (where the container
 // holds a title), copied or transcoded to the text format it takes.
 TEST(VideoStreams, SubtitlesKept) {
-    SKIP_WITHOUT_FFMPEG();
+    NEEDS_FFMPEG();
     const std::string d = folder("subtitles"), srt = d + "/words.srt";
     std::ofstream(srt) << "1\n00:00:00,000 --> 00:00:00,800\nHello there\n\n2\n00:00:01,000 --> 00:00:01,500\nAgain\n";
     const std::string video = "-f lavfi -i testsrc=size=96x64:rate=10:duration=2 -i " + srt +
@@ -226,7 +209,7 @@ TEST(VideoStreams, SubtitlesKept) {
 // Audio the container does not take is transcoded, not dropped: AAC for MP4,
 // Opus for WebM, with its language and its length.
 TEST(VideoStreams, AudioTheContainerRefusesIsTranscoded) {
-    SKIP_WITHOUT_FFMPEG();
+    NEEDS_FFMPEG();
     const std::string d = folder("audio"), src = d + "/src.mov";
     ASSERT_EQ(sh(ff +
                  "-f lavfi -i testsrc=size=96x64:rate=10:duration=2 -f lavfi -i sine=frequency=440:duration=2:"
@@ -255,7 +238,7 @@ TEST(VideoStreams, AudioTheContainerRefusesIsTranscoded) {
 // The colour tags say what the frames are: HDR input becomes 8-bit SDR
 // BT.709, said once on stderr; SDR tags pass through.
 TEST(VideoStreams, ColourTagsMatchTheFrames) {
-    SKIP_WITHOUT_FFMPEG();
+    NEEDS_FFMPEG();
     const std::string d = folder("colour");
     const std::string hdr =
         "-f lavfi -i testsrc2=size=96x64:rate=10 -frames:v 5 -pix_fmt yuv420p10le "
