@@ -86,7 +86,10 @@ else
   echo "npm package: no chromium or python3: the browser check skipped"
 fi
 
-if command -v tsc >/dev/null; then
+# TypeScript from the tests' own npm dependencies (npm ci in tests/web), else one on PATH.
+tsc=$here/node_modules/.bin/tsc
+[ -x "$tsc" ] || tsc=$(command -v tsc || true)
+if [ -n "$tsc" ]; then
   cat >types_check.ts <<'TS'
 import { load, Flairize, Effect, RenderedPicture } from 'flairize';
 const flairize: Flairize = await load();
@@ -97,8 +100,8 @@ const block: Uint8Array = flairize.settingsBlock('rain', { direction: 'Cycle', n
 const progress: number = flairize.frameProgress(flairize.sequencePosition(1, 3), 10, 'Reverse Cycle');
 console.log(out.width, block.length, progress, flairize.readSettingsBlock(block).colour);
 TS
-  tsc --noEmit --strict --module nodenext --moduleResolution nodenext --target es2022 types_check.ts
-  echo "npm package: index.d.ts type-checks with $(tsc --version)"
+  "$tsc" --noEmit --strict --module nodenext --moduleResolution nodenext --target es2022 types_check.ts
+  echo "npm package: index.d.ts type-checks with $("$tsc" --version)"
 else
   echo "npm package: tsc is not installed: index.d.ts not type-checked"
 fi
